@@ -1,0 +1,5 @@
+#include "app/AmbrelMain.h"
+
+int main(int argc, char** argv) {
+    return ambrel::AmbrelMain::main(argc, argv);
+}

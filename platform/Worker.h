@@ -1,0 +1,18 @@
+#pragma once
+
+#include <functional>
+
+namespace ambrel {
+
+// Background work off the main thread, at low priority. A job gets copies of what it needs
+// and hands back its one result through MainScheduler::post.
+class Worker {
+public:
+    virtual ~Worker() = default;
+    // Thread-safe. Starts `job` on a background thread and returns at once.
+    virtual void run(std::function<void()> job) = 0;
+    // Called from inside a job: waits `seconds` before the job goes on.
+    virtual void pause(double seconds) = 0;
+};
+
+} // namespace ambrel

@@ -1,0 +1,16 @@
+#pragma once
+
+#include "platform/Worker.h"
+
+namespace ambrel {
+
+// Runs each job on its own detached thread with a raised nice value (10), so the phone read and
+// the tools it starts (which inherit the value) yield to everything interactive without being
+// starved the way an idle-class thread would be on a busy machine.
+class ThreadWorker final : public Worker {
+public:
+    void run(std::function<void()> job) override;
+    void pause(double seconds) override;
+};
+
+} // namespace ambrel
