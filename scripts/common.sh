@@ -1,0 +1,53 @@
+# Shared by scripts/run.sh and scripts/test.sh: installs what is missing and builds.
+set -euo pipefail
+
+TOVRIN_ROOT=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
+
+# Everything the program needs to build, run and be tested, as Debian 12 packages.
+TOVRIN_PACKAGES=(
+    cmake ninja-build g++ pkg-config python3 file
+    qt6-base-dev qt6-svg-dev qt6-qpa-plugins libqt6svg6
+    libplist-dev nlohmann-json3-dev libicu-dev
+    libgtest-dev libgmock-dev libbenchmark-dev
+    libimobiledevice-utils usbmuxd bootstrap-icons fonts-dejavu-core
+    xvfb xauth x11-utils
+)
+
+say() { printf '\033[1m==> %s\033[0m\n' "$*"; }
+
+as_root() {
+    if [ "$(id -u)" -eq 0 ]; then
+        "$@"
+    else
+        sudo "$@"
+    fi
+}
+
+# Installs the packages of TOVRIN_PACKAGES (and any given as arguments) that are missing.
+install_packages() {
+    local wanted=("${TOVRIN_PACKAGES[@]}" "$@") missing=() package
+    for package in "${wanted[@]}"; do
+        if ! dpkg-query -W -f='${Status}' "$package" 2>/dev/null | grep -q 'install ok installed'; then
+            missing+=("$package")
+        fi
+    done
+    if [ ${#missing[@]} -eq 0 ]; then
+        say "All ${#wanted[@]} Debian packages are installed"
+        return
+    fi
+    say "Installing ${#missing[@]} missing Debian packages: ${missing[*]}"
+    as_root apt-get update -qq
+    as_root env DEBIAN_FRONTEND=noninteractive apt-get install -y -qq "${missing[@]}" >/dev/null
+}
+
+# Configures (once) and builds one preset: default, asan or tsan.
+build_preset() {
+    local preset=$1
+    local dir="$TOVRIN_ROOT/build"
+    [ "$preset" = default ] || dir="$TOVRIN_ROOT/build-$preset"
+    say "Building ($preset) in ${dir#"$TOVRIN_ROOT"/}"
+    if [ ! -f "$dir/build.ninja" ]; then
+        (cd "$TOVRIN_ROOT" && cmake --preset "$preset" >/dev/null)
+    fi
+    cmake --build "$dir" --parallel "$(nproc)"
+}
