@@ -10,7 +10,7 @@ TOVRIN_PACKAGES=(
     libplist-dev nlohmann-json3-dev libicu-dev
     libgtest-dev libgmock-dev libbenchmark-dev
     libimobiledevice-utils usbmuxd bootstrap-icons fonts-dejavu-core
-    xvfb xauth x11-utils
+    libxcb1-dev xvfb xauth x11-utils
 )
 
 say() { printf '\033[1m==> %s\033[0m\n' "$*"; }
