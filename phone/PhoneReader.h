@@ -9,6 +9,7 @@
 
 #include "model/Expected.h"
 #include "phone/PhoneIssue.h"
+#include "phone/PhoneReadTimeouts.h"
 #include "phone/PhoneReading.h"
 #include "platform/Clock.h"
 
@@ -18,6 +19,15 @@ using PhoneReadResult = Expected<PhoneReading, PhoneIssue>;
 
 namespace PhoneReader {
 
+// At most this many listed devices are queried per pass.
+inline constexpr std::size_t kMostCandidatesPerPass = 3;
+// Key values longer than this (in characters) are not taken.
+inline constexpr std::size_t kLongestKeyValue = 200;
+// The stderr of the record made for a battery answer that holds no usable reading.
+inline constexpr const char* kBatteryDataUnavailable = "Battery data unavailable";
+// The name used when the phone's own cannot be read.
+inline constexpr const char* kFallbackName = "iPhone";
+
 // One attempt to read the phone's battery with the tools in `toolDirectory`: Wi-Fi devices
 // first, then USB. `preferredID` (the udid read last time) is tried first; a remembered
 // `identity` with the same udid spares the name and model reads. The snapshot is dated by
@@ -26,9 +36,21 @@ PhoneReadResult readAttempt(const std::filesystem::path& toolDirectory,
                             const std::optional<std::string>& preferredID,
                             const std::optional<PhoneIdentity>& identity, const Clock& clock);
 
-// Reads one lockdown value as plain text: `infoTool` with `base` + "-k", `key`.
+// The same with other time limits for the tool runs (tests use short ones).
+PhoneReadResult readAttempt(const std::filesystem::path& toolDirectory,
+                            const std::optional<std::string>& preferredID,
+                            const std::optional<PhoneIdentity>& identity, const Clock& clock,
+                            const PhoneReadTimeouts& timeouts);
+
+// Reads one lockdown value as plain text: `infoTool` with `base` + "-k", `key`. Absent when
+// the run fails, or its trimmed output is empty, longer than 200 characters or more than one
+// line.
 std::optional<std::string> readKey(const std::string& key, const std::filesystem::path& infoTool,
                                    const std::vector<std::string>& base);
+
+// The same with another time limit than 5 s.
+std::optional<std::string> readKey(const std::string& key, const std::filesystem::path& infoTool,
+                                   const std::vector<std::string>& base, double timeout);
 
 } // namespace PhoneReader
 
