@@ -161,6 +161,7 @@ private:
 struct ChildRegistry {
     std::mutex lock;
     std::vector<std::shared_ptr<Child>> children;
+    bool refusesLaunches = false;
 };
 
 ChildRegistry& registry() {
@@ -323,6 +324,9 @@ CommandOutput run(const std::filesystem::path& executable,
         }
         auto& children = registry();
         const std::lock_guard guard(children.lock);
+        if (children.refusesLaunches) {
+            return launchFailure();
+        }
         pid_t pid = -1;
         // glibc reports a failed exec (missing file, no permission, not a program) here, so
         // such a path ends at once without a child.
@@ -429,6 +433,15 @@ void terminateRunningChildren() {
     for (const auto& child : children.children) {
         child->signal(SIGKILL);
     }
+}
+
+void refuseLaunchesAndTerminate() {
+    {
+        auto& children = registry();
+        const std::lock_guard guard(children.lock);
+        children.refusesLaunches = true;
+    }
+    terminateRunningChildren();
 }
 
 } // namespace ambrel::CommandRunner

@@ -38,4 +38,9 @@ CommandOutput run(const std::filesystem::path& executable,
 // child. Runs started afterwards are not affected. Thread-safe.
 void terminateRunningChildren();
 
+// For a program that is quitting: from now on every run ends at once as a launch failure, and
+// the children of runs in progress are killed. A phone read still on its way then cannot start
+// its next tool behind the program's back. Thread-safe; there is no way back.
+void refuseLaunchesAndTerminate();
+
 } // namespace ambrel::CommandRunner

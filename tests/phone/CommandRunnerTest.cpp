@@ -334,6 +334,31 @@ TEST(CommandRunnerTest, TerminateWithNothingRunningDoesNothing) {
     EXPECT_EQ(CommandRunner::run(testChild(), {"exit", "3"}, 5.0).status, 3);
 }
 
+// Refusing launches cannot be undone, so it is tried in a child process of its own.
+TEST(CommandRunnerDeathTest, RefusingLaunchesKillsRunsInProgressAndStopsNewOnes) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    const auto quitWhileRunning = [] {
+        TemporaryFolder folder;
+        const auto marker = folder.path() / "started";
+        CommandOutput running;
+        std::thread thread([&] {
+            running = CommandRunner::run(testChild(), {"mark-then-sleep", marker, "30"}, 20.0);
+        });
+        const auto giveUp = std::chrono::steady_clock::now() + std::chrono::seconds(5);
+        while (!std::filesystem::exists(marker) && std::chrono::steady_clock::now() < giveUp) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        }
+        CommandRunner::refuseLaunchesAndTerminate();
+        thread.join();
+        const auto later = CommandRunner::run(testChild(), {"exit", "3"}, 5.0);
+        const bool killed = running.status == 128 + SIGKILL;
+        const bool refused =
+            later.status == -1 && later.stderrText == CommandRunner::kLaunchFailure;
+        std::exit(killed && refused ? 0 : 1);
+    };
+    EXPECT_EXIT(quitWhileRunning(), ::testing::ExitedWithCode(0), "");
+}
+
 TEST(CommandRunnerTest, ZeroAndNegativeTimeoutsEndTheChildAtOnce) {
     for (const double timeout : {0.0, -1.0}) {
         const auto result = timedRun(testChild(), {"sleep", "30"}, timeout);
