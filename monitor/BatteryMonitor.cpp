@@ -125,25 +125,55 @@ void BatteryMonitor::refreshPhone() {
     publish(m_nextPhoneCheck, std::optional<Date>(), MonitorProperty::nextPhoneCheck);
 
     // The worker gets copies as they are now; later changes on the main thread do not reach it.
-    auto toolDirectory = m_toolDirectory;
-    auto preferredID = m_preferredPhoneID;
-    auto identity = m_identity;
-    auto readPhone = m_services.readPhone;
-    auto worker = m_services.worker;
-    auto scheduler = m_services.scheduler;
+    // It holds the monitor, the worker and the scheduler weakly: a read for a monitor that is gone
+    // is not started, not retried, and its outcome goes nowhere.
+    auto task = std::make_shared<PhoneTask>();
+    m_phoneTask = task;
     std::weak_ptr<BatteryMonitor*> weak = m_lifetime;
-    worker->run([=]() {
+    std::weak_ptr<Worker> weakWorker = m_services.worker;
+    std::weak_ptr<MainScheduler> weakScheduler = m_services.scheduler;
+    m_services.worker->run([weak, weakWorker, weakScheduler, task, readPhone = m_services.readPhone,
+                            toolDirectory = m_toolDirectory, preferredID = m_preferredPhoneID,
+                            identity = m_identity]() {
+        if (weak.expired()) {
+            return;
+        }
         PhoneReadResult result = readPhone(toolDirectory, preferredID, identity);
         if (!result.hasValue() && result.error().isTransient) {
-            worker->pause(kTransientRetryDelay);
+            // One more try, whatever it gives: never a third.
+            if (auto worker = weakWorker.lock(); worker && !weak.expired()) {
+                worker->pause(kTransientRetryDelay);
+            }
+            if (weak.expired()) {
+                return;
+            }
             result = readPhone(toolDirectory, preferredID, identity);
         }
-        scheduler->post([weak, result = std::move(result)]() mutable {
-            if (auto alive = weak.lock()) {
-                (*alive)->applyPhoneResult(std::move(result));
-            }
-        });
+        if (weak.expired()) {
+            return;
+        }
+        if (auto scheduler = weakScheduler.lock()) {
+            scheduler->post([weak, task, result = std::move(result)]() mutable {
+                if (auto alive = weak.lock()) {
+                    (*alive)->finishPhoneRead(task, std::move(result));
+                }
+            });
+        }
     });
+}
+
+void BatteryMonitor::cancelPhoneTaskForTesting() {
+    if (m_phoneTask) {
+        m_phoneTask->isCancelled = true;
+    }
+}
+
+void BatteryMonitor::finishPhoneRead(const std::shared_ptr<PhoneTask>& task,
+                                     PhoneReadResult result) {
+    if (task->isCancelled) {
+        return;
+    }
+    applyPhoneResult(std::move(result));
 }
 
 void BatteryMonitor::applyPhoneResult(PhoneReadResult result) {
@@ -154,16 +184,20 @@ void BatteryMonitor::applyPhoneResult(PhoneReadResult result) {
         m_preferredPhoneID = reading.udid;
         m_identity = reading.identity;
         publish(m_phoneSetupState, PhoneSetupState::ready, MonitorProperty::phoneSetupState);
+        // Exact comparison: any other spelling of the source counts as a cable.
         publish(m_phoneStatus,
                 reading.snapshot.source() == "Wi-Fi" ? wifiStatus() : std::string(kUsbStatus),
                 MonitorProperty::phoneStatus);
         savePhoneCache(reading.snapshot);
     } else {
+        // The last good reading stays, and so do the remembered udid and identity: the next
+        // read looks for the same phone.
         const PhoneIssue& issue = result.error();
         publish(m_phoneSetupState, issue.state, MonitorProperty::phoneSetupState);
         publish(m_phoneStatus, issue.message, MonitorProperty::phoneStatus);
     }
     publish(m_isRefreshingPhone, false, MonitorProperty::isRefreshingPhone);
+    m_phoneTask.reset();
     schedulePhoneCheck();
 }
 

@@ -16,8 +16,9 @@ namespace {
 // The cache file is a few hundred bytes; anything much larger is not ours.
 constexpr std::size_t kMaxCacheSize = 64 * 1024;
 
-// Makes every missing folder of `folder` with mode 0700 (before the umask, which can only take
-// permissions away). Existing folders are left as they are.
+// Makes every missing folder of `folder` with mode 0700. The mode is set again after mkdir
+// because the umask may have taken the owner's own bits away. Existing folders, including one
+// that another process makes meanwhile, are left as they are.
 bool makeFolders(const std::filesystem::path& folder) {
     if (folder.empty()) {
         return true;
@@ -30,10 +31,11 @@ bool makeFolders(const std::filesystem::path& folder) {
         !makeFolders(folder.parent_path())) {
         return false;
     }
-    if (::mkdir(folder.c_str(), 0700) == 0 || errno == EEXIST) {
-        return std::filesystem::is_directory(folder, error);
+    if (::mkdir(folder.c_str(), 0700) == 0) {
+        ::chmod(folder.c_str(), 0700);
+        return true;
     }
-    return false;
+    return errno == EEXIST && std::filesystem::is_directory(folder, error);
 }
 
 bool writeAll(int descriptor, const std::string& bytes) {
@@ -52,7 +54,9 @@ bool writeAll(int descriptor, const std::string& bytes) {
 }
 
 std::optional<std::string> readAll(const std::filesystem::path& file) {
-    const int descriptor = ::open(file.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK);
+    // Non-blocking so that a pipe or device put in the file's place cannot hang the launch; it is
+    // then refused as not a regular file.
+    const int descriptor = ::open(file.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
     if (descriptor < 0) {
         return std::nullopt;
     }
@@ -68,7 +72,11 @@ std::optional<std::string> readAll(const std::filesystem::path& file) {
         if (result < 0 && errno == EINTR) {
             continue;
         }
-        if (result <= 0) {
+        if (result < 0) {
+            ::close(descriptor);
+            return std::nullopt;
+        }
+        if (result == 0) {
             break;
         }
         bytes.append(buffer, static_cast<std::size_t>(result));
@@ -95,6 +103,9 @@ void save(const std::filesystem::path& file, const BatteryDeviceSnapshot& snapsh
         return;
     }
     const bool written = writeAll(descriptor, bytes) && ::fsync(descriptor) == 0;
+    // mkostemp's 0600 is cut by the umask, so the mode is set on the open file; the file thus has
+    // it from the moment it takes the real name. A failure here keeps the new contents.
+    ::fchmod(descriptor, 0600);
     if (::close(descriptor) != 0 || !written || ::rename(temporary.c_str(), file.c_str()) != 0) {
         ::unlink(temporary.c_str());
         return;
@@ -107,7 +118,6 @@ void save(const std::filesystem::path& file, const BatteryDeviceSnapshot& snapsh
         ::fsync(folderDescriptor);
         ::close(folderDescriptor);
     }
-    ::chmod(file.c_str(), 0600);
 }
 
 std::optional<BatteryDeviceSnapshot> load(const std::filesystem::path& file, Date now) {

@@ -1,8 +1,9 @@
 #include "platform/linux/ThreadWorker.h"
 
+#include <cerrno>
 #include <chrono>
+#include <system_error>
 #include <thread>
-#include <utility>
 
 #include <sys/resource.h>
 #include <unistd.h>
@@ -13,14 +14,33 @@ namespace {
 
 constexpr int kBackgroundNice = 10;
 
+// Lowers the calling thread to the background nice value. On Linux the nice value belongs to the
+// thread, so the main thread keeps its own; the tools the job starts inherit it. A thread that
+// is already nicer (the whole program started under `nice -n 19`, say) is left alone, since
+// going back up would need privileges.
+void lowerThreadPriority() {
+    const auto thread = static_cast<id_t>(gettid());
+    errno = 0;
+    const int current = getpriority(PRIO_PROCESS, thread);
+    if (errno == 0 && current >= kBackgroundNice) {
+        return;
+    }
+    setpriority(PRIO_PROCESS, thread, kBackgroundNice);
+}
+
 } // namespace
 
 void ThreadWorker::run(std::function<void()> job) {
-    std::thread([job = std::move(job)] {
-        // On Linux the nice value belongs to the thread, so this leaves the main thread alone.
-        setpriority(PRIO_PROCESS, static_cast<id_t>(gettid()), kBackgroundNice);
+    try {
+        std::thread([job]() {
+            lowerThreadPriority();
+            job();
+        }).detach();
+    } catch (const std::system_error&) {
+        // No thread to be had (the system is out of them): doing the work here is slow, but its
+        // outcome still arrives the way it always does, so nothing waits forever.
         job();
-    }).detach();
+    }
 }
 
 void ThreadWorker::pause(double seconds) {

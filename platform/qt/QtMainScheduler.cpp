@@ -1,11 +1,13 @@
 #include "platform/qt/QtMainScheduler.h"
 
+#include <algorithm>
 #include <cmath>
 #include <utility>
 
 #include <QCoreApplication>
 #include <QMetaObject>
 #include <QPointer>
+#include <QThread>
 #include <QTimer>
 
 namespace ambrel {
@@ -18,9 +20,12 @@ public:
         : m_registry(std::move(registry)), m_action(std::move(action)), m_timer(new QTimer) {}
 
     ~QtTimer() override {
-        // deleteLater is safe from any thread; the last owner may be a worker's closure.
+        // The last owner may let go on another thread; a QTimer can only be stopped on its own,
+        // but deleteLater is safe from any, and a firing meanwhile finds this timer gone.
         if (m_timer) {
-            m_timer->stop();
+            if (m_timer->thread() == QThread::currentThread()) {
+                m_timer->stop();
+            }
             m_timer->deleteLater();
         }
     }

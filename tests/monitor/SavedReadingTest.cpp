@@ -1,0 +1,224 @@
+#include <optional>
+#include <string>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+
+#include "monitor/BatteryMonitor.h"
+#include "tests/monitor/PhoneCycleHarness.h"
+
+namespace ambrel::testing::phonecycle {
+namespace {
+
+constexpr const char* kSavedStatus = "Saved reading \u00b7 checking connection\u2026";
+constexpr const char* kInitialStatus = "Checking for your iPhone\u2026";
+constexpr const char* kLocked = "Unlock your iPhone, then refresh its battery reading.";
+
+class SavedReadingTest : public ::testing::Test {
+protected:
+    // The JSON form of a phone reading taken `age` seconds before the simulated clock's now.
+    nlohmann::json savedJson(double age, std::int64_t percentage = 100) const {
+        return phoneSnapshot(h.now().addingSeconds(-age), percentage).toJson();
+    }
+    void save(const nlohmann::json& json) { writeText(h.cacheFile(), json.dump()); }
+
+    CycleHarness h;
+};
+
+TEST_F(SavedReadingTest, ReadingFromAnHourAgoIsShownAsSavedAndStale) {
+    save(savedJson(3600, 100));
+    auto monitor = h.makeMonitor();
+    ASSERT_TRUE(monitor->phone().has_value());
+    EXPECT_EQ(monitor->phone()->percentage(), 100);
+    EXPECT_EQ(monitor->phone()->lastUpdated(), h.now().addingSeconds(-3600));
+    EXPECT_EQ(monitor->phone()->name(), kPhoneName);
+    EXPECT_TRUE(monitor->phone()->isStale(h.now()));
+    EXPECT_EQ(monitor->phoneStatus(), kSavedStatus);
+    // Only the reading and the status come from the file.
+    EXPECT_EQ(monitor->phoneSetupState(), PhoneSetupState::checking);
+    EXPECT_FALSE(monitor->isRefreshingPhone());
+    EXPECT_FALSE(monitor->lastPhoneAttempt().has_value());
+    EXPECT_FALSE(monitor->nextPhoneCheck().has_value());
+    EXPECT_EQ(h.worker->pendingJobs(), 0u);
+}
+
+TEST_F(SavedReadingTest, RecentReadingIsShownAndNotStale) {
+    save(savedJson(30, 42));
+    auto monitor = h.makeMonitor();
+    ASSERT_TRUE(monitor->phone().has_value());
+    EXPECT_EQ(monitor->phone()->percentage(), 42);
+    EXPECT_FALSE(monitor->phone()->isStale(h.now()));
+    EXPECT_EQ(monitor->phoneStatus(), kSavedStatus);
+}
+
+TEST_F(SavedReadingTest, OutOfRangeOrForeignReadingsAreIgnored) {
+    struct Case {
+        const char* what;
+        nlohmann::json json;
+    };
+    std::vector<Case> cases;
+    cases.push_back({"101 percent", savedJson(60, 101)});
+    cases.push_back({"-1 percent", savedJson(60, -1)});
+    auto mac = savedJson(60, 50);
+    mac["id"] = "mac";
+    cases.push_back({"id mac", mac});
+    auto capital = savedJson(60, 50);
+    capital["id"] = "iPhone";
+    cases.push_back({"id iPhone", capital});
+    cases.push_back({"61 s ahead", savedJson(-61, 50)});
+    cases.push_back({"an hour ahead", savedJson(-3600, 50)});
+    auto noSource = savedJson(60, 50);
+    noSource.erase("source");
+    cases.push_back({"no source", noSource});
+    auto badModel = savedJson(60, 50);
+    badModel["model"] = 14;
+    cases.push_back({"model not text", badModel});
+    auto textPercentage = savedJson(60, 50);
+    textPercentage["percentage"] = "50";
+    cases.push_back({"percentage as text", textPercentage});
+    auto fraction = savedJson(60, 50);
+    fraction["percentage"] = 50.5;
+    cases.push_back({"fractional percentage", fraction});
+    cases.push_back({"an array", nlohmann::json::array({savedJson(60, 50)})});
+
+    for (const auto& item : cases) {
+        save(item.json);
+        auto monitor = h.makeMonitor();
+        EXPECT_FALSE(monitor->phone().has_value()) << item.what;
+        EXPECT_EQ(monitor->phoneStatus(), kInitialStatus) << item.what;
+        EXPECT_EQ(monitor->phoneSetupState(), PhoneSetupState::checking) << item.what;
+    }
+}
+
+TEST_F(SavedReadingTest, AcceptedEdgesOfTheRules) {
+    struct Case {
+        const char* what;
+        nlohmann::json json;
+    };
+    std::vector<Case> cases;
+    cases.push_back({"100 percent", savedJson(10, 100)});
+    cases.push_back({"0 percent", savedJson(10, 0)});
+    cases.push_back({"exactly 60 s ahead", savedJson(-60, 50)});
+    cases.push_back({"59.5 s ahead", savedJson(-59.5, 50)});
+    auto noModel = savedJson(10, 50);
+    noModel.erase("model");
+    cases.push_back({"no model", noModel});
+    auto nullModel = savedJson(10, 50);
+    nullModel["model"] = nullptr;
+    cases.push_back({"null model", nullModel});
+    auto extra = savedJson(10, 50);
+    extra["battery"] = 3;
+    cases.push_back({"unknown key", extra});
+    auto whole = savedJson(10, 50);
+    whole["percentage"] = 50.0;
+    cases.push_back({"percentage written as 50.0", whole});
+
+    for (const auto& item : cases) {
+        save(item.json);
+        auto monitor = h.makeMonitor();
+        ASSERT_TRUE(monitor->phone().has_value()) << item.what;
+        EXPECT_EQ(monitor->phoneStatus(), kSavedStatus) << item.what;
+    }
+    save(noModel);
+    EXPECT_FALSE(h.makeMonitor()->phone()->model().has_value());
+    save(nullModel);
+    EXPECT_FALSE(h.makeMonitor()->phone()->model().has_value());
+}
+
+TEST_F(SavedReadingTest, SixtyOneSecondsAheadIsIgnoredSixtyIsNot) {
+    save(savedJson(-61, 50));
+    EXPECT_FALSE(h.makeMonitor()->phone().has_value());
+    save(savedJson(-60, 50));
+    EXPECT_TRUE(h.makeMonitor()->phone().has_value());
+}
+
+TEST_F(SavedReadingTest, GoodReadingIsShownAgainAfterARestart) {
+    {
+        auto monitor = h.makeMonitor();
+        monitor->refreshPhone();
+        h.phone.enqueue(success(h.now().addingSeconds(-0.123456), 73, "USB"));
+        h.finishReads();
+        EXPECT_EQ(monitor->phoneStatus(), "Connected by USB \u00b7 unplug to test Wi-Fi");
+    }
+    h.scheduler->shiftClock(45);
+    auto restarted = h.makeMonitor();
+    ASSERT_TRUE(restarted->phone().has_value());
+    EXPECT_EQ(restarted->phone()->percentage(), 73);
+    EXPECT_EQ(restarted->phone()->source(), "USB");
+    EXPECT_EQ(restarted->phone()->model(), std::optional<std::string>("iPhone14,2"));
+    // Sub-second precision survives the file.
+    EXPECT_EQ(restarted->phone()->lastUpdated(), h.now().addingSeconds(-45 - 0.123456));
+    EXPECT_EQ(restarted->phoneStatus(), kSavedStatus);
+}
+
+TEST_F(SavedReadingTest, FirstReadAfterARestartLooksForAnyPhone) {
+    save(savedJson(100, 60));
+    auto monitor = h.makeMonitor();
+    monitor->refreshPhone();
+    h.phone.enqueue(failure(PhoneSetupState::notFound, kLocked, false));
+    h.finishReads();
+    ASSERT_EQ(h.phone.calls().size(), 1u);
+    EXPECT_FALSE(h.phone.calls()[0].preferredID.has_value());
+    EXPECT_FALSE(h.phone.calls()[0].identity.has_value());
+    // The saved reading stays on screen under the failure's message.
+    ASSERT_TRUE(monitor->phone().has_value());
+    EXPECT_EQ(monitor->phone()->percentage(), 60);
+    EXPECT_EQ(monitor->phoneStatus(), kLocked);
+    EXPECT_EQ(monitor->phoneSetupState(), PhoneSetupState::notFound);
+}
+
+TEST_F(SavedReadingTest, DefaultLocationIsUnderApplicationSupport) {
+    auto monitor = std::make_unique<BatteryMonitor>(h.services(), h.toolDirectory(), std::nullopt);
+    EXPECT_EQ(monitor->cacheURL(), h.folder.path() / "data" / "Ambrel" / "battery-cache.json");
+}
+
+TEST_F(SavedReadingTest, WithoutApplicationSupportTheCacheLivesInTheTemporaryFolder) {
+    h.folders->support.reset();
+    const auto expected = h.folder.path() / "tmp" / "Ambrel" / "battery-cache.json";
+    {
+        auto monitor =
+            std::make_unique<BatteryMonitor>(h.services(), h.toolDirectory(), std::nullopt);
+        EXPECT_EQ(monitor->cacheURL(), expected);
+        monitor->refreshPhone();
+        h.phone.enqueue(success(h.now(), 31));
+        h.finishReads();
+    }
+    EXPECT_TRUE(std::filesystem::is_regular_file(expected));
+    EXPECT_EQ(modeOf(expected), 0600);
+    EXPECT_EQ(modeOf(expected.parent_path()), 0700);
+    auto restarted =
+        std::make_unique<BatteryMonitor>(h.services(), h.toolDirectory(), std::nullopt);
+    ASSERT_TRUE(restarted->phone().has_value());
+    EXPECT_EQ(restarted->phone()->percentage(), 31);
+}
+
+TEST_F(SavedReadingTest, FolderThatCannotBeMadeLeavesTheProgramRunning) {
+    // A regular file where a folder would have to be.
+    writeText(h.folder.path() / "blocker", "not a folder");
+    const auto cache = h.folder.path() / "blocker" / "Ambrel" / "battery-cache.json";
+    {
+        BatteryMonitor monitor(h.services(), h.toolDirectory(), cache);
+        EXPECT_FALSE(monitor.phone().has_value());
+        monitor.refreshPhone();
+        h.phone.enqueue(success(h.now(), 88, "Wi-Fi"));
+        h.finishReads();
+        EXPECT_EQ(monitor.phoneSetupState(), PhoneSetupState::ready);
+        EXPECT_EQ(monitor.phoneStatus(), "Connected over Wi-Fi \u00b7 checks every 5 min");
+        EXPECT_EQ(monitor.phone()->percentage(), 88);
+        EXPECT_FALSE(monitor.isRefreshingPhone());
+        EXPECT_EQ(monitor.nextPhoneCheck(), h.now().addingSeconds(300));
+        h.scheduler->advance(300);
+        EXPECT_TRUE(monitor.isRefreshingPhone());
+        h.phone.enqueue(success(h.now(), 87, "Wi-Fi"));
+        h.finishReads();
+        EXPECT_EQ(monitor.phone()->percentage(), 87);
+    }
+    EXPECT_EQ(readText(h.folder.path() / "blocker"), "not a folder");
+    BatteryMonitor restarted(h.services(), h.toolDirectory(), cache);
+    EXPECT_FALSE(restarted.phone().has_value());
+    EXPECT_EQ(restarted.phoneStatus(), kInitialStatus);
+}
+
+} // namespace
+} // namespace ambrel::testing::phonecycle
