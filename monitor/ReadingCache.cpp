@@ -1,6 +1,7 @@
 #include "monitor/ReadingCache.h"
 
 #include <cerrno>
+#include <chrono>
 #include <cstdio>
 #include <string>
 #include <system_error>
@@ -53,6 +54,25 @@ bool writeAll(int descriptor, const std::string& bytes) {
     return true;
 }
 
+// A save cut short by a crash or a kill leaves its temporary file behind. Those older than a
+// minute cannot belong to a save in progress (a save takes milliseconds) and are removed.
+void removeAbandonedTemporaries(const std::filesystem::path& folder, const std::string& prefix) {
+    constexpr auto kAbandonedAfter = std::chrono::minutes(1);
+    std::error_code error;
+    const auto now = std::filesystem::file_time_type::clock::now();
+    for (const auto& entry : std::filesystem::directory_iterator(folder, error)) {
+        const std::string name = entry.path().filename().string();
+        if (name.size() != prefix.size() + 6 || !name.starts_with(prefix)) {
+            continue;
+        }
+        std::error_code entryError;
+        const auto modified = entry.last_write_time(entryError);
+        if (!entryError && entry.is_regular_file(entryError) && now - modified > kAbandonedAfter) {
+            ::unlink(entry.path().c_str());
+        }
+    }
+}
+
 std::optional<std::string> readAll(const std::filesystem::path& file) {
     // Non-blocking so that a pipe or device put in the file's place cannot hang the launch; it is
     // then refused as not a regular file.
@@ -97,7 +117,8 @@ void save(const std::filesystem::path& file, const BatteryDeviceSnapshot& snapsh
     if (!makeFolders(folder)) {
         return;
     }
-    std::string temporary = (folder / ("." + file.filename().string() + ".XXXXXX")).string();
+    const std::string temporaryPrefix = "." + file.filename().string() + ".";
+    std::string temporary = (folder / (temporaryPrefix + "XXXXXX")).string();
     const int descriptor = ::mkostemp(temporary.data(), O_CLOEXEC);
     if (descriptor < 0) {
         return;
@@ -118,6 +139,7 @@ void save(const std::filesystem::path& file, const BatteryDeviceSnapshot& snapsh
         ::fsync(folderDescriptor);
         ::close(folderDescriptor);
     }
+    removeAbandonedTemporaries(folder.empty() ? "." : folder, temporaryPrefix);
 }
 
 std::optional<BatteryDeviceSnapshot> load(const std::filesystem::path& file, Date now) {

@@ -204,6 +204,30 @@ TEST_F(ReadingCacheTest, FailedReplaceLeavesWhatWasThereAndNoLeftovers) {
     EXPECT_FALSE(ReadingCache::load(file(), kNow).has_value());
 }
 
+TEST_F(ReadingCacheTest, SaveRemovesTemporariesAbandonedByEarlierKills) {
+    std::filesystem::create_directories(file().parent_path());
+    const auto folderPath = file().parent_path();
+    const auto old = folderPath / ".battery-cache.json.Ab12Cd";
+    const auto recent = folderPath / ".battery-cache.json.Xy34Zw";
+    const auto unrelated = folderPath / ".battery-cache.json.notours";
+    for (const auto& path : {old, recent, unrelated}) {
+        std::FILE* stream = std::fopen(path.c_str(), "w");
+        ASSERT_NE(stream, nullptr);
+        std::fputs("{\"id\":", stream);
+        std::fclose(stream);
+    }
+    const auto longAgo = std::filesystem::file_time_type::clock::now() - std::chrono::minutes(5);
+    std::filesystem::last_write_time(old, longAgo);
+    std::filesystem::last_write_time(unrelated, longAgo);
+
+    ReadingCache::save(file(), phoneSnapshot(kNow));
+    // A temporary younger than a minute may belong to a save in progress elsewhere; it stays.
+    EXPECT_THAT(namesIn(folderPath),
+                UnorderedElementsAre("battery-cache.json", ".battery-cache.json.Xy34Zw",
+                                     ".battery-cache.json.notours"));
+    EXPECT_TRUE(ReadingCache::load(file(), kNow).has_value());
+}
+
 TEST_F(ReadingCacheTest, AcceptanceRules) {
     const auto write = [this](const nlohmann::json& json) { writeText(file(), json.dump()); };
     auto json = phoneSnapshot(kNow, 100).toJson();
