@@ -1,0 +1,74 @@
+#include "tests/e2e/TestBundle.h"
+
+#include <system_error>
+
+namespace ambrel::testing {
+
+namespace fs = std::filesystem;
+
+TestBundle::TestBundle(const fs::path& root, Tools tools)
+    : m_root(root), m_executable(root / "bin" / "tovrin"), m_home(root / "home"),
+      m_dataHome(root / "data"), m_configHome(root / "config"), m_runtime(root / "runtime") {
+    const fs::path built = fs::path(TOVRIN_BINARY_DIR) / "bin" / "tovrin";
+    const fs::path info = fs::path(TOVRIN_BINARY_DIR) / "share" / "tovrin" / "Info";
+    const fs::path share = root / "share" / "tovrin";
+    std::error_code error;
+    for (const auto& folder :
+         {root / "bin", share / "Runtime" / "bin", m_home, m_dataHome, m_configHome, m_runtime}) {
+        fs::create_directories(folder, error);
+    }
+    fs::permissions(m_runtime, fs::perms::owner_all, error);
+    if (!fs::copy_file(built, m_executable, fs::copy_options::overwrite_existing, error)) {
+        m_failure = "cannot copy " + built.string() + ": " + error.message();
+        return;
+    }
+    if (!fs::copy_file(info, share / "Info", fs::copy_options::overwrite_existing, error)) {
+        m_failure = "cannot copy " + info.string() + ": " + error.message();
+        return;
+    }
+    if (tools == Tools::missing) {
+        return;
+    }
+    const std::pair<const char*, const char*> links[] = {{"idevice_id", TOVRIN_REAL_IDEVICE_ID},
+                                                         {"ideviceinfo", TOVRIN_REAL_IDEVICEINFO}};
+    for (const auto& [name, target] : links) {
+        fs::create_symlink(target, share / "Runtime" / "bin" / name, error);
+        if (error || !fs::exists(share / "Runtime" / "bin" / name)) {
+            m_failure = std::string("cannot link the real ") + name + " (" + target + ")";
+            return;
+        }
+    }
+}
+
+std::vector<std::string> TestBundle::environment(const std::string& socketAddress,
+                                                 const std::string& display) const {
+    EnvironmentChanges changes = {
+        {"USBMUXD_SOCKET_ADDRESS", socketAddress},
+        {"HOME", m_home.string()},
+        {"XDG_DATA_HOME", m_dataHome.string()},
+        {"XDG_CONFIG_HOME", m_configHome.string()},
+        {"XDG_RUNTIME_DIR", m_runtime.string()},
+        {"WAYLAND_DISPLAY", std::nullopt},
+        {"DBUS_SESSION_BUS_ADDRESS", std::nullopt},
+        {"LANG", "en_US.UTF-8"},
+        {"LC_ALL", std::nullopt},
+    };
+    if (display.empty()) {
+        changes["DISPLAY"] = std::nullopt;
+        changes["QT_QPA_PLATFORM"] = "offscreen";
+    } else {
+        changes["DISPLAY"] = display;
+        changes["QT_QPA_PLATFORM"] = "xcb";
+    }
+    return environmentWith(changes);
+}
+
+ProcessOutcome TestBundle::run(const std::vector<std::string>& arguments,
+                               const std::string& socketAddress,
+                               std::chrono::duration<double> limit) const {
+    std::vector<std::string> command{m_executable.string()};
+    command.insert(command.end(), arguments.begin(), arguments.end());
+    return runProcess(command, environment(socketAddress), limit);
+}
+
+} // namespace ambrel::testing
