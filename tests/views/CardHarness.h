@@ -1,0 +1,62 @@
+#pragma once
+
+#include <deque>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include <QTemporaryDir>
+
+#include "monitor/BatteryMonitor.h"
+#include "tests/fakes/FakeSystem.h"
+#include "tests/fakes/ManualWorker.h"
+#include "tests/fakes/SimulatedScheduler.h"
+
+namespace ambrel::testing {
+
+// A BatteryMonitor on fakes for the views' tests: simulated time, a worker whose jobs run when
+// the test says, this computer's battery set by the test and phone reads answered from a queue.
+class CardHarness {
+public:
+    // 2026-11-14 14:41 UTC: 9:41 AM in New York.
+    static constexpr double kStartUnixSeconds = 1794667260.0;
+
+    CardHarness();
+
+    BatteryMonitor& monitor() { return *m_monitor; }
+    SimulatedScheduler& scheduler() { return *m_scheduler; }
+    ManualWorker& worker() { return *m_worker; }
+    FakePowerSourceProvider& powerSources() { return *m_powerSources; }
+    FakeHostInfo& host() { return *m_host; }
+
+    // This computer's battery at `percentage` of capacity from now on.
+    void setMacBattery(std::int64_t percentage, bool charging = false, bool pluggedIn = false);
+    // The next phone reads succeed with this reading, dated at the moment of the read.
+    void answerPhone(std::int64_t percentage, const std::string& name = "Work iPhone",
+                     const std::string& source = "Wi-Fi");
+    // The next phone reads fail this way.
+    void failPhone(PhoneSetupState state, const std::string& message);
+    // Runs the pending phone read and applies its outcome on the "main thread".
+    void finishPhoneRead();
+    // Starts a phone read and lets it finish.
+    void readPhoneNow();
+    // How many times this computer's battery was read.
+    int macReads() const { return m_powerSources->calls; }
+
+private:
+    QTemporaryDir m_folder;
+    std::shared_ptr<SimulatedScheduler> m_scheduler;
+    std::shared_ptr<ManualWorker> m_worker;
+    std::shared_ptr<FakePowerSourceProvider> m_powerSources;
+    std::shared_ptr<FakeHostInfo> m_host;
+    struct PhoneAnswer {
+        std::optional<std::int64_t> percentage;
+        std::string name;
+        std::string source;
+        PhoneIssue issue;
+    };
+    std::shared_ptr<PhoneAnswer> m_answer;
+    std::unique_ptr<BatteryMonitor> m_monitor;
+};
+
+} // namespace ambrel::testing

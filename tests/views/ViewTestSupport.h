@@ -1,0 +1,37 @@
+#pragma once
+
+#include <QColor>
+#include <QImage>
+#include <QWidget>
+#include <ostream>
+
+#include "views/Appearance.h"
+
+namespace ambrel::testing {
+
+// Shows `widget` (offscreen) and lets its layouts settle.
+void showAndSettle(QWidget& widget);
+
+enum class Background { window, none };
+
+// The widget drawn into a transparent image at `devicePixelRatio`; with Background::none a
+// window's palette background is left out, so only what the widget paints shows.
+QImage renderWidget(QWidget& widget, qreal devicePixelRatio = 1.0,
+                    Background background = Background::window);
+
+// The colour at a logical point of an image drawn at its own device pixel ratio.
+QColor pixelAt(const QImage& image, QPointF logicalPoint);
+
+// Each of red, green and blue within `tolerance` of the other colour's.
+bool closeTo(const QColor& actual, const QColor& expected, int tolerance = 6);
+
+} // namespace ambrel::testing
+
+namespace ambrel {
+
+// Names the look in parameterised tests' names.
+inline void PrintTo(Look look, std::ostream* stream) {
+    *stream << (look == Look::light ? "light" : "dark");
+}
+
+} // namespace ambrel

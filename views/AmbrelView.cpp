@@ -1,0 +1,242 @@
+#include "views/AmbrelView.h"
+
+#include <QAction>
+#include <QHBoxLayout>
+#include <QMenu>
+#include <QPainter>
+#include <QVBoxLayout>
+#include <utility>
+
+#include "views/Appearance.h"
+#include "views/CardTexts.h"
+#include "views/ContinuousCorners.h"
+#include "views/DeviceBatteryGauge.h"
+#include "views/DeviceBatteryGaugeModel.h"
+#include "views/IPhoneSetupView.h"
+#include "views/IconButton.h"
+#include "views/PixelRatio.h"
+#include "views/SymbolIcons.h"
+#include "views/TextLine.h"
+#include "views/TitleArea.h"
+#include "views/UserLocale.h"
+#include "views/ViewFonts.h"
+#include "views/WidgetBrand.h"
+
+namespace ambrel {
+
+namespace {
+
+constexpr int kHorizontalPadding = 16;
+constexpr int kVerticalPadding = 12;
+constexpr int kSectionSpacing = 8;
+constexpr int kHeaderSpacing = 10;
+constexpr int kGaugeSpacing = 16;
+constexpr int kFooterSpacing = 5;
+constexpr int kFooterHeight = 12;
+constexpr qreal kGlassInset = 2;
+constexpr qreal kGlassRadius = 22;
+
+QString text(const char* utf8) {
+    return QString::fromUtf8(utf8);
+}
+
+// A menu item's title as Qt wants it: a single "&" would mark the next letter as a shortcut.
+QString menuTitle(const QString& title) {
+    QString escaped = title;
+    return escaped.replace(QLatin1Char('&'), QStringLiteral("&&"));
+}
+
+} // namespace
+
+AmbrelView::AmbrelView(BatteryMonitor& monitor, std::function<void()> onHide,
+                       std::function<void()> onQuit, QWidget* parent)
+    : QWidget(parent), m_monitor(monitor), m_onHide(std::move(onHide)), m_onQuit(std::move(onQuit)),
+      m_locale(&UserLocale::system()) {
+    const QString name = QString::fromStdString(WidgetBrand::name());
+    setFixedSize(kWidth, kHeight);
+    // Only the glass is drawn; around its rounded corners the desktop shows through.
+    setAttribute(Qt::WA_TranslucentBackground);
+    setAccessibleName(name);
+
+    m_title = new TitleArea(name, this);
+    m_refresh = new IconButton(QStringLiteral("arrow-clockwise"), 11, QSize(20, 16), this);
+    m_refresh->setToolTip(text(CardTexts::kRefreshHelp));
+    m_refresh->setAccessibleName(text(CardTexts::kRefreshLabel));
+    m_menuButton = new IconButton(QStringLiteral("three-dots"), 12, QSize(18, 16), this);
+    const QString options = QString::fromStdString(CardTexts::optionsLabel(WidgetBrand::name()));
+    m_menuButton->setToolTip(options);
+    m_menuButton->setAccessibleName(options);
+
+    auto* header = new QHBoxLayout();
+    header->setSpacing(kHeaderSpacing);
+    header->addWidget(m_title, 1, Qt::AlignVCenter);
+    header->addWidget(m_refresh, 0, Qt::AlignVCenter);
+    header->addWidget(m_menuButton, 0, Qt::AlignVCenter);
+
+    m_macGauge = new DeviceBatteryGauge(this);
+    m_macGauge->setObjectName(QStringLiteral("macGauge"));
+    m_phoneGauge = new DeviceBatteryGauge(this);
+    m_phoneGauge->setObjectName(QStringLiteral("phoneGauge"));
+    auto* gauges = new QHBoxLayout();
+    gauges->setSpacing(kGaugeSpacing);
+    gauges->addWidget(m_macGauge, 1, Qt::AlignTop);
+    gauges->addWidget(m_phoneGauge, 1, Qt::AlignTop);
+
+    m_cadence = new TextLine(ViewFonts::system(9, QFont::Medium), ColorRole::secondary,
+                             TextLine::Fit::elideEnd, Qt::AlignLeft, this);
+    m_cadence->setText(text(CardTexts::kCadence));
+    m_cadence->setToolTip(text(CardTexts::kCadenceHelp));
+    m_help = new IconButton(QStringLiteral("question-circle"), 10, QSize(18, kFooterHeight), this);
+    m_help->setAccessibleName(text(CardTexts::kHelpButtonLabel));
+    auto* footer = new QHBoxLayout();
+    footer->setSpacing(kFooterSpacing);
+    footer->addWidget(m_cadence, 0, Qt::AlignVCenter);
+    footer->addStretch(1);
+    footer->addWidget(m_help, 0, Qt::AlignVCenter);
+
+    auto* card = new QVBoxLayout(this);
+    card->setContentsMargins(kHorizontalPadding, kVerticalPadding, kHorizontalPadding,
+                             kVerticalPadding);
+    card->setSpacing(kSectionSpacing);
+    card->addLayout(header);
+    card->addLayout(gauges, 1);
+    card->addLayout(footer);
+
+    buildMenu();
+
+    connect(m_refresh, &QAbstractButton::clicked, this, [this] { m_monitor.refreshAll(); });
+    connect(m_menuButton, &QAbstractButton::pressed, this, [this] {
+        m_menu->popup(m_menuButton->mapToGlobal(QPoint(0, m_menuButton->height())));
+    });
+    connect(m_help, &QAbstractButton::clicked, this, [this] { showSetup(); });
+    connect(&Appearance::instance(), &Appearance::lookChanged, this, [this] { applyLook(); });
+
+    m_observer = m_monitor.addObserver([this](MonitorProperty, ChangePhase phase) {
+        if (phase == ChangePhase::didChange) {
+            syncFromMonitor();
+        }
+    });
+    // The clock only keeps the time stamps (today or another day) current; it reads nothing.
+    m_clock.setInterval(kClockMilliseconds);
+    connect(&m_clock, &QTimer::timeout, this, [this] { syncFromMonitor(); });
+    m_clock.start();
+
+    applyLook();
+    syncFromMonitor();
+}
+
+AmbrelView::~AmbrelView() {
+    m_monitor.removeObserver(m_observer);
+}
+
+void AmbrelView::buildMenu() {
+    m_menu = new QMenu(this);
+    m_menu->setObjectName(QStringLiteral("optionsMenu"));
+    const std::string& name = WidgetBrand::name();
+
+    QAction* refresh = m_menu->addAction(menuTitle(text(CardTexts::kMenuRefresh)));
+    refresh->setObjectName(QStringLiteral("refreshAction"));
+    refresh->setData(QStringLiteral("arrow-clockwise"));
+    connect(refresh, &QAction::triggered, this, [this] { m_monitor.refreshAll(); });
+    QAction* setup = m_menu->addAction(menuTitle(text(CardTexts::kMenuSetup)));
+    setup->setObjectName(QStringLiteral("setupAction"));
+    setup->setData(QStringLiteral("phone"));
+    connect(setup, &QAction::triggered, this, [this] { showSetup(); });
+    m_menu->addSeparator();
+    QAction* byline = m_menu->addAction(menuTitle(text(CardTexts::kMenuByline)));
+    byline->setEnabled(false);
+    m_menu->addSeparator();
+    QAction* hide = m_menu->addAction(menuTitle(text(CardTexts::kMenuHide)));
+    hide->setObjectName(QStringLiteral("hideAction"));
+    hide->setData(QStringLiteral("eye-slash"));
+    connect(hide, &QAction::triggered, this, [this] {
+        if (m_onHide) {
+            m_onHide();
+        }
+    });
+    QAction* quit =
+        m_menu->addAction(menuTitle(QString::fromStdString(CardTexts::quitTitle(name))));
+    quit->setObjectName(QStringLiteral("quitAction"));
+    connect(quit, &QAction::triggered, this, [this] {
+        if (m_onQuit) {
+            m_onQuit();
+        }
+    });
+}
+
+void AmbrelView::applyLook() {
+    const Look look = Appearance::instance().look();
+    const QPalette palette = Appearance::windowPalette(look);
+    m_menu->setPalette(palette);
+    const QColor iconColor = palette.color(QPalette::WindowText);
+    for (QAction* action : m_menu->actions()) {
+        const QString symbol = action->data().toString();
+        if (!symbol.isEmpty()) {
+            action->setIcon(SymbolIcons::menuIcon(symbol, iconColor));
+        }
+    }
+    update();
+}
+
+void AmbrelView::showSetup() {
+    if (m_setup) {
+        m_setup->raise();
+        m_setup->activateWindow();
+        return;
+    }
+    auto* sheet = new IPhoneSetupView([this] { m_monitor.refreshAll(); }, this);
+    sheet->setAttribute(Qt::WA_DeleteOnClose);
+    sheet->setWindowModality(Qt::WindowModal);
+    m_setup = sheet;
+    connect(sheet, &QDialog::finished, this, [this] { m_setup = nullptr; });
+    sheet->open();
+}
+
+void AmbrelView::setUserLocaleForTesting(const UserLocale& locale) {
+    m_locale = &locale;
+    syncFromMonitor();
+}
+
+void AmbrelView::syncFromMonitor() {
+    const Date now = m_monitor.clock().now();
+    const PhoneSetupState state = m_monitor.phoneSetupState();
+    const bool phoneFailed = state == PhoneSetupState::needsPairing ||
+                             state == PhoneSetupState::notFound ||
+                             state == PhoneSetupState::unavailable;
+    m_macGauge->setModel(DeviceBatteryGaugeModel(m_monitor.mac(), BatteryDeviceKind::mac, false,
+                                                 false, now, *m_locale));
+    m_phoneGauge->setModel(DeviceBatteryGaugeModel(m_monitor.phone(), BatteryDeviceKind::phone,
+                                                   m_monitor.isRefreshingPhone(), phoneFailed, now,
+                                                   *m_locale));
+    m_refresh->setBusy(m_monitor.isRefreshingPhone());
+    m_help->setToolTip(QString::fromStdString(m_monitor.phoneStatus()));
+    update();
+}
+
+void AmbrelView::resizeEvent(QResizeEvent* event) {
+    QWidget::resizeEvent(event);
+    m_glass = QImage();
+}
+
+void AmbrelView::paintEvent(QPaintEvent*) {
+    QPainter painter(this);
+    const double ratio = pixelRatio(painter);
+    const Look look = Appearance::instance().look();
+    if (m_glass.isNull() || m_glassRatio != ratio || m_glassLook != look) {
+        m_glass = QImage((QSizeF(size()) * ratio).toSize(), QImage::Format_ARGB32_Premultiplied);
+        m_glass.setDevicePixelRatio(ratio);
+        m_glass.fill(Qt::transparent);
+        QPainter glass(&m_glass);
+        glass.setRenderHint(QPainter::Antialiasing);
+        glass.setPen(QPen(Appearance::glassEdge(look), 1));
+        glass.setBrush(Appearance::glassFill(look));
+        glass.drawPath(continuousRoundedRect(
+            QRectF(rect()).adjusted(kGlassInset, kGlassInset, -kGlassInset, -kGlassInset),
+            kGlassRadius));
+        m_glassRatio = ratio;
+        m_glassLook = look;
+    }
+    painter.drawImage(QPointF(0, 0), m_glass);
+}
+
+} // namespace ambrel

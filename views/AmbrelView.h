@@ -1,0 +1,94 @@
+#pragma once
+
+#include <functional>
+
+#include <QImage>
+#include <QPointer>
+#include <QTimer>
+#include <QWidget>
+
+#include "monitor/BatteryMonitor.h"
+#include "views/Appearance.h"
+#include "views/IPhoneSetupView.h"
+
+class QMenu;
+
+namespace ambrel {
+
+class DeviceBatteryGauge;
+class IconButton;
+class TextLine;
+class TitleArea;
+class UserLocale;
+
+// The whole widget card, 360 x 170: a header (the title that moves the window, a refresh button
+// and an options menu), this computer's and the phone's gauges, and a footer with the refresh
+// cadence and the connection help button. It paints its own glass and is transparent outside
+// it. It reads the monitor, redraws on every published change and on a 30-second clock (for the
+// time stamps), and calls only refreshAll(); the monitor must outlive it. Main thread only.
+class AmbrelView final : public QWidget {
+    Q_OBJECT
+
+public:
+    static constexpr int kWidth = 360;
+    static constexpr int kHeight = 170;
+    static constexpr int kClockMilliseconds = 30 * 1000;
+
+    AmbrelView(BatteryMonitor& monitor, std::function<void()> onHide, std::function<void()> onQuit,
+               QWidget* parent = nullptr);
+    ~AmbrelView() override;
+
+    // Opens the phone setup sheet over the card (or raises it when it is open).
+    void showSetup();
+    bool isShowingSetup() const { return m_setup != nullptr; }
+    IPhoneSetupView* setupView() const { return m_setup; }
+
+    TitleArea* titleArea() const { return m_title; }
+    IconButton* refreshButton() const { return m_refresh; }
+    IconButton* menuButton() const { return m_menuButton; }
+    QMenu* optionsMenu() const { return m_menu; }
+    DeviceBatteryGauge* macGauge() const { return m_macGauge; }
+    DeviceBatteryGauge* phoneGauge() const { return m_phoneGauge; }
+    TextLine* cadenceLine() const { return m_cadence; }
+    IconButton* helpButton() const { return m_help; }
+    const QTimer& clock() const { return m_clock; }
+
+    // Formats the time stamps with `locale` instead of the user's; it must outlive the view.
+    void setUserLocaleForTesting(const UserLocale& locale);
+    // Does what the 30-second clock does when it fires.
+    void clockTickForTesting() { syncFromMonitor(); }
+
+protected:
+    void paintEvent(QPaintEvent* event) override;
+    void resizeEvent(QResizeEvent* event) override;
+
+private:
+    void buildMenu();
+    void applyLook();
+    // Copies the monitor's state into the child views and schedules one repaint.
+    void syncFromMonitor();
+
+    BatteryMonitor& m_monitor;
+    std::function<void()> m_onHide;
+    std::function<void()> m_onQuit;
+    BatteryMonitor::ObserverId m_observer = 0;
+    const UserLocale* m_locale;
+    QTimer m_clock;
+    // The glass, drawn once per size, look and pixel ratio: a large translucent fill is the
+    // costliest part of a frame.
+    QImage m_glass;
+    double m_glassRatio = 0.0;
+    Look m_glassLook = Look::light;
+
+    TitleArea* m_title = nullptr;
+    IconButton* m_refresh = nullptr;
+    IconButton* m_menuButton = nullptr;
+    QMenu* m_menu = nullptr;
+    DeviceBatteryGauge* m_macGauge = nullptr;
+    DeviceBatteryGauge* m_phoneGauge = nullptr;
+    TextLine* m_cadence = nullptr;
+    IconButton* m_help = nullptr;
+    QPointer<IPhoneSetupView> m_setup;
+};
+
+} // namespace ambrel

@@ -1,0 +1,50 @@
+#include "views/DeviceBatteryGauge.h"
+
+#include <QVBoxLayout>
+
+#include "views/DeviceBatteryGaugeModel.h"
+#include "views/GaugeRing.h"
+#include "views/TextLine.h"
+#include "views/ViewFonts.h"
+
+namespace ambrel {
+
+namespace {
+
+constexpr int kSpacing = 5;
+
+} // namespace
+
+DeviceBatteryGauge::DeviceBatteryGauge(QWidget* parent)
+    : QWidget(parent), m_ring(new GaugeRing(this)),
+      m_title(new TextLine(ViewFonts::system(11, QFont::Medium), ColorRole::primary,
+                           TextLine::Fit::elideMiddle, Qt::AlignHCenter, this)),
+      m_status(new TextLine(ViewFonts::system(9), ColorRole::secondary, TextLine::Fit::elideEnd,
+                            Qt::AlignHCenter, this)) {
+    m_ring->setObjectName(QStringLiteral("ring"));
+    m_title->setObjectName(QStringLiteral("title"));
+    m_status->setObjectName(QStringLiteral("status"));
+    // The two gauges share the row equally, whatever their texts.
+    setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Preferred);
+    m_title->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Fixed);
+    m_status->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Fixed);
+
+    auto* layout = new QVBoxLayout(this);
+    layout->setContentsMargins(0, 0, 0, 0);
+    layout->setSpacing(kSpacing);
+    layout->addWidget(m_ring, 0, Qt::AlignHCenter);
+    layout->addWidget(m_title);
+    layout->addWidget(m_status);
+    layout->addStretch(1);
+}
+
+void DeviceBatteryGauge::setModel(const DeviceBatteryGaugeModel& model) {
+    m_ring->setModel(model);
+    m_title->setText(QString::fromStdString(model.title()));
+    m_title->setToolTip(QString::fromStdString(model.titleHelp()));
+    m_status->setText(QString::fromStdString(model.statusLine()));
+    m_status->setColorRole(model.statusColor());
+    m_status->setToolTip(QString::fromStdString(model.updateHelp()));
+}
+
+} // namespace ambrel

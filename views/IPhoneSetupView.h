@@ -1,0 +1,54 @@
+#pragma once
+
+#include <functional>
+#include <vector>
+
+#include <QDialog>
+#include <QUrl>
+
+class QLabel;
+class QPushButton;
+
+namespace ambrel {
+
+class SetupStep;
+
+// The help sheet on pairing the iPhone: a heading, four numbered steps, a note, the cadence
+// box and three buttons. "Check batteries" calls `onRefresh` and leaves the sheet open (check,
+// unplug, check again); "Done" and Escape close it; "Open Finder" opens the file manager on
+// the home folder. 460 wide; its height follows the wrapped texts, which are never cut.
+class IPhoneSetupView final : public QDialog {
+    Q_OBJECT
+
+public:
+    static constexpr int kWidth = 460;
+
+    explicit IPhoneSetupView(std::function<void()> onRefresh, QWidget* parent = nullptr);
+
+    QPushButton* openFinderButton() const { return m_openFinder; }
+    QPushButton* doneButton() const { return m_done; }
+    QPushButton* checkBatteriesButton() const { return m_checkBatteries; }
+    const std::vector<SetupStep*>& steps() const { return m_steps; }
+    // Every text label of the sheet, top to bottom.
+    const std::vector<QLabel*>& labels() const { return m_labels; }
+
+    // Replaces opening a folder in the file manager.
+    void setFolderOpenerForTesting(std::function<void(const QUrl&)> open);
+
+private:
+    QLabel* addLabel(const QString& text, const QFont& font, bool secondary);
+    void applyLook();
+    void fitHeight();
+    void openFileManager();
+
+    std::function<void()> m_onRefresh;
+    std::function<void(const QUrl&)> m_openFolder;
+    std::vector<SetupStep*> m_steps;
+    std::vector<QLabel*> m_labels;
+    std::vector<QLabel*> m_secondaryLabels;
+    QPushButton* m_openFinder = nullptr;
+    QPushButton* m_done = nullptr;
+    QPushButton* m_checkBatteries = nullptr;
+};
+
+} // namespace ambrel

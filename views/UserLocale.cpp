@@ -1,0 +1,186 @@
+#include "views/UserLocale.h"
+
+#include <cstdlib>
+#include <utility>
+
+#include <unicode/calendar.h>
+#include <unicode/dtptngen.h>
+#include <unicode/locid.h>
+#include <unicode/smpdtfmt.h>
+#include <unicode/timezone.h>
+#include <unicode/unistr.h>
+
+namespace ambrel {
+
+namespace {
+
+std::string toUtf8(const icu::UnicodeString& text) {
+    std::string result;
+    text.toUTF8String(result);
+    return result;
+}
+
+UDate toUDate(Date date) {
+    return date.secondsSince1970() * 1000.0;
+}
+
+// The pattern of a ready-made ICU date format, or empty when ICU gave some other kind.
+icu::UnicodeString patternOf(const icu::DateFormat* format) {
+    icu::UnicodeString pattern;
+    if (const auto* simple = dynamic_cast<const icu::SimpleDateFormat*>(format)) {
+        simple->toPattern(pattern);
+    }
+    return pattern;
+}
+
+std::unique_ptr<icu::SimpleDateFormat> makeFormat(const icu::UnicodeString& pattern,
+                                                  const icu::Locale& locale,
+                                                  const icu::TimeZone& zone) {
+    UErrorCode status = U_ZERO_ERROR;
+    auto format = std::make_unique<icu::SimpleDateFormat>(pattern, locale, status);
+    if (U_FAILURE(status)) {
+        return nullptr;
+    }
+    format->setTimeZone(zone);
+    return format;
+}
+
+} // namespace
+
+struct UserLocale::Formatters {
+    icu::Locale locale;
+    std::unique_ptr<icu::TimeZone> zone;
+    std::unique_ptr<icu::Calendar> calendar;
+    std::unique_ptr<icu::SimpleDateFormat> shortTime;
+    std::unique_ptr<icu::SimpleDateFormat> monthDayTime;
+    std::unique_ptr<icu::SimpleDateFormat> mediumDateShortTime;
+};
+
+UserLocale::UserLocale(std::string_view localeName, std::string_view timeZoneID)
+    : m_formatters(std::make_unique<Formatters>()) {
+    auto& f = *m_formatters;
+    f.locale = icu::Locale(icuLocaleName(localeName).c_str());
+    m_localeName = f.locale.getName();
+    f.zone.reset(icu::TimeZone::createTimeZone(icu::UnicodeString::fromUTF8(
+        icu::StringPiece(timeZoneID.data(), static_cast<int32_t>(timeZoneID.size())))));
+
+    UErrorCode status = U_ZERO_ERROR;
+    f.calendar.reset(icu::Calendar::createInstance(*f.zone, f.locale, status));
+    if (U_FAILURE(status)) {
+        f.calendar.reset();
+    }
+
+    std::unique_ptr<icu::DateFormat> shortTimeFormat(
+        icu::DateFormat::createTimeInstance(icu::DateFormat::kShort, f.locale));
+    std::unique_ptr<icu::DateFormat> mediumDateFormat(
+        icu::DateFormat::createDateInstance(icu::DateFormat::kMedium, f.locale));
+    const icu::UnicodeString timePattern = patternOf(shortTimeFormat.get());
+    const icu::UnicodeString datePattern = patternOf(mediumDateFormat.get());
+    f.shortTime = makeFormat(timePattern, f.locale, *f.zone);
+
+    status = U_ZERO_ERROR;
+    std::unique_ptr<icu::DateTimePatternGenerator> generator(
+        icu::DateTimePatternGenerator::createInstance(f.locale, status));
+    if (U_SUCCESS(status)) {
+        const icu::UnicodeString best =
+            generator->getBestPattern(icu::UnicodeString(u"MMMdjmm"), status);
+        if (U_SUCCESS(status)) {
+            f.monthDayTime = makeFormat(best, f.locale, *f.zone);
+        }
+        // The long style's glue reads as running text ("{1} 'at' {0}" in English), where the
+        // medium style's is only a comma.
+        status = U_ZERO_ERROR;
+        icu::UnicodeString glue = generator->getDateTimeFormat(UDAT_LONG, status);
+        if (U_FAILURE(status) || glue.isEmpty()) {
+            glue = icu::UnicodeString(u"{1} {0}");
+        }
+        glue.findAndReplace(icu::UnicodeString(u"{1}"), datePattern);
+        glue.findAndReplace(icu::UnicodeString(u"{0}"), timePattern);
+        f.mediumDateShortTime = makeFormat(glue, f.locale, *f.zone);
+    }
+}
+
+UserLocale::~UserLocale() = default;
+UserLocale::UserLocale(UserLocale&&) noexcept = default;
+UserLocale& UserLocale::operator=(UserLocale&&) noexcept = default;
+
+const UserLocale& UserLocale::system() {
+    static const UserLocale instance = [] {
+        std::unique_ptr<icu::TimeZone> zone(icu::TimeZone::createDefault());
+        icu::UnicodeString zoneID;
+        zone->getID(zoneID);
+        const std::string name =
+            dateLocaleName(std::getenv("LC_ALL"), std::getenv("LC_TIME"), std::getenv("LANG"));
+        return UserLocale(name, toUtf8(zoneID));
+    }();
+    return instance;
+}
+
+bool UserLocale::isSameDay(Date first, Date second) const {
+    auto* calendar = m_formatters->calendar.get();
+    if (!calendar) {
+        return false;
+    }
+    UErrorCode status = U_ZERO_ERROR;
+    calendar->setTime(toUDate(first), status);
+    const int32_t firstDay = calendar->get(UCAL_JULIAN_DAY, status);
+    calendar->setTime(toUDate(second), status);
+    const int32_t secondDay = calendar->get(UCAL_JULIAN_DAY, status);
+    return U_SUCCESS(status) && firstDay == secondDay;
+}
+
+namespace {
+
+std::string formatWith(const icu::SimpleDateFormat* format, Date date) {
+    if (!format) {
+        return {};
+    }
+    icu::UnicodeString text;
+    format->format(toUDate(date), text);
+    return toUtf8(text);
+}
+
+} // namespace
+
+std::string UserLocale::shortTime(Date date) const {
+    return formatWith(m_formatters->shortTime.get(), date);
+}
+
+std::string UserLocale::monthDayTime(Date date) const {
+    return formatWith(m_formatters->monthDayTime.get(), date);
+}
+
+std::string UserLocale::mediumDateShortTime(Date date) const {
+    return formatWith(m_formatters->mediumDateShortTime.get(), date);
+}
+
+bool UserLocale::containsIgnoringCase(std::string_view text, std::string_view part) const {
+    const auto piece = [](std::string_view view) {
+        return icu::StringPiece(view.data(), static_cast<int32_t>(view.size()));
+    };
+    icu::UnicodeString haystack = icu::UnicodeString::fromUTF8(piece(text));
+    icu::UnicodeString needle = icu::UnicodeString::fromUTF8(piece(part));
+    haystack.toLower(m_formatters->locale);
+    needle.toLower(m_formatters->locale);
+    return haystack.indexOf(needle) >= 0;
+}
+
+std::string UserLocale::icuLocaleName(std::string_view posixName) {
+    const auto cut = posixName.find_first_of(".@");
+    const std::string_view base = posixName.substr(0, cut);
+    if (base.empty() || base == "C" || base == "POSIX") {
+        return "en_US_POSIX";
+    }
+    return std::string(base);
+}
+
+std::string UserLocale::dateLocaleName(const char* lcAll, const char* lcTime, const char* lang) {
+    for (const char* candidate : {lcAll, lcTime, lang}) {
+        if (candidate && *candidate) {
+            return candidate;
+        }
+    }
+    return {};
+}
+
+} // namespace ambrel

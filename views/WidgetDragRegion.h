@@ -1,0 +1,35 @@
+#pragma once
+
+#include <optional>
+
+#include <QPoint>
+#include <QWidget>
+
+namespace ambrel {
+
+// An invisible surface under the card's title that moves the borderless window: a left press
+// hands the window to the window manager as the start of an interactive move, already on the
+// first click. Where the window manager cannot take the move over, the region moves the window
+// itself while the button is held. It draws nothing, so the glass shows through.
+class WidgetDragRegion final : public QWidget {
+    Q_OBJECT
+
+public:
+    explicit WidgetDragRegion(QWidget* parent = nullptr);
+
+    // Left presses that asked for a window move so far.
+    int moveRequestsForTesting() const { return m_moveRequests; }
+
+protected:
+    void mousePressEvent(QMouseEvent* event) override;
+    void mouseMoveEvent(QMouseEvent* event) override;
+    void mouseReleaseEvent(QMouseEvent* event) override;
+
+private:
+    int m_moveRequests = 0;
+    // Where the press was, relative to the window's top-left corner, while this region moves
+    // the window itself.
+    std::optional<QPoint> m_pressOffset;
+};
+
+} // namespace ambrel
