@@ -1,28 +1,116 @@
 #include "app/AmbrelMain.h"
 
-#include <algorithm>
 #include <cstdio>
-#include <string_view>
+#include <memory>
+#include <string>
 
+#include <QApplication>
+
+#include "app/AmbrelDelegate.h"
+#include "app/CommandLine.h"
+#include "app/LoginCommand.h"
+#include "app/QuitSignals.h"
 #include "app/ReadingsCommand.h"
+#include "app/ShellTexts.h"
+#include "app/SingleInstance.h"
+#include "platform/linux/ExecutableBundle.h"
+#include "platform/linux/XdgAutostartService.h"
+
+#ifndef TOVRIN_VERSION
+#error "TOVRIN_VERSION must be defined by the build"
+#endif
 
 namespace ambrel::AmbrelMain {
 
 namespace {
 
-bool hasArgument(int argc, char** argv, std::string_view wanted) {
-    return std::any_of(argv + std::min(argc, 1), argv + argc,
-                       [wanted](const char* argument) { return wanted == argument; });
+void print(const std::string& text) {
+    std::fwrite(text.data(), 1, text.size(), stdout);
+    std::fflush(stdout);
+}
+
+std::string bundleIdentifier(const Bundle& bundle) {
+    return bundle.infoString("CFBundleIdentifier").value_or(std::string());
+}
+
+// The program's own executable stands for the bundle path: it is what the autostart entry
+// starts and what the user would look for.
+std::string appPath(const Bundle& bundle) {
+    return bundle.executablePath().string();
+}
+
+std::unique_ptr<XdgAutostartService> loginItemService(const Bundle& bundle) {
+    AutostartProgram program;
+    program.identifier = bundleIdentifier(bundle);
+    program.name = ShellTexts::displayName(bundle);
+    program.executable = bundle.executablePath();
+    program.resourceFolder = bundle.resourceFolder();
+    return std::make_unique<XdgAutostartService>(std::move(program));
+}
+
+// Placement and stacking below other windows need X11; under Wayland the program asks for
+// XWayland unless the user chose a platform.
+void preferX11UnderWayland() {
+    if (!qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY") &&
+        !qEnvironmentVariableIsSet("QT_QPA_PLATFORM")) {
+        qputenv("QT_QPA_PLATFORM", "xcb");
+    }
+}
+
+int runWidget(int argc, char** argv, const std::vector<std::string>& arguments,
+              std::shared_ptr<Bundle> bundle) {
+    preferX11UnderWayland();
+    auto [claim, instance] = SingleInstance::claim(SingleInstance::lockPath(
+        bundleIdentifier(*bundle).empty() ? std::string("tovrin") : bundleIdentifier(*bundle)));
+    if (claim == SingleInstance::Claim::handedOver) {
+        return 0;
+    }
+
+    // These name the settings file ($XDG_CONFIG_HOME/Quenby/Tovrin.conf).
+    QCoreApplication::setOrganizationName(QStringLiteral("Quenby"));
+    QCoreApplication::setOrganizationDomain(QStringLiteral("quenby.com"));
+    QCoreApplication::setApplicationName(QStringLiteral("Tovrin"));
+    QCoreApplication::setApplicationVersion(QStringLiteral(TOVRIN_VERSION));
+    QApplication application(argc, argv);
+
+    const QuitSignals quitSignals;
+    auto loginItems = loginItemService(*bundle);
+    AmbrelDelegate delegate(arguments, std::move(bundle), std::move(loginItems));
+    QObject::connect(&application, &QCoreApplication::aboutToQuit, &delegate,
+                     [&delegate] { delegate.applicationWillTerminate(); });
+    delegate.applicationDidFinishLaunching();
+    if (instance) {
+        instance->listen([&delegate] { delegate.showPanel(); });
+    }
+    return QApplication::exec();
 }
 
 } // namespace
 
 int main(int argc, char** argv) {
-    if (hasArgument(argc, argv, "--readings")) {
+    const auto arguments = CommandLine::arguments(argc, argv);
+    auto bundle = std::make_shared<ExecutableBundle>();
+
+    auto loginItems = loginItemService(*bundle);
+    if (const auto outcome = LoginCommand::run(arguments, *loginItems, bundleIdentifier(*bundle),
+                                               appPath(*bundle))) {
+        print(outcome->output);
+        return outcome->exitCode;
+    }
+    const auto name = ShellTexts::displayName(*bundle);
+    if (CommandLine::hasArgument(arguments, "--help")) {
+        print(CommandLine::helpText(name));
+        return 0;
+    }
+    if (CommandLine::hasArgument(arguments, "--version")) {
+        print(CommandLine::versionText(
+            name, bundle->infoString("CFBundleShortVersionString").value_or(TOVRIN_VERSION)));
+        return 0;
+    }
+    if (CommandLine::hasArgument(arguments, "--readings")) {
         return ReadingsCommand::run(argc, argv);
     }
-    std::fputs("tovrin: the desktop widget is not built yet; try --readings\n", stderr);
-    return 1;
+    return runWidget(argc, argv, arguments, std::move(bundle));
 }
 
 } // namespace ambrel::AmbrelMain

@@ -1,0 +1,232 @@
+#include "app/AmbrelDelegate.h"
+
+#include <QCoreApplication>
+#include <QGuiApplication>
+#include <QPointer>
+#include <QScreen>
+#include <QTimer>
+
+#include "app/AutostartSettings.h"
+#include "app/ColorSchemeWatcher.h"
+#include "app/DesktopPanel.h"
+#include "app/FirstPaintProbe.h"
+#include "app/PanelFrameStore.h"
+#include "app/PanelPlacement.h"
+#include "app/PreviewCapture.h"
+#include "app/ShellTexts.h"
+#include "app/StatusMenu.h"
+#include "app/SystemServices.h"
+#include "app/WakeObserver.h"
+#include "monitor/BatteryMonitor.h"
+#include "phone/CommandRunner.h"
+#include "platform/linux/XdgAutostartService.h"
+#include "platform/qt/QtMainScheduler.h"
+#include "views/AmbrelView.h"
+#include "views/Appearance.h"
+
+namespace ambrel {
+
+namespace {
+
+// How long after the panel is first shown the preview is captured, so that the first readings
+// have arrived and the card has been laid out.
+constexpr int kCaptureDelayMilliseconds = 4000;
+
+std::vector<QRect> availableAreas() {
+    std::vector<QRect> areas;
+    for (const QScreen* screen : QGuiApplication::screens()) {
+        areas.push_back(screen->availableGeometry());
+    }
+    return areas;
+}
+
+std::optional<QRect> mainScreenArea() {
+    const QScreen* screen = QGuiApplication::primaryScreen();
+    if (screen == nullptr) {
+        return std::nullopt;
+    }
+    return screen->availableGeometry();
+}
+
+} // namespace
+
+AmbrelDelegate::AmbrelDelegate(std::vector<std::string> arguments, std::shared_ptr<Bundle> bundle,
+                               std::unique_ptr<LoginItemService> loginItems, QObject* parent)
+    : QObject(parent), m_arguments(std::move(arguments)), m_bundle(std::move(bundle)),
+      m_loginItems(std::move(loginItems)),
+      m_displayName(QString::fromStdString(ShellTexts::displayName(*m_bundle))),
+      m_forcedLook(CommandLine::previewLook(m_arguments)) {}
+
+AmbrelDelegate::~AmbrelDelegate() {
+    applicationWillTerminate();
+    // The card observes the monitor, so it goes first.
+    m_statusMenu.reset();
+    m_panel.reset();
+    m_monitor.reset();
+}
+
+void AmbrelDelegate::applicationDidFinishLaunching() {
+    // No taskbar entry: the panel asks to be left out of taskbars and pagers, and closing an
+    // alert while the panel is hidden must not end the program.
+    QGuiApplication::setQuitOnLastWindowClosed(false);
+
+    auto& appearance = Appearance::instance();
+    if (m_forcedLook) {
+        appearance.setForcedLook(*m_forcedLook == CommandLine::PreviewLook::dark ? Look::dark
+                                                                                 : Look::light);
+    } else {
+        m_colorSchemeWatcher =
+            std::make_unique<ColorSchemeWatcher>([](std::optional<bool> prefersDark) {
+                Appearance::instance().setSystemLook(
+                    prefersDark ? std::optional<Look>(*prefersDark ? Look::dark : Look::light)
+                                : std::nullopt);
+            });
+    }
+
+    m_scheduler = std::make_shared<QtMainScheduler>();
+    auto services = systemMonitorServices(m_scheduler);
+    services.bundle = m_bundle;
+    const auto toolDirectory = bundleToolDirectory(*m_bundle);
+    m_monitor = std::make_unique<BatteryMonitor>(std::move(services), toolDirectory, std::nullopt);
+
+    configurePanel();
+
+    StatusMenu::Actions actions;
+    actions.showPanel = [this] { showPanel(); };
+    actions.refresh = [this] { m_monitor->refreshAll(); };
+    actions.quit = [] { QCoreApplication::quit(); };
+    actions.openAutostartSettings = [this] {
+        const auto* xdg = dynamic_cast<const XdgAutostartService*>(m_loginItems.get());
+        AutostartSettings::open(xdg != nullptr ? xdg->autostartFolder() : std::filesystem::path());
+    };
+    m_statusMenu = std::make_unique<StatusMenu>(m_displayName, *m_loginItems, std::move(actions));
+    m_statusMenu->setDark(appearance.look() == Look::dark);
+    connect(&appearance, &Appearance::lookChanged, this,
+            [this](Look look) { m_statusMenu->setDark(look == Look::dark); });
+    m_statusMenu->showTrayItem();
+
+    m_monitor->start();
+
+    QPointer<AmbrelDelegate> self(this);
+    m_wakeObserver = std::make_unique<WakeObserver>([self] {
+        if (self != nullptr) {
+            self->m_monitor->refreshAll();
+        }
+    });
+    watchScreens();
+
+    m_panel->bringToFront();
+    if (CommandLine::capturePreviewPath(m_arguments)) {
+        QTimer::singleShot(kCaptureDelayMilliseconds, this, [this] { capturePreview(); });
+    }
+}
+
+void AmbrelDelegate::configurePanel() {
+    m_frameStore = std::make_unique<PanelFrameStore>();
+    m_panel = std::make_unique<DesktopPanel>(m_displayName);
+
+    QPointer<AmbrelDelegate> self(this);
+    auto* card = new AmbrelView(
+        *m_monitor,
+        [self] {
+            if (self != nullptr && self->m_panel) {
+                self->m_panel->hide();
+            }
+        },
+        [] { QCoreApplication::quit(); });
+    m_panel->setContent(card);
+    FirstPaintProbe::installIfRequested(m_panel.get());
+
+    const auto saved = m_frameStore->load();
+    const QRect frame = saved ? *saved
+                              : QRect(PanelPlacement::firstPlacementOrigin(mainScreenArea()),
+                                      PanelPlacement::kPanelSize);
+    m_panel->move(PanelPlacement::withPanelSize(frame).topLeft());
+    constrainPanelToScreen();
+    m_panel->setMovedHandler([this] { savePanelFrame(); });
+}
+
+void AmbrelDelegate::constrainPanelToScreen() {
+    if (!m_panel) {
+        return;
+    }
+    const QRect frame(m_panel->pos(), m_panel->size());
+    if (const auto origin =
+            PanelPlacement::constrainedOrigin(frame, availableAreas(), mainScreenArea())) {
+        m_panel->move(*origin);
+    }
+}
+
+void AmbrelDelegate::watchScreens() {
+    const auto constrainLater = [this] {
+        // Screen lists settle after the signal, so the check runs once the event loop is back.
+        QTimer::singleShot(0, this, [this] { constrainPanelToScreen(); });
+    };
+    auto* application = qobject_cast<QGuiApplication*>(QCoreApplication::instance());
+    if (application == nullptr) {
+        return;
+    }
+    m_screenConnections << connect(application, &QGuiApplication::screenAdded, this,
+                                   [this, constrainLater](QScreen* screen) {
+                                       watchScreen(screen);
+                                       constrainLater();
+                                   });
+    m_screenConnections << connect(application, &QGuiApplication::screenRemoved, this,
+                                   constrainLater);
+    m_screenConnections << connect(application, &QGuiApplication::primaryScreenChanged, this,
+                                   constrainLater);
+    for (QScreen* screen : QGuiApplication::screens()) {
+        watchScreen(screen);
+    }
+}
+
+void AmbrelDelegate::watchScreen(QScreen* screen) {
+    m_screenConnections << connect(screen, &QScreen::availableGeometryChanged, this,
+                                   [this] { constrainPanelToScreen(); });
+    m_screenConnections << connect(screen, &QScreen::geometryChanged, this,
+                                   [this] { constrainPanelToScreen(); });
+}
+
+void AmbrelDelegate::showPanel() {
+    if (m_panel) {
+        m_panel->bringToFront();
+    }
+}
+
+void AmbrelDelegate::savePanelFrame() {
+    if (m_panel && m_frameStore) {
+        m_frameStore->save(QRect(m_panel->pos(), m_panel->size()));
+    }
+}
+
+void AmbrelDelegate::capturePreview() {
+    const auto path = CommandLine::capturePreviewPath(m_arguments);
+    if (!path || !m_panel) {
+        return;
+    }
+    const QScreen* screen = m_panel->screen();
+    const qreal ratio = screen != nullptr ? screen->devicePixelRatio() : qApp->devicePixelRatio();
+    PreviewCapture::capture(m_panel.get(), ratio, QString::fromStdString(*path));
+}
+
+void AmbrelDelegate::applicationWillTerminate() {
+    if (m_terminated) {
+        return;
+    }
+    m_terminated = true;
+    if (m_panel && m_frameStore) {
+        savePanelFrame();
+        m_frameStore->flush();
+    }
+    for (const auto& connection : std::as_const(m_screenConnections)) {
+        disconnect(connection);
+    }
+    m_screenConnections.clear();
+    m_wakeObserver.reset();
+    m_colorSchemeWatcher.reset();
+    // A phone tool still running would outlive the program otherwise, and a read on its way
+    // must not start another one.
+    CommandRunner::refuseLaunchesAndTerminate();
+}
+
+} // namespace ambrel

@@ -1,0 +1,74 @@
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include <QList>
+#include <QMetaObject>
+#include <QObject>
+#include <QString>
+
+#include "app/CommandLine.h"
+
+class QScreen;
+
+namespace ambrel {
+
+class BatteryMonitor;
+class Bundle;
+class ColorSchemeWatcher;
+class DesktopPanel;
+class LoginItemService;
+class PanelFrameStore;
+class QtMainScheduler;
+class StatusMenu;
+class WakeObserver;
+
+// A normal run: builds the monitor, the desktop panel with the card and the tray item, keeps
+// the panel on screen and remembers where it is, refreshes on wake, and captures a preview when
+// asked. Owns all of them for the life of the process. Main thread only.
+class AmbrelDelegate final : public QObject {
+public:
+    // `arguments` as the process got them (the program path first). `loginItems` is shared
+    // with nothing else and kept.
+    AmbrelDelegate(std::vector<std::string> arguments, std::shared_ptr<Bundle> bundle,
+                   std::unique_ptr<LoginItemService> loginItems, QObject* parent = nullptr);
+    ~AmbrelDelegate() override;
+
+    // The launch sequence; called once the application object exists.
+    void applicationDidFinishLaunching();
+    // A later launch, or "Show …" in the tray menu: the panel comes back where it was.
+    void showPanel();
+    // Saves the frame and stops watching wake and screens; runs as the event loop ends.
+    void applicationWillTerminate();
+
+    DesktopPanel* panelForTesting() const { return m_panel.get(); }
+
+private:
+    void configurePanel();
+    void constrainPanelToScreen();
+    void watchScreens();
+    void watchScreen(QScreen* screen);
+    void savePanelFrame();
+    void capturePreview();
+
+    std::vector<std::string> m_arguments;
+    std::shared_ptr<Bundle> m_bundle;
+    std::unique_ptr<LoginItemService> m_loginItems;
+    QString m_displayName;
+    std::optional<CommandLine::PreviewLook> m_forcedLook;
+
+    std::shared_ptr<QtMainScheduler> m_scheduler;
+    std::unique_ptr<BatteryMonitor> m_monitor;
+    std::unique_ptr<PanelFrameStore> m_frameStore;
+    std::unique_ptr<DesktopPanel> m_panel;
+    std::unique_ptr<StatusMenu> m_statusMenu;
+    std::unique_ptr<WakeObserver> m_wakeObserver;
+    std::unique_ptr<ColorSchemeWatcher> m_colorSchemeWatcher;
+    QList<QMetaObject::Connection> m_screenConnections;
+    bool m_terminated = false;
+};
+
+} // namespace ambrel

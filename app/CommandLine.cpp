@@ -1,0 +1,72 @@
+#include "app/CommandLine.h"
+
+#include <algorithm>
+
+namespace ambrel::CommandLine {
+
+std::vector<std::string> arguments(int argc, char** argv) {
+    std::vector<std::string> list;
+    for (int i = 0; i < argc; ++i) {
+        list.emplace_back(argv[i] == nullptr ? "" : argv[i]);
+    }
+    return list;
+}
+
+bool hasArgument(const std::vector<std::string>& arguments, std::string_view wanted) {
+    if (arguments.empty()) {
+        return false;
+    }
+    return std::any_of(arguments.begin() + 1, arguments.end(),
+                       [wanted](const std::string& argument) { return argument == wanted; });
+}
+
+std::optional<PreviewLook> previewLook(const std::vector<std::string>& arguments) {
+    std::optional<PreviewLook> look;
+    if (hasArgument(arguments, "--preview-light")) {
+        look = PreviewLook::light;
+    }
+    if (hasArgument(arguments, "--preview-dark")) {
+        look = PreviewLook::dark;
+    }
+    return look;
+}
+
+std::optional<std::string> capturePreviewPath(const std::vector<std::string>& arguments) {
+    if (arguments.empty()) {
+        return std::nullopt;
+    }
+    const auto found = std::find(arguments.begin() + 1, arguments.end(), "--capture-preview");
+    if (found == arguments.end() || found + 1 == arguments.end()) {
+        return std::nullopt;
+    }
+    return *(found + 1);
+}
+
+std::string helpText(const std::string& name) {
+    return "Usage: tovrin [option…]\n"
+           "\n" +
+           name +
+           " keeps a card with this computer\u2019s and your iPhone\u2019s battery on the "
+           "desktop.\n"
+           "\n"
+           "Options:\n"
+           "  --login-status            print whether it starts at login (one JSON line)\n"
+           "  --enable-login            make it start at login and print the result\n"
+           "                            (exit 0: enabled, 2: needs approval in the desktop\u2019s\n"
+           "                            startup settings, 1: not possible)\n"
+           "  --preview-light           show the light look\n"
+           "  --preview-dark            show the dark look (wins over --preview-light)\n"
+           "  --capture-preview PATH    write a PNG of the card to PATH four seconds after\n"
+           "                            start; the program keeps running\n"
+           "  --readings                print both batteries once (one JSON line) and exit\n"
+           "  --help                    print this help and exit\n"
+           "  --version                 print the version and exit\n"
+           "\n"
+           "Launching it again while it runs brings the card to the front.\n";
+}
+
+std::string versionText(const std::string& name, const std::string& version) {
+    return name + " " + version + "\n";
+}
+
+} // namespace ambrel::CommandLine

@@ -1,0 +1,28 @@
+#pragma once
+
+#include <optional>
+
+#include <QRect>
+#include <QSettings>
+
+namespace ambrel {
+
+// The panel's frame remembered across launches under "AmbrelPosition" in the program's
+// QSettings (on Linux $XDG_CONFIG_HOME/Quenby/Tovrin.conf; AmbrelMain names the program before
+// this is made). Saving only marks the value: the event loop writes it out shortly after, so a
+// drag that moves the panel many times a second does not write the file each time; flush()
+// writes at once.
+class PanelFrameStore {
+public:
+    static constexpr const char* kKey = "AmbrelPosition";
+
+    // Absent when nothing usable was saved.
+    std::optional<QRect> load() const;
+    void save(const QRect& frame);
+    void flush();
+
+private:
+    QSettings m_settings;
+};
+
+} // namespace ambrel

@@ -1,0 +1,52 @@
+#pragma once
+
+#include <filesystem>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+
+class QSocketNotifier;
+
+namespace ambrel {
+
+// One running copy per user and display. The first copy holds an advisory lock on a small file
+// in the user's runtime folder ($XDG_RUNTIME_DIR, else the temporary folder) and writes its
+// process id there; a later launch finds the lock taken, sends SIGUSR1 to that process and
+// exits. No socket is opened, and it works with or without a session bus. The lock goes away
+// with the process, so a crash leaves nothing stale behind. The signal is turned into an event
+// through a pipe watched by the event loop (nothing but a write happens in the handler).
+class SingleInstance {
+public:
+    enum class Claim {
+        // This is the only copy; keep the object for the life of the process.
+        first,
+        // Another copy runs and was asked to come forward.
+        handedOver,
+    };
+
+    // The lock file for this user and display.
+    static std::filesystem::path lockPath(const std::string& identifier);
+
+    // Claims the lock; when another copy holds it, asks that copy to come forward. A lock that
+    // cannot be used at all (no folder, a file of someone else) lets this copy run.
+    static std::pair<Claim, std::unique_ptr<SingleInstance>>
+    claim(const std::filesystem::path& lockFile);
+
+    ~SingleInstance();
+    SingleInstance(const SingleInstance&) = delete;
+    SingleInstance& operator=(const SingleInstance&) = delete;
+
+    // Calls `onRequest` on the main thread whenever a later launch asks this copy to come
+    // forward, including requests that came before this call. Needs the Qt application.
+    void listen(std::function<void()> onRequest);
+
+private:
+    explicit SingleInstance(int lockDescriptor);
+
+    int m_lockDescriptor = -1;
+    std::unique_ptr<QSocketNotifier> m_notifier;
+    std::function<void()> m_onRequest;
+};
+
+} // namespace ambrel

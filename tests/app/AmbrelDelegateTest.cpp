@@ -1,0 +1,86 @@
+#include "app/AmbrelDelegate.h"
+
+#include <QApplication>
+#include <QScreen>
+#include <QSettings>
+
+#include <gtest/gtest.h>
+
+#include "app/DesktopPanel.h"
+#include "app/PanelPlacement.h"
+#include "tests/app/FakeLoginItemService.h"
+#include "tests/app/OffscreenApplication.h"
+#include "tests/app/ProcessHarness.h"
+#include "tests/fakes/FakeSystem.h"
+#include "views/AmbrelView.h"
+
+namespace ambrel {
+namespace {
+
+// A whole normal run in this process, offscreen, with every per-user folder in a temporary one
+// and no bus to reach.
+class AmbrelDelegateTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        qputenv("XDG_CONFIG_HOME", QByteArray::fromStdString((folder.path() / "config").string()));
+        qputenv("XDG_DATA_HOME", QByteArray::fromStdString((folder.path() / "data").string()));
+        qputenv("DBUS_SYSTEM_BUS_ADDRESS", "unix:path=/nonexistent/tovrin-test-bus");
+        testing::ensureOffscreenApplication();
+        QCoreApplication::setOrganizationName(QStringLiteral("QuenbyTest"));
+        QCoreApplication::setApplicationName(QStringLiteral("TovrinDelegateTest"));
+        bundle = std::make_shared<testing::FakeBundle>();
+        bundle->resources = folder.path() / "share" / "tovrin";
+    }
+
+    std::unique_ptr<AmbrelDelegate> makeDelegate(std::vector<std::string> arguments = {}) {
+        arguments.insert(arguments.begin(), "tovrin");
+        return std::make_unique<AmbrelDelegate>(arguments, bundle,
+                                                std::make_unique<testing::FakeLoginItemService>());
+    }
+
+    testing::TemporaryFolder folder;
+    std::shared_ptr<testing::FakeBundle> bundle;
+};
+
+TEST_F(AmbrelDelegateTest, LaunchShowsTheCardTopRightAndRemembersIt) {
+    auto delegate = makeDelegate();
+    delegate->applicationDidFinishLaunching();
+    QApplication::processEvents();
+    DesktopPanel* panel = delegate->panelForTesting();
+    ASSERT_NE(panel, nullptr);
+    EXPECT_TRUE(panel->isVisible());
+    EXPECT_EQ(panel->windowTitle(), QStringLiteral("Tovrin"));
+    EXPECT_EQ(panel->size(), QSize(360, 170));
+    EXPECT_NE(dynamic_cast<AmbrelView*>(panel->content()), nullptr);
+    const QRect area = QGuiApplication::primaryScreen()->availableGeometry();
+    EXPECT_EQ(panel->pos(), PanelPlacement::firstPlacementOrigin(area));
+
+    delegate->applicationWillTerminate();
+    const QSettings settings;
+    EXPECT_EQ(settings.value(QStringLiteral("AmbrelPosition")).toRect(),
+              QRect(PanelPlacement::firstPlacementOrigin(area), QSize(360, 170)));
+    delegate.reset();
+}
+
+TEST_F(AmbrelDelegateTest, HiddenPanelComesBackWhereItWas) {
+    auto delegate = makeDelegate();
+    delegate->applicationDidFinishLaunching();
+    DesktopPanel* panel = delegate->panelForTesting();
+    panel->move(40, 50);
+    panel->hide();
+    QApplication::processEvents();
+    delegate->showPanel();
+    QApplication::processEvents();
+    EXPECT_TRUE(panel->isVisible());
+    EXPECT_EQ(panel->pos(), QPoint(40, 50));
+}
+
+TEST_F(AmbrelDelegateTest, DisplayNameComesFromTheBundle) {
+    bundle->info["CFBundleDisplayName"] = "Ambrel Beta";
+    auto delegate = makeDelegate();
+    delegate->applicationDidFinishLaunching();
+    EXPECT_EQ(delegate->panelForTesting()->windowTitle(), QStringLiteral("Ambrel Beta"));
+}
+
+} // namespace
+} // namespace ambrel
