@@ -55,19 +55,6 @@ int exitCodeOf(int status) {
 
 } // namespace
 
-TemporaryFolder::TemporaryFolder() {
-    auto pattern = (std::filesystem::temp_directory_path() / "tovrin-app-test-XXXXXX").string();
-    if (::mkdtemp(pattern.data()) == nullptr) {
-        throw std::runtime_error("mkdtemp failed");
-    }
-    m_path = pattern;
-}
-
-TemporaryFolder::~TemporaryFolder() {
-    std::error_code ignored;
-    std::filesystem::remove_all(m_path, ignored);
-}
-
 std::vector<std::string> environmentWith(const Environment& changes) {
     std::map<std::string, std::string> variables;
     for (char** entry = environ; *entry != nullptr; ++entry) {

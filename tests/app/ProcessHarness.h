@@ -10,20 +10,9 @@
 
 #include <sys/types.h>
 
+#include "tests/fakes/TemporaryFolder.h"
+
 namespace ambrel::testing {
-
-// A folder under the system's temporary folder, removed with everything in it at the end.
-class TemporaryFolder {
-public:
-    TemporaryFolder();
-    ~TemporaryFolder();
-    TemporaryFolder(const TemporaryFolder&) = delete;
-    TemporaryFolder& operator=(const TemporaryFolder&) = delete;
-    const std::filesystem::path& path() const { return m_path; }
-
-private:
-    std::filesystem::path m_path;
-};
 
 using Environment = std::map<std::string, std::string>;
 

@@ -12,7 +12,7 @@
 
 #include "tests/e2e/TestBundle.h"
 #include "tests/simphone/SimulatedIphone.h"
-#include "tests/simphone/TemporaryFolder.h"
+#include "tests/fakes/TemporaryFolder.h"
 
 namespace ambrel::testing {
 namespace {

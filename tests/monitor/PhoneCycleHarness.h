@@ -30,6 +30,7 @@
 #include "tests/fakes/FakeSystem.h"
 #include "tests/fakes/ManualWorker.h"
 #include "tests/fakes/SimulatedScheduler.h"
+#include "tests/fakes/TemporaryFolder.h"
 
 namespace ambrel::testing::phonecycle {
 
@@ -157,36 +158,7 @@ private:
     std::vector<std::string> m_entries;
 };
 
-// A folder of its own under the system's temporary folder, removed with everything in it.
-class TemporaryFolder {
-public:
-    TemporaryFolder() {
-        std::string pattern = (std::filesystem::temp_directory_path() / "ambrel-cycle-XXXXXX");
-        if (::mkdtemp(pattern.data()) == nullptr) {
-            ADD_FAILURE() << "cannot make a temporary folder";
-        }
-        m_path = pattern;
-    }
-    ~TemporaryFolder() {
-        std::error_code error;
-        // Folders a test left without permissions must be opened up before they can be removed.
-        for (auto it = std::filesystem::recursive_directory_iterator(
-                 m_path, std::filesystem::directory_options::skip_permission_denied, error);
-             !error && it != std::filesystem::recursive_directory_iterator(); it.increment(error)) {
-            if (it->is_directory(error) && !it->is_symlink(error)) {
-                ::chmod(it->path().c_str(), 0700);
-            }
-        }
-        std::filesystem::remove_all(m_path, error);
-    }
-    TemporaryFolder(const TemporaryFolder&) = delete;
-    TemporaryFolder& operator=(const TemporaryFolder&) = delete;
-
-    const std::filesystem::path& path() const { return m_path; }
-
-private:
-    std::filesystem::path m_path;
-};
+using ::ambrel::testing::TemporaryFolder;
 
 inline std::string readText(const std::filesystem::path& file) {
     std::ifstream stream(file, std::ios::binary);

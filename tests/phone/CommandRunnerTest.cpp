@@ -16,10 +16,12 @@
 
 #include <gtest/gtest.h>
 
-#include "tests/phone/TemporaryFolder.h"
+#include "tests/fakes/TemporaryFolder.h"
 
 namespace ambrel {
 namespace {
+
+using testing::TemporaryFolder;
 
 using Seconds = std::chrono::duration<double>;
 

@@ -7,9 +7,11 @@
 
 #include <nlohmann/json.hpp>
 
-#include "tests/phone/TemporaryFolder.h"
+#include "tests/fakes/TemporaryFolder.h"
 
 namespace ambrel {
+
+using testing::TemporaryFolder;
 
 // A temporary "Runtime/bin" holding links to the fake idevice_id and ideviceinfo, with the
 // scenario and log the fakes read and write named in this process's environment (so the tools

@@ -11,7 +11,7 @@
 
 #include "tests/simphone/ChildProcess.h"
 #include "tests/simphone/SimulatedIphone.h"
-#include "tests/simphone/TemporaryFolder.h"
+#include "tests/fakes/TemporaryFolder.h"
 
 namespace ambrel::testing {
 namespace {
