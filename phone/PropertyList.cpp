@@ -116,10 +116,12 @@ PropertyValue valueOf(plist_t node) {
         return PropertyValue::real(value);
     }
     case PLIST_STRING: {
-        char* raw = nullptr;
-        plist_get_string_val(node, &raw);
-        const std::unique_ptr<char, MallocFree> text(raw);
-        return PropertyValue::string(text ? std::string(text.get()) : std::string());
+        // Read with its length: libplist's plist_get_string_val asserts that the text holds no
+        // NUL byte, and a tool's output may hold one, which would abort the whole program.
+        std::uint64_t length = 0;
+        const char* text = plist_get_string_ptr(node, &length);
+        return PropertyValue::string(text ? std::string(text, static_cast<std::size_t>(length))
+                                          : std::string());
     }
     default:
         return PropertyValue::other();

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Installs what is missing, then builds and runs every test three ways: a normal build, one with
 # the address and undefined-behaviour sanitizers, and one with the thread sanitizer (the libraries
-# below the views, which hold all the threads).
+# below the views, which hold all the threads); then fuzzes the parsers for a bounded time.
 source "$(dirname "$0")/common.sh"
 
 install_packages clang libclang-rt-14-dev desktop-file-utils appstream dpkg-dev
@@ -18,8 +18,21 @@ for preset in default asan tsan; do
     build_preset "$preset"
     run_tests "$preset"
 done
+
+# The parsers of outside data under libFuzzer (clang, address and undefined sanitizers), each for
+# TOVRIN_FUZZ_SECONDS (60 unless set); see fuzz/README.md for longer runs.
+fuzz_dir="$TOVRIN_ROOT/build-fuzz"
+say "Fuzzing (${TOVRIN_FUZZ_SECONDS:-60} s per target) in ${fuzz_dir#"$TOVRIN_ROOT"/}"
+if [ ! -f "$fuzz_dir/build.ninja" ]; then
+    cmake -S "$TOVRIN_ROOT" -B "$fuzz_dir" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo \
+        -DCMAKE_CXX_COMPILER=clang++ -DTOVRIN_BUILD_FUZZERS=ON -DTOVRIN_WITH_GUI=OFF \
+        -DBUILD_TESTING=OFF -DTOVRIN_BUILD_BENCHMARKS=OFF >/dev/null
+fi
+cmake --build "$fuzz_dir" --parallel "$(nproc)" --target ambrel_fuzzers
+ctest --test-dir "$fuzz_dir" -L fuzz --output-on-failure --parallel 2 || status=1
+
 if [ $status -eq 0 ]; then
-    say "All three builds passed their tests"
+    say "All three builds passed their tests, and the fuzzers found nothing"
 else
     say "Some tests failed (see above)"
 fi

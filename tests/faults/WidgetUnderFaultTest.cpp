@@ -1,0 +1,104 @@
+// The widget itself on an X server (xvfb-run) while its phone tool hangs: the read runs beside
+// the window, so the program stays responsive, still captures its preview, and when told to quit
+// it ends promptly and takes the hanging tool with it.
+#include <csignal>
+#include <cstdint>
+#include <fstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "tests/faults/FaultBundle.h"
+
+namespace ambrel::testing {
+namespace {
+
+namespace fs = std::filesystem;
+using namespace std::chrono_literals;
+
+constexpr char kPngSignature[] = "\x89PNG\r\n\x1a\n";
+
+template <typename Condition> bool eventually(Condition condition, std::chrono::seconds limit) {
+    const auto deadline = std::chrono::steady_clock::now() + limit;
+    while (std::chrono::steady_clock::now() < deadline) {
+        if (condition()) {
+            return true;
+        }
+        std::this_thread::sleep_for(100ms);
+    }
+    return condition();
+}
+
+std::uint32_t bigEndian32(const std::string& bytes, std::size_t offset) {
+    std::uint32_t value = 0;
+    for (std::size_t index = 0; index < 4; ++index) {
+        value = (value << 8) | static_cast<unsigned char>(bytes[offset + index]);
+    }
+    return value;
+}
+
+TEST(WidgetUnderFault, HangingToolNeitherBlocksTheWidgetNorOutlivesIt) {
+    TemporaryFolder folder;
+    ASSERT_FALSE(folder.path().empty());
+    FaultBundle bundle(folder.path());
+    ASSERT_EQ(bundle.failure(), "");
+    bundle.writeTool("idevice_id",
+                     "echo $$ >> \"${0%/*}/hanging\"\ntrap '' TERM\nexec sleep 600\n");
+    bundle.writeTool("ideviceinfo", "exit 0\n");
+    const fs::path hangingFile = bundle.toolFolder() / "hanging";
+    const fs::path capture = folder.path() / "card.png";
+
+    ChildProcess server({"/usr/bin/xvfb-run", "-a", "-s", "-screen 0 1440x900x24",
+                         bundle.executable().string(), "--capture-preview", capture.string()},
+                        bundle.environmentForXvfbRun(), folder.path() / "stderr.txt");
+    ASSERT_TRUE(server.isStarted());
+
+    // The capture is due four seconds after the panel shows, while the first list run still
+    // waits out its six seconds.
+    std::string png;
+    const bool captured = eventually(
+        [&] {
+            png = fileBytes(capture).value_or("");
+            return png.size() >= 33 && png.compare(0, 8, kPngSignature) == 0;
+        },
+        40s);
+    ASSERT_TRUE(captured) << "no preview; stderr: "
+                          << fileBytes(folder.path() / "stderr.txt").value_or("");
+    const auto widgets = processesRunning(bundle.executable());
+    ASSERT_EQ(widgets.size(), 1u) << "the widget is not running";
+    std::vector<pid_t> hanging;
+    {
+        std::ifstream stream(hangingFile);
+        for (long pid = 0; stream >> pid;) {
+            hanging.push_back(static_cast<pid_t>(pid));
+        }
+    }
+    ASSERT_FALSE(hanging.empty()) << "the tool never ran";
+    EXPECT_TRUE(isAlive(hanging.back())) << "the capture came only after the hang ended";
+
+    // The whole card at one device pixel per point.
+    EXPECT_EQ(png.compare(12, 4, "IHDR"), 0);
+    EXPECT_EQ(bigEndian32(png, 16), 360u);
+    EXPECT_EQ(bigEndian32(png, 20), 170u);
+
+    ASSERT_EQ(::kill(widgets.front(), SIGTERM), 0);
+    EXPECT_TRUE(eventually([&] { return !isAlive(widgets.front()); }, 10s))
+        << "the widget did not quit on SIGTERM";
+    EXPECT_TRUE(eventually([&] { return server.hasEnded(); }, 10s));
+    {
+        std::ifstream stream(hangingFile);
+        hanging.clear();
+        for (long pid = 0; stream >> pid;) {
+            hanging.push_back(static_cast<pid_t>(pid));
+        }
+    }
+    for (const pid_t pid : hanging) {
+        EXPECT_TRUE(eventually([&] { return !isAlive(pid); }, 3s))
+            << "the hanging tool " << pid << " outlived the widget";
+    }
+}
+
+} // namespace
+} // namespace ambrel::testing
