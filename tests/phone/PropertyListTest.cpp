@@ -39,6 +39,20 @@ TEST(PropertyListTest, ParsesTheBatteryAnswer) {
     EXPECT_EQ(parsed->at("Name"), PropertyValue::string("Anna"));
 }
 
+// libplist aborts when a string holding a NUL byte is read the usual way; a tool's answer may
+// hold one, and it must be read, not fatal.
+TEST(PropertyListTest, StringWithANulByteIsReadWhole) {
+    const auto parsed =
+        parsePropertyList(dictionary(std::string("<key>Name</key><string>Ann\0a</string>", 37) +
+                                     "<key>BatteryCurrentCapacity</key><integer>33</integer>"));
+    ASSERT_TRUE(parsed);
+    // libplist keeps the text's length but copies it only up to the NUL byte.
+    const auto name = parsed->at("Name").stringValue();
+    ASSERT_TRUE(name);
+    EXPECT_EQ(name->substr(0, 4), std::string("Ann\0", 4));
+    EXPECT_EQ(parsed->at("BatteryCurrentCapacity"), PropertyValue::integer(33));
+}
+
 TEST(PropertyListTest, TextBeforeTheMarkerIsSkipped) {
     const auto parsed = parsePropertyList("WARNING: something\nmore\n" +
                                           dictionary("<key>a</key><integer>1</integer>"));
