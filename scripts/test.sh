@@ -7,11 +7,39 @@ source "$(dirname "$0")/common.sh"
 install_packages clang libclang-rt-14-dev desktop-file-utils appstream dpkg-dev
 
 status=0
+passed=0
+failed=0
+skipped=0
+# Runs ctest with the given arguments and adds its counts to the totals.
+ctest_counted() {
+    local log
+    log=$(mktemp)
+    local code
+    set +e
+    ctest "$@" 2>&1 | tee "$log"
+    code=${PIPESTATUS[0]}
+    set -e
+    [ "$code" -eq 0 ] || status=1
+    local summary total fails skips
+    summary=$(grep -E '^[0-9]+% tests passed, [0-9]+ tests? failed out of [0-9]+' "$log" | tail -n 1)
+    total=$(sed -E 's/.* out of ([0-9]+).*/\1/' <<<"$summary")
+    fails=$(sed -E 's/.*passed, ([0-9]+) tests? failed.*/\1/' <<<"$summary")
+    skips=$(grep -c -E '\*\*\*Skipped' "$log" || true)
+    if [ -z "$summary" ]; then
+        status=1
+    else
+        passed=$((passed + total - fails - skips))
+        failed=$((failed + fails))
+        skipped=$((skipped + skips))
+    fi
+    rm -f "$log"
+}
+
 run_tests() {
     local preset=$1 dir="$TOVRIN_ROOT/build"
     [ "$preset" = default ] || dir="$TOVRIN_ROOT/build-$preset"
     say "Testing ($preset)"
-    ctest --test-dir "$dir" --output-on-failure --parallel 2 --timeout 300 || status=1
+    ctest_counted --test-dir "$dir" --output-on-failure --parallel 2 --timeout 300
 }
 
 for preset in default asan tsan; do
@@ -29,11 +57,12 @@ if [ ! -f "$fuzz_dir/build.ninja" ]; then
         -DBUILD_TESTING=OFF -DTOVRIN_BUILD_BENCHMARKS=OFF >/dev/null
 fi
 cmake --build "$fuzz_dir" --parallel "$(nproc)" --target ambrel_fuzzers
-ctest --test-dir "$fuzz_dir" -L fuzz --output-on-failure --parallel 2 || status=1
+ctest_counted --test-dir "$fuzz_dir" -L fuzz --output-on-failure --parallel 2
 
 if [ $status -eq 0 ]; then
     say "All three builds passed their tests, and the fuzzers found nothing"
 else
     say "Some tests failed (see above)"
 fi
+echo "Total: $passed passed, $failed failed, $skipped skipped"
 exit $status
