@@ -57,12 +57,20 @@ struct UserLocale::Formatters {
 };
 
 UserLocale::UserLocale(std::string_view localeName, std::string_view timeZoneID)
-    : m_formatters(std::make_unique<Formatters>()) {
+    : m_localeName(icu::Locale(icuLocaleName(localeName).c_str()).getName()),
+      m_timeZoneID(timeZoneID) {}
+
+const UserLocale::Formatters& UserLocale::formatters() const {
+    // Made on first use: ICU's pattern generator and calendars take milliseconds and megabytes
+    // to load, and a card with nothing to date never needs them.
+    if (m_formatters) {
+        return *m_formatters;
+    }
+    m_formatters = std::make_unique<Formatters>();
     auto& f = *m_formatters;
-    f.locale = icu::Locale(icuLocaleName(localeName).c_str());
-    m_localeName = f.locale.getName();
+    f.locale = icu::Locale(m_localeName.c_str());
     f.zone.reset(icu::TimeZone::createTimeZone(icu::UnicodeString::fromUTF8(
-        icu::StringPiece(timeZoneID.data(), static_cast<int32_t>(timeZoneID.size())))));
+        icu::StringPiece(m_timeZoneID.data(), static_cast<int32_t>(m_timeZoneID.size())))));
 
     UErrorCode status = U_ZERO_ERROR;
     f.calendar.reset(icu::Calendar::createInstance(*f.zone, f.locale, status));
@@ -98,6 +106,7 @@ UserLocale::UserLocale(std::string_view localeName, std::string_view timeZoneID)
         glue.findAndReplace(icu::UnicodeString(u"{0}"), timePattern);
         f.mediumDateShortTime = makeFormat(glue, f.locale, *f.zone);
     }
+    return f;
 }
 
 UserLocale::~UserLocale() = default;
@@ -117,7 +126,7 @@ const UserLocale& UserLocale::system() {
 }
 
 bool UserLocale::isSameDay(Date first, Date second) const {
-    auto* calendar = m_formatters->calendar.get();
+    auto* calendar = formatters().calendar.get();
     if (!calendar) {
         return false;
     }
@@ -143,15 +152,15 @@ std::string formatWith(const icu::SimpleDateFormat* format, Date date) {
 } // namespace
 
 std::string UserLocale::shortTime(Date date) const {
-    return formatWith(m_formatters->shortTime.get(), date);
+    return formatWith(formatters().shortTime.get(), date);
 }
 
 std::string UserLocale::monthDayTime(Date date) const {
-    return formatWith(m_formatters->monthDayTime.get(), date);
+    return formatWith(formatters().monthDayTime.get(), date);
 }
 
 std::string UserLocale::mediumDateShortTime(Date date) const {
-    return formatWith(m_formatters->mediumDateShortTime.get(), date);
+    return formatWith(formatters().mediumDateShortTime.get(), date);
 }
 
 bool UserLocale::containsIgnoringCase(std::string_view text, std::string_view part) const {
@@ -160,8 +169,9 @@ bool UserLocale::containsIgnoringCase(std::string_view text, std::string_view pa
     };
     icu::UnicodeString haystack = icu::UnicodeString::fromUTF8(piece(text));
     icu::UnicodeString needle = icu::UnicodeString::fromUTF8(piece(part));
-    haystack.toLower(m_formatters->locale);
-    needle.toLower(m_formatters->locale);
+    const icu::Locale locale(m_localeName.c_str());
+    haystack.toLower(locale);
+    needle.toLower(locale);
     return haystack.indexOf(needle) >= 0;
 }
 

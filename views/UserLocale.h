@@ -10,8 +10,8 @@ namespace ambrel {
 
 // The user's locale and time zone, with the few localized operations the widget needs: time
 // stamps, a full "last confirmed" date and a case-insensitive containment test. Built on ICU.
-// Formatting objects are made once here because they are slow to create; using them mutates
-// internal state, so one UserLocale is for one thread (the main thread in the program).
+// Formatting objects are made once, on first use, because they are slow to create; using them
+// mutates internal state, so one UserLocale is for one thread (the main thread in the program).
 class UserLocale {
 public:
     // `localeName` in ICU or POSIX form ("en_US", "de_DE.UTF-8"); `timeZoneID` an Olson id
@@ -52,8 +52,11 @@ public:
 
 private:
     struct Formatters;
+    const Formatters& formatters() const;
+
     std::string m_localeName;
-    std::unique_ptr<Formatters> m_formatters;
+    std::string m_timeZoneID;
+    mutable std::unique_ptr<Formatters> m_formatters;
 };
 
 } // namespace ambrel
