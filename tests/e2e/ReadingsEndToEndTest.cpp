@@ -11,30 +11,17 @@
 #include <nlohmann/json.hpp>
 
 #include "tests/e2e/TestBundle.h"
-#include "tests/simphone/SimulatedIphone.h"
+#include "tests/fakes/ExpectedTexts.h"
 #include "tests/fakes/TemporaryFolder.h"
+#include "tests/simphone/SimulatedIphone.h"
 
 namespace ambrel::testing {
 namespace {
 
+using namespace ::ambrel::testing::expected;
+
 using namespace std::chrono_literals;
 using nlohmann::json;
-
-// The texts the program must show; written out here rather than taken from the program.
-const std::string kLocked = "Unlock your iPhone, then refresh its battery reading.";
-const std::string kTrust = "Unlock your iPhone, connect it by USB and tap Trust. Enable "
-                           "Finder\u2019s Wi-Fi option for wireless checks.";
-const std::string kTimedOut =
-    "iPhone didn\u2019t respond. Keep it on the same Wi-Fi, then try again.";
-const std::string kTemporarilyUnavailable = "iPhone is temporarily unavailable. Keep it on the "
-                                            "same Wi-Fi and refresh, or wait for the next check.";
-const std::string kNotFound = "iPhone not found. Pair once by USB, enable Finder\u2019s Wi-Fi "
-                              "option, and use the same Wi-Fi.";
-const std::string kServiceUnreachable =
-    "Couldn\u2019t reach the iPhone service. Reconnect your phone or reopen Tovrin.";
-const std::string kMissingTools = "iPhone helper is missing. Reinstall Tovrin.";
-const std::string kConnectedByUsb = "Connected by USB \u00B7 unplug to test Wi-Fi";
-const std::string kConnectedOverWiFi = "Connected over Wi-Fi \u00B7 checks every 5 min";
 
 const std::string kSerial = "00008110001A2B3C4D5E6F70";
 const std::string kUdid = "00008110-001A2B3C4D5E6F70";

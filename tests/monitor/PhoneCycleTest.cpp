@@ -8,24 +8,16 @@
 #include "model/BatteryRefreshPolicy.h"
 #include "monitor/BatteryMonitor.h"
 #include "monitor/ReadingCache.h"
+#include "tests/fakes/ExpectedTexts.h"
 #include "tests/monitor/PhoneCycleHarness.h"
 
 namespace ambrel::testing::phonecycle {
 namespace {
 
+using namespace ::ambrel::testing::expected;
+
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
-
-constexpr const char* kWiFiStatus = "Connected over Wi-Fi \u00b7 checks every 5 min";
-constexpr const char* kUsbStatus = "Connected by USB \u00b7 unplug to test Wi-Fi";
-constexpr const char* kChecking = "Checking iPhone\u2026";
-constexpr const char* kLocked = "Unlock your iPhone, then refresh its battery reading.";
-constexpr const char* kUnavailableNow =
-    "iPhone is temporarily unavailable. Keep it on the same Wi-Fi and refresh, or wait for the "
-    "next check.";
-constexpr const char* kNotFound =
-    "iPhone not found. Pair once by USB, enable Finder\u2019s Wi-Fi option, and use the same "
-    "Wi-Fi.";
 
 class PhoneCycleTest : public ::testing::Test {
 protected:
@@ -69,11 +61,11 @@ TEST_F(PhoneCycleTest, RefreshPhoneChangesStateInOrderAndHandsCopiesToTheWorker)
                             "did phoneStatus", "will lastPhoneAttempt", "did lastPhoneAttempt",
                             "will nextPhoneCheck", "did nextPhoneCheck"));
     // Observers are told before the value changes and again after.
-    EXPECT_THAT(seen,
-                ElementsAre("idle", "refreshing", "Checking for your iPhone\u2026", kChecking));
+    EXPECT_THAT(
+        seen, ElementsAre("idle", "refreshing", "Checking for your iPhone\u2026", kCheckingPhone));
     EXPECT_TRUE(monitor->isRefreshingPhone());
     EXPECT_EQ(monitor->phoneSetupState(), PhoneSetupState::checking);
-    EXPECT_EQ(monitor->phoneStatus(), kChecking);
+    EXPECT_EQ(monitor->phoneStatus(), kCheckingPhone);
     EXPECT_EQ(monitor->lastPhoneAttempt(), started);
     EXPECT_FALSE(monitor->nextPhoneCheck().has_value());
 
@@ -137,7 +129,7 @@ TEST_F(PhoneCycleTest, SuccessOverWiFiAppliesInOrderSavesAndArmsTheNextCheck) {
     EXPECT_EQ(monitor->phone()->percentage(), 64);
     EXPECT_EQ(monitor->phone()->lastUpdated(), taken);
     EXPECT_EQ(monitor->phoneSetupState(), PhoneSetupState::ready);
-    EXPECT_EQ(monitor->phoneStatus(), kWiFiStatus);
+    EXPECT_EQ(monitor->phoneStatus(), kConnectedOverWiFi);
     EXPECT_FALSE(monitor->isRefreshingPhone());
     EXPECT_EQ(monitor->nextPhoneCheck(), applied.addingSeconds(300));
     EXPECT_EQ(h.scheduler->validTimerCount(), 1);
@@ -151,7 +143,7 @@ TEST_F(PhoneCycleTest, SuccessOverWiFiAppliesInOrderSavesAndArmsTheNextCheck) {
 }
 
 TEST_F(PhoneCycleTest, WiFiStatusIsBuiltFromThePhoneInterval) {
-    EXPECT_EQ(BatteryMonitor::wifiStatus(), kWiFiStatus);
+    EXPECT_EQ(BatteryMonitor::wifiStatus(), kConnectedOverWiFi);
     EXPECT_EQ(BatteryMonitor::wifiStatus(),
               "Connected over Wi-Fi \u00b7 checks every " +
                   std::to_string(static_cast<int>(BatteryRefreshPolicy::phoneInterval / 60)) +
@@ -163,7 +155,7 @@ TEST_F(PhoneCycleTest, SuccessOverUsbShowsTheCableText) {
     monitor->refreshPhone();
     h.phone.enqueue(success(h.now(), 90, "USB"));
     h.finishReads();
-    EXPECT_EQ(monitor->phoneStatus(), kUsbStatus);
+    EXPECT_EQ(monitor->phoneStatus(), kConnectedByUsb);
     EXPECT_EQ(monitor->phoneSetupState(), PhoneSetupState::ready);
     EXPECT_EQ(monitor->phone()->source(), "USB");
 }
@@ -174,13 +166,13 @@ TEST_F(PhoneCycleTest, SourceComparisonIsExactAndCaseSensitive) {
         monitor->refreshPhone();
         h.phone.enqueue(success(h.now(), 50, source));
         h.finishReads();
-        EXPECT_EQ(monitor->phoneStatus(), kUsbStatus) << source;
+        EXPECT_EQ(monitor->phoneStatus(), kConnectedByUsb) << source;
         EXPECT_EQ(monitor->phone()->source(), source);
     }
     monitor->refreshPhone();
     h.phone.enqueue(success(h.now(), 50, "Wi-Fi"));
     h.finishReads();
-    EXPECT_EQ(monitor->phoneStatus(), kWiFiStatus);
+    EXPECT_EQ(monitor->phoneStatus(), kConnectedOverWiFi);
 }
 
 TEST_F(PhoneCycleTest, FailureAppliesStateThenMessageAndKeepsTheReading) {
@@ -264,7 +256,7 @@ TEST_F(PhoneCycleTest, TransientFailureIsRetriedOnceAfterHalfASecond) {
     monitor->refreshPhone();
     ChangeLog log(*monitor);
     const Date started = h.now();
-    h.phone.enqueue(failure(PhoneSetupState::notFound, kUnavailableNow, true));
+    h.phone.enqueue(failure(PhoneSetupState::notFound, kTemporarilyUnavailable, true));
     h.phone.enqueue(success(h.now(), 55, "Wi-Fi"));
     h.worker->runJobs();
 
@@ -286,14 +278,14 @@ TEST_F(PhoneCycleTest, TransientFailureIsRetriedOnceAfterHalfASecond) {
                             "will isRefreshingPhone", "did isRefreshingPhone",
                             "will nextPhoneCheck", "did nextPhoneCheck"));
     EXPECT_EQ(monitor->phoneSetupState(), PhoneSetupState::ready);
-    EXPECT_EQ(monitor->phoneStatus(), kWiFiStatus);
+    EXPECT_EQ(monitor->phoneStatus(), kConnectedOverWiFi);
     EXPECT_EQ(monitor->phone()->percentage(), 55);
 }
 
 TEST_F(PhoneCycleTest, TwoTransientFailuresShowTheSecondAndNeverTryAThirdTime) {
     auto monitor = h.makeMonitor();
     monitor->refreshPhone();
-    h.phone.enqueue(failure(PhoneSetupState::notFound, kUnavailableNow, true));
+    h.phone.enqueue(failure(PhoneSetupState::notFound, kTemporarilyUnavailable, true));
     h.phone.enqueue(failure(PhoneSetupState::unavailable, "second transient", true));
     h.worker->runJobs();
     EXPECT_EQ(h.phone.calls().size(), 2u);
@@ -318,7 +310,7 @@ TEST_F(PhoneCycleTest, TwoTransientFailuresShowTheSecondAndNeverTryAThirdTime) {
 TEST_F(PhoneCycleTest, TransientThenPermanentFailureShowsThePermanentOne) {
     auto monitor = h.makeMonitor();
     monitor->refreshPhone();
-    h.phone.enqueue(failure(PhoneSetupState::notFound, kUnavailableNow, true));
+    h.phone.enqueue(failure(PhoneSetupState::notFound, kTemporarilyUnavailable, true));
     h.phone.enqueue(failure(PhoneSetupState::notFound, kLocked, false));
     h.finishReads();
     EXPECT_EQ(h.phone.calls().size(), 2u);
@@ -444,7 +436,7 @@ TEST_F(PhoneCycleTest, CancelledReadIsDroppedAndBlocksFurtherReads) {
     h.finishReads();
     EXPECT_THAT(log.entries(), IsEmpty());
     EXPECT_TRUE(monitor->isRefreshingPhone());
-    EXPECT_EQ(monitor->phoneStatus(), kChecking);
+    EXPECT_EQ(monitor->phoneStatus(), kCheckingPhone);
     EXPECT_FALSE(monitor->phone().has_value());
     EXPECT_FALSE(std::filesystem::exists(h.cacheFile()));
     EXPECT_EQ(h.scheduler->validTimerCount(), 0);
@@ -490,7 +482,7 @@ TEST_F(PhoneCycleTest, MonitorGoneDuringATransientFailureIsNotRetried) {
     monitor =
         std::make_unique<BatteryMonitor>(std::move(services), h.toolDirectory(), h.cacheFile());
     monitor->refreshPhone();
-    h.phone.enqueue(failure(PhoneSetupState::notFound, kUnavailableNow, true));
+    h.phone.enqueue(failure(PhoneSetupState::notFound, kTemporarilyUnavailable, true));
     h.worker->runJobs();
     EXPECT_EQ(monitor, nullptr);
     EXPECT_EQ(h.phone.calls().size(), 1u);

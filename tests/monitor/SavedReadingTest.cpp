@@ -6,14 +6,13 @@
 #include <nlohmann/json.hpp>
 
 #include "monitor/BatteryMonitor.h"
+#include "tests/fakes/ExpectedTexts.h"
 #include "tests/monitor/PhoneCycleHarness.h"
 
 namespace ambrel::testing::phonecycle {
 namespace {
 
-constexpr const char* kSavedStatus = "Saved reading \u00b7 checking connection\u2026";
-constexpr const char* kInitialStatus = "Checking for your iPhone\u2026";
-constexpr const char* kLocked = "Unlock your iPhone, then refresh its battery reading.";
+using namespace ::ambrel::testing::expected;
 
 class SavedReadingTest : public ::testing::Test {
 protected:
@@ -34,7 +33,7 @@ TEST_F(SavedReadingTest, ReadingFromAnHourAgoIsShownAsSavedAndStale) {
     EXPECT_EQ(monitor->phone()->lastUpdated(), h.now().addingSeconds(-3600));
     EXPECT_EQ(monitor->phone()->name(), kPhoneName);
     EXPECT_TRUE(monitor->phone()->isStale(h.now()));
-    EXPECT_EQ(monitor->phoneStatus(), kSavedStatus);
+    EXPECT_EQ(monitor->phoneStatus(), kSavedReading);
     // Only the reading and the status come from the file.
     EXPECT_EQ(monitor->phoneSetupState(), PhoneSetupState::checking);
     EXPECT_FALSE(monitor->isRefreshingPhone());
@@ -49,7 +48,7 @@ TEST_F(SavedReadingTest, RecentReadingIsShownAndNotStale) {
     ASSERT_TRUE(monitor->phone().has_value());
     EXPECT_EQ(monitor->phone()->percentage(), 42);
     EXPECT_FALSE(monitor->phone()->isStale(h.now()));
-    EXPECT_EQ(monitor->phoneStatus(), kSavedStatus);
+    EXPECT_EQ(monitor->phoneStatus(), kSavedReading);
 }
 
 TEST_F(SavedReadingTest, OutOfRangeOrForeignReadingsAreIgnored) {
@@ -86,7 +85,7 @@ TEST_F(SavedReadingTest, OutOfRangeOrForeignReadingsAreIgnored) {
         save(item.json);
         auto monitor = h.makeMonitor();
         EXPECT_FALSE(monitor->phone().has_value()) << item.what;
-        EXPECT_EQ(monitor->phoneStatus(), kInitialStatus) << item.what;
+        EXPECT_EQ(monitor->phoneStatus(), kCheckingForIphone) << item.what;
         EXPECT_EQ(monitor->phoneSetupState(), PhoneSetupState::checking) << item.what;
     }
 }
@@ -118,7 +117,7 @@ TEST_F(SavedReadingTest, AcceptedEdgesOfTheRules) {
         save(item.json);
         auto monitor = h.makeMonitor();
         ASSERT_TRUE(monitor->phone().has_value()) << item.what;
-        EXPECT_EQ(monitor->phoneStatus(), kSavedStatus) << item.what;
+        EXPECT_EQ(monitor->phoneStatus(), kSavedReading) << item.what;
     }
     save(noModel);
     EXPECT_FALSE(h.makeMonitor()->phone()->model().has_value());
@@ -149,7 +148,7 @@ TEST_F(SavedReadingTest, GoodReadingIsShownAgainAfterARestart) {
     EXPECT_EQ(restarted->phone()->model(), std::optional<std::string>("iPhone14,2"));
     // Sub-second precision survives the file.
     EXPECT_EQ(restarted->phone()->lastUpdated(), h.now().addingSeconds(-45 - 0.123456));
-    EXPECT_EQ(restarted->phoneStatus(), kSavedStatus);
+    EXPECT_EQ(restarted->phoneStatus(), kSavedReading);
 }
 
 TEST_F(SavedReadingTest, FirstReadAfterARestartLooksForAnyPhone) {
@@ -217,7 +216,7 @@ TEST_F(SavedReadingTest, FolderThatCannotBeMadeLeavesTheProgramRunning) {
     EXPECT_EQ(readText(h.folder.path() / "blocker"), "not a folder");
     BatteryMonitor restarted(h.services(), h.toolDirectory(), cache);
     EXPECT_FALSE(restarted.phone().has_value());
-    EXPECT_EQ(restarted.phoneStatus(), kInitialStatus);
+    EXPECT_EQ(restarted.phoneStatus(), kCheckingForIphone);
 }
 
 } // namespace

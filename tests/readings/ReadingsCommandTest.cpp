@@ -22,6 +22,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include "tests/fakes/ExpectedTexts.h"
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
@@ -30,18 +31,13 @@ extern char** environ;
 
 namespace {
 
+using namespace ::ambrel::testing::expected;
+
 using ::testing::ElementsAre;
 using Json = nlohmann::json;
 namespace fs = std::filesystem;
 
 constexpr const char* kUdid = "00008110-001A2B3C4D5E6F70";
-constexpr const char* kMissingTools = "iPhone helper is missing. Reinstall Tovrin.";
-constexpr const char* kWiFiStatus = "Connected over Wi-Fi \u00b7 checks every 5 min";
-constexpr const char* kUsbStatus = "Connected by USB \u00b7 unplug to test Wi-Fi";
-constexpr const char* kLocked = "Unlock your iPhone, then refresh its battery reading.";
-constexpr const char* kNotFound =
-    "iPhone not found. Pair once by USB, enable Finder\u2019s Wi-Fi option, and use the same "
-    "Wi-Fi.";
 constexpr double kReferenceDateOffset = 978307200.0;
 
 double nowSinceReferenceDate() {
@@ -368,7 +364,7 @@ TEST_F(ReadingsCommandTest, PhoneOnUsb) {
     const double after = nowSinceReferenceDate();
 
     EXPECT_EQ(report["phoneSetupState"], "ready");
-    EXPECT_EQ(report["phoneStatus"], kUsbStatus);
+    EXPECT_EQ(report["phoneStatus"], kConnectedByUsb);
     const Json& phone = report["phone"];
     ASSERT_TRUE(phone.is_object());
     EXPECT_EQ(phone["id"], "iphone");
@@ -393,7 +389,7 @@ TEST_F(ReadingsCommandTest, PhoneOverWiFi) {
     const auto report = reportOf(bundle.run());
 
     EXPECT_EQ(report["phoneSetupState"], "ready");
-    EXPECT_EQ(report["phoneStatus"], kWiFiStatus);
+    EXPECT_EQ(report["phoneStatus"], kConnectedOverWiFi);
     const Json& phone = report["phone"];
     ASSERT_TRUE(phone.is_object());
     EXPECT_EQ(phone["percentage"], 42);
@@ -417,7 +413,7 @@ TEST_F(ReadingsCommandTest, TransientFailureIsTriedAgainHalfASecondLater) {
     const auto report = reportOf(bundle.run());
 
     EXPECT_EQ(report["phoneSetupState"], "ready");
-    EXPECT_EQ(report["phoneStatus"], kWiFiStatus);
+    EXPECT_EQ(report["phoneStatus"], kConnectedOverWiFi);
     EXPECT_EQ(report["phone"]["percentage"], 66);
     const auto calls = bundle.calls();
     EXPECT_THAT(commandLines(calls),

@@ -15,6 +15,7 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
+#include "tests/fakes/DesktopExecReader.h"
 #include "tests/faults/FaultBundle.h"
 
 namespace ambrel::testing {
@@ -244,107 +245,14 @@ TEST(Security, SavedReadingStaysPrivateUnderAPermissiveUmask) {
     }
 }
 
-// One Exec value read back the way a desktop does: the string escapes first (\s \n \t \r \\),
-// then the arguments, split at spaces outside double quotes, with \" \` \$ \\ inside quotes,
-// and "%%" standing for "%". Any other field code, or a reserved character outside quotes, is a
-// failure (absent).
-std::optional<std::vector<std::string>> execArguments(const std::string& value) {
-    std::string unescaped;
-    for (std::size_t index = 0; index < value.size(); ++index) {
-        if (value[index] != '\\' || index + 1 == value.size()) {
-            unescaped += value[index];
-            continue;
-        }
-        const char next = value[++index];
-        switch (next) {
-        case 's':
-            unescaped += ' ';
-            break;
-        case 'n':
-            unescaped += '\n';
-            break;
-        case 't':
-            unescaped += '\t';
-            break;
-        case 'r':
-            unescaped += '\r';
-            break;
-        case '\\':
-            unescaped += '\\';
-            break;
-        default:
-            unescaped += '\\';
-            unescaped += next;
-        }
-    }
-    const std::string reserved = "\t\n\"'\\><~|&;$*?#()`";
-    std::vector<std::string> arguments;
-    std::string current;
-    bool inArgument = false;
-    bool quoted = false;
-    for (std::size_t index = 0; index < unescaped.size(); ++index) {
-        const char c = unescaped[index];
-        if (quoted) {
-            if (c == '"') {
-                quoted = false;
-            } else if (c == '\\' && index + 1 < unescaped.size() &&
-                       std::string("\"`$\\").find(unescaped[index + 1]) != std::string::npos) {
-                current += unescaped[++index];
-            } else if (c == '\\') {
-                return std::nullopt;
-            } else {
-                current += c;
-            }
-            continue;
-        }
-        if (c == ' ') {
-            if (inArgument) {
-                arguments.push_back(current);
-                current.clear();
-                inArgument = false;
-            }
-            continue;
-        }
-        inArgument = true;
-        if (c == '"') {
-            quoted = true;
-        } else if (reserved.find(c) != std::string::npos) {
-            return std::nullopt;
-        } else {
-            current += c;
-        }
-    }
-    if (quoted) {
-        return std::nullopt;
-    }
-    if (inArgument) {
-        arguments.push_back(current);
-    }
-    for (auto& argument : arguments) {
-        std::string expanded;
-        for (std::size_t index = 0; index < argument.size(); ++index) {
-            if (argument[index] != '%') {
-                expanded += argument[index];
-            } else if (index + 1 < argument.size() && argument[index + 1] == '%') {
-                expanded += '%';
-                ++index;
-            } else {
-                return std::nullopt;
-            }
-        }
-        argument = expanded;
-    }
-    return arguments;
-}
-
 TEST(Security, ExecParserFollowsTheDesktopEntryRules) {
-    EXPECT_EQ(execArguments("/usr/bin/tovrin"), std::vector<std::string>{"/usr/bin/tovrin"});
-    EXPECT_EQ(execArguments(R"("/a b/\\$x\\`y\\\\z\\"q" --x)"),
+    EXPECT_EQ(readExec("/usr/bin/tovrin"), std::vector<std::string>{"/usr/bin/tovrin"});
+    EXPECT_EQ(readExec(R"("/a b/\\$x\\`y\\\\z\\"q" --x)"),
               (std::vector<std::string>{"/a b/$x`y\\z\"q", "--x"}));
-    EXPECT_EQ(execArguments("/a%%b"), std::vector<std::string>{"/a%b"});
-    EXPECT_FALSE(execArguments("/a b;c"));
-    EXPECT_FALSE(execArguments("/a %f"));
-    EXPECT_FALSE(execArguments("\"/a b"));
+    EXPECT_EQ(readExec("/a%%b"), std::vector<std::string>{"/a%b"});
+    EXPECT_FALSE(readExec("/a b;c"));
+    EXPECT_FALSE(readExec("/a %f"));
+    EXPECT_FALSE(readExec("\"/a b"));
 }
 
 std::optional<std::string> execLine(const std::string& entry) {
@@ -386,7 +294,7 @@ TEST(Security, StartAtLoginEntryQuotesAHostileProgramPath) {
     ASSERT_TRUE(entry) << entryFile;
     const auto exec = execLine(*entry);
     ASSERT_TRUE(exec) << *entry;
-    const auto arguments = execArguments(*exec);
+    const auto arguments = readExec(*exec);
     ASSERT_TRUE(arguments) << "Exec=" << *exec << " does not follow the rules";
     ASSERT_EQ(arguments->size(), 1u) << "Exec=" << *exec;
     EXPECT_EQ(arguments->front(), fs::canonical(executable).string()) << "Exec=" << *exec;
