@@ -9,9 +9,9 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
+#include "tests/fakes/TemporaryFolder.h"
 #include "tests/simphone/ChildProcess.h"
 #include "tests/simphone/SimulatedIphone.h"
-#include "tests/fakes/TemporaryFolder.h"
 
 namespace ambrel::testing {
 namespace {

@@ -12,9 +12,9 @@
 #include <nlohmann/json.hpp>
 
 #include "tests/e2e/TestBundle.h"
+#include "tests/fakes/TemporaryFolder.h"
 #include "tests/simphone/ChildProcess.h"
 #include "tests/simphone/SimulatedIphone.h"
-#include "tests/fakes/TemporaryFolder.h"
 
 namespace ambrel::testing {
 namespace {
