@@ -4,7 +4,7 @@
 # below the views, which hold all the threads); then fuzzes the parsers for a bounded time.
 source "$(dirname "$0")/common.sh"
 
-install_packages clang libclang-rt-14-dev desktop-file-utils appstream dpkg-dev
+install_packages clang clang-format libclang-rt-14-dev desktop-file-utils appstream dpkg-dev
 
 status=0
 passed=0
@@ -41,6 +41,12 @@ run_tests() {
     say "Testing ($preset)"
     ctest_counted --test-dir "$dir" --output-on-failure --parallel 2 --timeout 300
 }
+
+say "Checking the layout of the C++ sources (clang-format)"
+if ! (cd "$TOVRIN_ROOT" && git ls-files -z -- '*.cpp' '*.h' | xargs -0 clang-format --dry-run --Werror); then
+    say "Some sources are not formatted: run clang-format -i on them"
+    status=1
+fi
 
 for preset in default asan tsan; do
     build_preset "$preset"
