@@ -43,7 +43,7 @@ run_tests() {
 }
 
 say "Checking the layout of the C++ sources (clang-format)"
-if ! (cd "$TOVRIN_ROOT" && git ls-files -z -- '*.cpp' '*.h' | xargs -0 clang-format --dry-run --Werror); then
+if ! (cd "$TOVRIN_ROOT" && git ls-files -z -- '*.cpp' '*.h' | xargs -0 -r clang-format --dry-run --Werror); then
     say "Some sources are not formatted: run clang-format -i on them"
     status=1
 fi
