@@ -84,8 +84,7 @@ void AmbrelDelegate::applicationDidFinishLaunching() {
     }
 
     m_scheduler = std::make_shared<QtMainScheduler>();
-    auto services = systemMonitorServices(m_scheduler);
-    services.bundle = m_bundle;
+    auto services = systemMonitorServices(m_scheduler, m_bundle);
     const auto toolDirectory = bundleToolDirectory(*m_bundle);
     m_monitor = std::make_unique<BatteryMonitor>(std::move(services), toolDirectory, std::nullopt);
 

@@ -8,6 +8,7 @@
 #include <nlohmann/json.hpp>
 
 #include "app/SystemServices.h"
+#include "platform/linux/ExecutableBundle.h"
 #include "platform/qt/QtMainScheduler.h"
 
 namespace ambrel::ReadingsCommand {
@@ -35,7 +36,7 @@ int run(int argc, char** argv) {
     // A core application, not a GUI one: this works over SSH and without any display.
     QCoreApplication application(argc, argv);
     auto scheduler = std::make_shared<QtMainScheduler>();
-    auto services = systemMonitorServices(scheduler);
+    auto services = systemMonitorServices(scheduler, std::make_shared<ExecutableBundle>());
     const auto toolDirectory = bundleToolDirectory(*services.bundle);
     BatteryMonitor monitor(std::move(services), toolDirectory, std::nullopt);
 

@@ -3,7 +3,6 @@
 #include <utility>
 
 #include "phone/PhoneReader.h"
-#include "platform/linux/ExecutableBundle.h"
 #include "platform/linux/LinuxHostInfo.h"
 #include "platform/linux/SysfsPowerSourceProvider.h"
 #include "platform/linux/SystemClock.h"
@@ -12,7 +11,8 @@
 
 namespace ambrel {
 
-MonitorServices systemMonitorServices(std::shared_ptr<MainScheduler> scheduler) {
+MonitorServices systemMonitorServices(std::shared_ptr<MainScheduler> scheduler,
+                                      std::shared_ptr<Bundle> bundle) {
     auto clock = std::make_shared<SystemClock>();
     MonitorServices services;
     services.clock = clock;
@@ -21,7 +21,7 @@ MonitorServices systemMonitorServices(std::shared_ptr<MainScheduler> scheduler) 
     services.powerSources = std::make_shared<SysfsPowerSourceProvider>();
     services.host = std::make_shared<LinuxHostInfo>();
     services.folders = std::make_shared<XdgFolders>();
-    services.bundle = std::make_shared<ExecutableBundle>();
+    services.bundle = std::move(bundle);
     services.readPhone = [clock](const std::filesystem::path& toolDirectory,
                                  const std::optional<std::string>& preferredID,
                                  const std::optional<PhoneIdentity>& identity) {

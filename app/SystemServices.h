@@ -9,10 +9,11 @@
 
 namespace ambrel {
 
-// The real system behind the monitor: wall clock, sysfs power supplies, XDG folders, the
-// running executable's bundle, background threads and the phone tools. The scheduler is the
+// The real system behind the monitor: wall clock, sysfs power supplies, XDG folders, background
+// threads and the phone tools. The scheduler and the bundle (read once by the caller) are the
 // caller's.
-MonitorServices systemMonitorServices(std::shared_ptr<MainScheduler> scheduler);
+MonitorServices systemMonitorServices(std::shared_ptr<MainScheduler> scheduler,
+                                      std::shared_ptr<Bundle> bundle);
 
 // The tool folder the program hands the monitor: the bundle's resource folder + "Runtime/bin";
 // absent when the bundle has no resource folder.
