@@ -98,6 +98,9 @@ void AmbrelDelegate::applicationDidFinishLaunching() {
         const auto* xdg = dynamic_cast<const XdgAutostartService*>(m_loginItems.get());
         AutostartSettings::open(xdg != nullptr ? xdg->autostartFolder() : std::filesystem::path());
     };
+    // Tray hosts show the application name as the item's title. The frame store, made above,
+    // keeps the settings file it was made with.
+    QCoreApplication::setApplicationName(m_displayName);
     m_statusMenu = std::make_unique<StatusMenu>(m_displayName, *m_loginItems, std::move(actions));
     m_statusMenu->setDark(appearance.look() == Look::dark);
     connect(&appearance, &Appearance::lookChanged, this,
@@ -192,6 +195,21 @@ void AmbrelDelegate::showPanel() {
     }
 }
 
+void AmbrelDelegate::laterLaunch(const std::vector<std::string>& arguments) {
+    showPanel();
+    if (const auto path = CommandLine::capturePreviewPath(arguments)) {
+        scheduleCapture(*path, CommandLine::previewLook(arguments));
+    }
+}
+
+void AmbrelDelegate::scheduleCapture(std::string path,
+                                     std::optional<CommandLine::PreviewLook> look) {
+    // The same delay as at launch: the panel has just come forward, and a refresh the user
+    // started may still be on its way.
+    QTimer::singleShot(kCaptureDelayMilliseconds, Qt::PreciseTimer, this,
+                       [this, path = std::move(path), look] { captureInLook(path, look); });
+}
+
 void AmbrelDelegate::savePanelFrame() {
     if (m_panel && m_frameStore) {
         m_frameStore->save(QRect(m_panel->pos(), m_panel->size()));
@@ -199,13 +217,29 @@ void AmbrelDelegate::savePanelFrame() {
 }
 
 void AmbrelDelegate::capturePreview() {
-    const auto path = CommandLine::capturePreviewPath(m_arguments);
-    if (!path || !m_panel) {
+    if (const auto path = CommandLine::capturePreviewPath(m_arguments)) {
+        captureInLook(*path, std::nullopt);
+    }
+}
+
+void AmbrelDelegate::captureInLook(const std::string& path,
+                                   std::optional<CommandLine::PreviewLook> look) {
+    if (!m_panel) {
         return;
+    }
+    // The asked look holds for the picture only; the panel on screen keeps the one in force.
+    auto& appearance = Appearance::instance();
+    const auto lookInForce = appearance.forcedLook();
+    if (look) {
+        appearance.setForcedLook(*look == CommandLine::PreviewLook::dark ? Look::dark
+                                                                         : Look::light);
     }
     const QScreen* screen = m_panel->screen();
     const qreal ratio = screen != nullptr ? screen->devicePixelRatio() : qApp->devicePixelRatio();
-    PreviewCapture::capture(m_panel.get(), ratio, QString::fromStdString(*path));
+    PreviewCapture::capture(m_panel.get(), ratio, QString::fromStdString(path));
+    if (look) {
+        appearance.setForcedLook(lookInForce);
+    }
 }
 
 void AmbrelDelegate::applicationWillTerminate() {

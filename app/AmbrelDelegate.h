@@ -41,6 +41,10 @@ public:
     void applicationDidFinishLaunching();
     // A later launch, or "Show …" in the tray menu: the panel comes back where it was.
     void showPanel();
+    // A later launch handed its `arguments` over (the program name first): the panel comes
+    // forward and, when the launch asked for a preview capture, it is taken as the launch
+    // sequence takes it, in the look that launch asked for.
+    void laterLaunch(const std::vector<std::string>& arguments);
     // Saves the frame and stops watching wake and screens; runs as the event loop ends.
     void applicationWillTerminate();
 
@@ -53,6 +57,8 @@ private:
     void watchScreen(QScreen* screen);
     void savePanelFrame();
     void capturePreview();
+    void scheduleCapture(std::string path, std::optional<CommandLine::PreviewLook> look);
+    void captureInLook(const std::string& path, std::optional<CommandLine::PreviewLook> look);
 
     std::vector<std::string> m_arguments;
     std::shared_ptr<Bundle> m_bundle;

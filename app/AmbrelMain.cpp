@@ -1,6 +1,7 @@
 #include "app/AmbrelMain.h"
 
 #include <cstdio>
+#include <filesystem>
 #include <memory>
 #include <string>
 
@@ -57,11 +58,31 @@ void preferX11UnderWayland() {
     }
 }
 
+// What a later launch hands over to the running copy: a preview capture, with its path made
+// absolute since the running copy works in another folder, and the look asked for.
+SingleInstance::Request handOverRequest(const std::vector<std::string>& arguments) {
+    const auto path = CommandLine::capturePreviewPath(arguments);
+    if (!path) {
+        return {};
+    }
+    std::error_code error;
+    const auto absolute = std::filesystem::absolute(*path, error);
+    SingleInstance::Request request{arguments.empty() ? std::string("tovrin") : arguments.front(),
+                                    "--capture-preview", error ? *path : absolute.string()};
+    if (const auto look = CommandLine::previewLook(arguments)) {
+        request.emplace_back(look == CommandLine::PreviewLook::dark ? "--preview-dark"
+                                                                    : "--preview-light");
+    }
+    return request;
+}
+
 int runWidget(int argc, char** argv, const std::vector<std::string>& arguments,
               std::shared_ptr<Bundle> bundle) {
     preferX11UnderWayland();
-    auto [claim, instance] = SingleInstance::claim(SingleInstance::lockPath(
-        bundleIdentifier(*bundle).empty() ? std::string("tovrin") : bundleIdentifier(*bundle)));
+    auto [claim, instance] = SingleInstance::claim(
+        SingleInstance::lockPath(bundleIdentifier(*bundle).empty() ? std::string("tovrin")
+                                                                   : bundleIdentifier(*bundle)),
+        handOverRequest(arguments));
     if (claim == SingleInstance::Claim::handedOver) {
         return 0;
     }
@@ -80,7 +101,8 @@ int runWidget(int argc, char** argv, const std::vector<std::string>& arguments,
                      [&delegate] { delegate.applicationWillTerminate(); });
     delegate.applicationDidFinishLaunching();
     if (instance) {
-        instance->listen([&delegate] { delegate.showPanel(); });
+        instance->listen(
+            [&delegate](const SingleInstance::Request& request) { delegate.laterLaunch(request); });
     }
     return QApplication::exec();
 }

@@ -11,6 +11,7 @@ TOVRIN_PACKAGES=(
     libgtest-dev libgmock-dev libbenchmark-dev
     libimobiledevice-utils usbmuxd bootstrap-icons fonts-dejavu-core
     libxcb1-dev xvfb xauth x11-utils
+    x11-xserver-utils openbox xdotool dbus-daemon libglib2.0-bin xserver-xephyr
 )
 
 say() { printf '\033[1m==> %s\033[0m\n' "$*"; }

@@ -56,7 +56,8 @@ TEST_F(AmbrelDelegateTest, LaunchShowsTheCardTopRightAndRemembersIt) {
     EXPECT_EQ(panel->pos(), PanelPlacement::firstPlacementOrigin(area));
 
     delegate->applicationWillTerminate();
-    const QSettings settings;
+    // The file the frame store was made with, before the program took its display name.
+    const QSettings settings(QStringLiteral("QuenbyTest"), QStringLiteral("TovrinDelegateTest"));
     EXPECT_EQ(settings.value(QStringLiteral("AmbrelPosition")).toRect(),
               QRect(PanelPlacement::firstPlacementOrigin(area), QSize(360, 170)));
     delegate.reset();
@@ -80,6 +81,8 @@ TEST_F(AmbrelDelegateTest, DisplayNameComesFromTheBundle) {
     auto delegate = makeDelegate();
     delegate->applicationDidFinishLaunching();
     EXPECT_EQ(delegate->panelForTesting()->windowTitle(), QStringLiteral("Ambrel Beta"));
+    // Tray hosts take the item's title from the application name.
+    EXPECT_EQ(QCoreApplication::applicationName(), QStringLiteral("Ambrel Beta"));
 }
 
 } // namespace

@@ -62,14 +62,24 @@ TEST(StatusMenuTest, SevenEntriesInOrder) {
     EXPECT_EQ(actions[6]->text(), QStringLiteral("Quit Tovrin"));
 }
 
-TEST(StatusMenuTest, RefreshAndQuitHaveTheirShortcuts) {
+// The tray host draws the menu and keeps the keys, so no entry shows a shortcut it would not get.
+TEST(StatusMenuTest, EntriesClaimNoShortcuts) {
     MenuHarness harness;
-    const auto actions = harness.actions();
-    EXPECT_EQ(actions[1]->shortcut(), QKeySequence(Qt::CTRL | Qt::Key_R));
-    EXPECT_EQ(actions[6]->shortcut(), QKeySequence(Qt::CTRL | Qt::Key_Q));
-    EXPECT_TRUE(actions[0]->shortcut().isEmpty());
-    EXPECT_TRUE(actions[3]->shortcut().isEmpty());
-    EXPECT_TRUE(actions[5]->shortcut().isEmpty());
+    for (const QAction* action : harness.actions()) {
+        EXPECT_TRUE(action->shortcut().isEmpty()) << action->text().toStdString();
+    }
+}
+
+TEST(StatusMenuTest, AmpersandInTheNameIsShownAsItIs) {
+    testing::ensureOffscreenApplication();
+    FakeLoginItemService service;
+    StatusMenu menu(QStringLiteral("Bits & Bobs"), service, StatusMenu::Actions{});
+    const auto actions = menu.menuForTesting().actions();
+    ASSERT_EQ(actions.size(), 7);
+    // Qt draws "&&" as one "&"; a lone "&" would underline the next letter instead.
+    EXPECT_EQ(actions[0]->text(), QStringLiteral("Show Bits && Bobs"));
+    EXPECT_EQ(actions[5]->text(), QStringLiteral("About Bits && Bobs"));
+    EXPECT_EQ(actions[6]->text(), QStringLiteral("Quit Bits && Bobs"));
 }
 
 TEST(StatusMenuTest, EntriesCallTheirActions) {
@@ -327,7 +337,10 @@ TEST(SingleInstanceTest, SecondClaimHandsOverAndTheFirstIsTold) {
     EXPECT_EQ(testing::readText(lock), std::to_string(::getpid()) + "\n");
 
     int requests = 0;
-    first->listen([&requests] { ++requests; });
+    first->listen([&requests](const SingleInstance::Request& request) {
+        EXPECT_TRUE(request.empty());
+        ++requests;
+    });
     // A second open of the file is a second lock holder, even in the same process.
     auto [secondClaim, second] = SingleInstance::claim(lock);
     EXPECT_EQ(secondClaim, SingleInstance::Claim::handedOver);
@@ -338,6 +351,38 @@ TEST(SingleInstanceTest, SecondClaimHandsOverAndTheFirstIsTold) {
             return requests == 1;
         },
         std::chrono::seconds(5)));
+}
+
+TEST(SingleInstanceTest, LaterLaunchHandsItsRequestOver) {
+    testing::ensureOffscreenApplication();
+    testing::TemporaryFolder folder;
+    const auto lock = folder.path() / "tovrin.lock";
+    // Left by a launch whose copy ended before reading it: not acted on.
+    testing::writeText(folder.path() / "tovrin.lock.1.request", std::string("old\0", 4));
+    auto [firstClaim, first] = SingleInstance::claim(lock);
+    ASSERT_EQ(firstClaim, SingleInstance::Claim::first);
+    EXPECT_FALSE(std::filesystem::exists(folder.path() / "tovrin.lock.1.request"));
+
+    std::vector<SingleInstance::Request> requests;
+    first->listen(
+        [&requests](const SingleInstance::Request& request) { requests.push_back(request); });
+    const SingleInstance::Request asked{"tovrin", "--capture-preview", "/a b/c\nd.png",
+                                        "--preview-dark"};
+    auto [secondClaim, second] = SingleInstance::claim(lock, asked);
+    EXPECT_EQ(secondClaim, SingleInstance::Claim::handedOver);
+    ASSERT_TRUE(testing::eventually(
+        [&requests] {
+            QApplication::processEvents();
+            return !requests.empty();
+        },
+        std::chrono::seconds(5)));
+    ASSERT_EQ(requests.size(), 1u);
+    EXPECT_EQ(requests.front(), asked);
+    std::size_t left = 0;
+    for ([[maybe_unused]] const auto& entry : std::filesystem::directory_iterator(folder.path())) {
+        ++left;
+    }
+    EXPECT_EQ(left, 1u) << "only the lock stays";
 }
 
 TEST(SingleInstanceTest, LockIsFreeOnceTheHolderIsGone) {
