@@ -148,7 +148,14 @@ TEST_F(DesktopShellXvfbTest, PanelCarriesTheDesktopPanelHints) {
     ASSERT_EQ(panels.size(), 1u) << widget->errorOutput();
     const auto& id = panels.front().id;
 
-    const auto state = property(server.display(), id, "_NET_WM_STATE");
+    // The window is listed from its creation on; the hints follow before it is mapped.
+    std::string state;
+    testing::eventually(
+        [&] {
+            state = property(server.display(), id, "_NET_WM_STATE");
+            return contains(state, "_NET_WM_STATE_BELOW");
+        },
+        10s);
     EXPECT_NE(state.find("_NET_WM_STATE_BELOW"), std::string::npos) << state;
     EXPECT_NE(state.find("_NET_WM_STATE_STICKY"), std::string::npos) << state;
     EXPECT_NE(state.find("_NET_WM_STATE_SKIP_TASKBAR"), std::string::npos) << state;
@@ -321,9 +328,9 @@ TEST_F(DesktopShellXvfbTest, ShrunkScreenBringsThePanelBackInside) {
     ASSERT_TRUE(testing::eventually(
         [&] {
             panels = panelWindows(screen.display());
-            return !panels.empty();
+            return !panels.empty() && panels.front().x == 1000;
         },
-        15s))
+        30s))
         << widget.errorOutput();
     ASSERT_EQ(panels.front().x, 1000);
     ASSERT_EQ(panels.front().y, 650);

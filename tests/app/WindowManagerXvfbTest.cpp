@@ -428,31 +428,34 @@ TEST_F(WindowManagerXvfbTest, WakeFromSleepRunsOneFullRefresh) {
     const auto log = folder.path() / "calls.log";
     testing::writeText(scenario, R"({"rules": [{"tool": "idevice_id", "stdout": ""},
                                               {"tool": "*", "args": "*", "status": 1}]})");
-    const auto listings = [&log] {
+    // How many runs of idevice_id had `argument` as their one argument.
+    const auto runs = [&log](const char* argument) {
         std::ifstream stream(log);
         int count = 0;
         for (std::string line; std::getline(stream, line);) {
             if (!line.empty() && nlohmann::json::parse(line).value("args", nlohmann::json()) ==
-                                     nlohmann::json::array({"-n"})) {
+                                     nlohmann::json::array({argument})) {
                 ++count;
             }
         }
         return count;
     };
+    // A whole read with no phone about: the Wi-Fi list, then the cable list.
+    const auto reads = [&runs] { return std::pair(runs("-n"), runs("-l")); };
 
     auto widget =
         launch({{"TOVRIN_FAKE_SCENARIO", scenario.string()}, {"TOVRIN_FAKE_LOG", log.string()}});
     ASSERT_TRUE(panel) << widget->errorOutput();
-    ASSERT_TRUE(testing::eventually([&] { return listings() >= 1; }, 15s)) << widget->errorOutput();
-    // Nothing more is read until a refresh: the next phone read is minutes away.
-    int settled = listings();
-    EXPECT_FALSE(testing::eventually([&] { return listings() != settled; }, 1500ms));
-    settled = listings();
+    ASSERT_TRUE(testing::eventually([&] { return reads() == std::pair(1, 1); }, 20s))
+        << testing::readText(log) << widget->errorOutput();
+    // The read at start is over, and the next one is minutes away.
+    EXPECT_FALSE(testing::eventually([&] { return reads() != std::pair(1, 1); }, 1500ms))
+        << testing::readText(log);
 
     bus.wake();
-    EXPECT_TRUE(testing::eventually([&] { return listings() == settled + 1; }, 10s))
+    EXPECT_TRUE(testing::eventually([&] { return reads() == std::pair(2, 2); }, 20s))
         << testing::readText(log);
-    EXPECT_FALSE(testing::eventually([&] { return listings() > settled + 1; }, 1500ms))
+    EXPECT_FALSE(testing::eventually([&] { return reads() != std::pair(2, 2); }, 1500ms))
         << "one wake, one refresh: " << testing::readText(log);
     EXPECT_TRUE(widget->isRunning());
 }
