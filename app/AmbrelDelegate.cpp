@@ -1,5 +1,7 @@
 #include "app/AmbrelDelegate.h"
 
+#include <chrono>
+
 #include <QCoreApplication>
 #include <QGuiApplication>
 #include <QPointer>
@@ -20,6 +22,7 @@
 #include "monitor/BatteryMonitor.h"
 #include "phone/CommandRunner.h"
 #include "platform/linux/XdgAutostartService.h"
+#include "platform/qt/DeadlineTimer.h"
 #include "platform/qt/QtMainScheduler.h"
 #include "views/AmbrelView.h"
 #include "views/Appearance.h"
@@ -27,10 +30,6 @@
 namespace ambrel {
 
 namespace {
-
-// How long after the panel is first shown the preview is captured, so that the first readings
-// have arrived and the card has been laid out.
-constexpr int kCaptureDelayMilliseconds = 4000;
 
 std::vector<QRect> availableAreas() {
     std::vector<QRect> areas;
@@ -116,7 +115,8 @@ void AmbrelDelegate::applicationDidFinishLaunching() {
 
     m_panel->bringToFront();
     if (CommandLine::capturePreviewPath(m_arguments)) {
-        QTimer::singleShot(kCaptureDelayMilliseconds, this, [this] { capturePreview(); });
+        m_captureTimer = std::make_unique<DeadlineTimer>([this] { capturePreview(); });
+        m_captureTimer->start(kCaptureDelay, TimerRepeat::once);
     }
 }
 
