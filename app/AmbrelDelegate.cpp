@@ -26,6 +26,7 @@
 #include "platform/qt/QtMainScheduler.h"
 #include "views/AmbrelView.h"
 #include "views/Appearance.h"
+#include "views/WidgetBrand.h"
 
 namespace ambrel {
 
@@ -54,7 +55,9 @@ AmbrelDelegate::AmbrelDelegate(std::vector<std::string> arguments, std::shared_p
     : QObject(parent), m_arguments(std::move(arguments)), m_bundle(std::move(bundle)),
       m_loginItems(std::move(loginItems)),
       m_displayName(QString::fromStdString(ShellTexts::displayName(*m_bundle))),
-      m_forcedLook(CommandLine::previewLook(m_arguments)) {}
+      m_forcedLook(CommandLine::previewLook(m_arguments)) {
+    WidgetBrand::readFrom(m_bundle);
+}
 
 AmbrelDelegate::~AmbrelDelegate() {
     applicationWillTerminate();
