@@ -1,5 +1,7 @@
 #include "app/AmbrelDelegate.h"
 
+#include <chrono>
+
 #include <QCoreApplication>
 #include <QGuiApplication>
 #include <QPointer>
@@ -20,17 +22,15 @@
 #include "monitor/BatteryMonitor.h"
 #include "phone/CommandRunner.h"
 #include "platform/linux/XdgAutostartService.h"
+#include "platform/qt/DeadlineTimer.h"
 #include "platform/qt/QtMainScheduler.h"
 #include "views/AmbrelView.h"
 #include "views/Appearance.h"
+#include "views/WidgetBrand.h"
 
 namespace ambrel {
 
 namespace {
-
-// How long after the panel is first shown the preview is captured, so that the first readings
-// have arrived and the card has been laid out.
-constexpr int kCaptureDelayMilliseconds = 4000;
 
 std::vector<QRect> availableAreas() {
     std::vector<QRect> areas;
@@ -55,7 +55,9 @@ AmbrelDelegate::AmbrelDelegate(std::vector<std::string> arguments, std::shared_p
     : QObject(parent), m_arguments(std::move(arguments)), m_bundle(std::move(bundle)),
       m_loginItems(std::move(loginItems)),
       m_displayName(QString::fromStdString(ShellTexts::displayName(*m_bundle))),
-      m_forcedLook(CommandLine::previewLook(m_arguments)) {}
+      m_forcedLook(CommandLine::previewLook(m_arguments)) {
+    WidgetBrand::readFrom(m_bundle);
+}
 
 AmbrelDelegate::~AmbrelDelegate() {
     applicationWillTerminate();
@@ -119,7 +121,8 @@ void AmbrelDelegate::applicationDidFinishLaunching() {
 
     m_panel->bringToFront();
     if (CommandLine::capturePreviewPath(m_arguments)) {
-        QTimer::singleShot(kCaptureDelayMilliseconds, this, [this] { capturePreview(); });
+        m_captureTimer = std::make_unique<DeadlineTimer>([this] { capturePreview(); });
+        m_captureTimer->start(kCaptureDelay, TimerRepeat::once);
     }
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <memory>
 #include <optional>
 #include <string>
@@ -19,6 +20,7 @@ namespace ambrel {
 class BatteryMonitor;
 class Bundle;
 class ColorSchemeWatcher;
+class DeadlineTimer;
 class DesktopPanel;
 class LoginItemService;
 class PanelFrameStore;
@@ -31,6 +33,10 @@ class WakeObserver;
 // asked. Owns all of them for the life of the process. Main thread only.
 class AmbrelDelegate final : public QObject {
 public:
+    // How long after the panel is first shown the preview is captured, so that the first
+    // readings have arrived and the card has been laid out. Never earlier.
+    static constexpr std::chrono::milliseconds kCaptureDelay{4000};
+
     // `arguments` as the process got them (the program path first). `loginItems` is shared
     // with nothing else and kept.
     AmbrelDelegate(std::vector<std::string> arguments, std::shared_ptr<Bundle> bundle,
@@ -73,6 +79,7 @@ private:
     std::unique_ptr<StatusMenu> m_statusMenu;
     std::unique_ptr<WakeObserver> m_wakeObserver;
     std::unique_ptr<ColorSchemeWatcher> m_colorSchemeWatcher;
+    std::unique_ptr<DeadlineTimer> m_captureTimer;
     QList<QMetaObject::Connection> m_screenConnections;
     bool m_terminated = false;
 };
