@@ -207,10 +207,14 @@ void AmbrelDelegate::laterLaunch(const std::vector<std::string>& arguments) {
 
 void AmbrelDelegate::scheduleCapture(std::string path,
                                      std::optional<CommandLine::PreviewLook> look) {
+    // Timers of captures already taken go now, not from inside their own firing.
+    std::erase_if(m_requestedCaptures, [](const auto& timer) { return !timer->isActive(); });
     // The same delay as at launch: the panel has just come forward, and a refresh the user
     // started may still be on its way.
-    QTimer::singleShot(kCaptureDelayMilliseconds, Qt::PreciseTimer, this,
-                       [this, path = std::move(path), look] { captureInLook(path, look); });
+    auto timer = std::make_unique<DeadlineTimer>(
+        [this, path = std::move(path), look] { captureInLook(path, look); });
+    timer->start(kCaptureDelay, TimerRepeat::once);
+    m_requestedCaptures.push_back(std::move(timer));
 }
 
 void AmbrelDelegate::savePanelFrame() {

@@ -80,6 +80,8 @@ private:
     std::unique_ptr<WakeObserver> m_wakeObserver;
     std::unique_ptr<ColorSchemeWatcher> m_colorSchemeWatcher;
     std::unique_ptr<DeadlineTimer> m_captureTimer;
+    // Captures asked for by later launches, each on its own timer.
+    std::vector<std::unique_ptr<DeadlineTimer>> m_requestedCaptures;
     QList<QMetaObject::Connection> m_screenConnections;
     bool m_terminated = false;
 };
