@@ -316,6 +316,46 @@ TEST_F(DesktopShellXvfbTest, CaptureAskedOfTheRunningCopyIsTakenInTheAskedLook) 
     EXPECT_EQ(panelWindows(server.display()).size(), 1u) << "no second panel";
 }
 
+// No window manager to hand the move to: the panel follows the pointer itself.
+TEST_F(DesktopShellXvfbTest, WithoutAWindowManagerDraggingTheBodyMovesThePanel) {
+    auto widget = launch();
+    ASSERT_EQ(waitForPanels(1).size(), 1u) << widget->errorOutput();
+    const auto& display = server.display();
+    // Bare glass between the two gauges of the panel at 1056, 24.
+    const int fromX = 1056 + 180;
+    const int fromY = 24 + 120;
+    ASSERT_TRUE(testing::xdotool(
+        display, {"mousemove", std::to_string(fromX), std::to_string(fromY), "mousedown", "1"}));
+    // Step by step until the panel follows, then to the end of the drag.
+    int step = 0;
+    EXPECT_TRUE(testing::eventually(
+        [&] {
+            ++step;
+            testing::xdotool(
+                display, {"mousemove", std::to_string(fromX - step), std::to_string(fromY + step)});
+            const auto panels = panelWindows(display);
+            return !panels.empty() && panels.front().x != 1056;
+        },
+        10s));
+    testing::xdotool(display, {"mousemove", std::to_string(fromX - 500),
+                               std::to_string(fromY + 300), "mouseup", "1"});
+    std::vector<PanelWindow> panels;
+    EXPECT_TRUE(testing::eventually(
+        [&] {
+            panels = panelWindows(display);
+            return !panels.empty() && panels.front().x == 1056 - 500 &&
+                   panels.front().y == 24 + 300;
+        },
+        10s));
+    EXPECT_TRUE(testing::eventually(
+        [this] {
+            return contains(testing::readText(settingsFile()),
+                            "AmbrelPosition=@Rect(556 324 360 170)");
+        },
+        5s))
+        << testing::readText(settingsFile());
+}
+
 // Xvfb's screen cannot be resized, so this display is Xephyr's, nested in an Xvfb.
 TEST_F(DesktopShellXvfbTest, ShrunkScreenBringsThePanelBackInside) {
     XvfbServer host;
