@@ -9,9 +9,11 @@
 #include <QTimer>
 
 #include "app/AutostartSettings.h"
+#include "app/BarStatePublisher.h"
 #include "app/ColorSchemeWatcher.h"
 #include "app/DesktopPanel.h"
 #include "app/FirstPaintProbe.h"
+#include "app/LowBatteryAlertsController.h"
 #include "app/PanelFrameStore.h"
 #include "app/PanelPlacement.h"
 #include "app/PreviewCapture.h"
@@ -19,6 +21,7 @@
 #include "app/StatusMenu.h"
 #include "app/SystemServices.h"
 #include "app/WakeObserver.h"
+#include "monitor/BarState.h"
 #include "monitor/BatteryMonitor.h"
 #include "phone/CommandRunner.h"
 #include "platform/linux/XdgAutostartService.h"
@@ -62,6 +65,8 @@ AmbrelDelegate::AmbrelDelegate(std::vector<std::string> arguments, std::shared_p
 AmbrelDelegate::~AmbrelDelegate() {
     applicationWillTerminate();
     // The card observes the monitor, so it goes first.
+    m_lowBatteryAlerts.reset();
+    m_barState.reset();
     m_statusMenu.reset();
     m_panel.reset();
     m_monitor.reset();
@@ -107,6 +112,13 @@ void AmbrelDelegate::applicationDidFinishLaunching() {
     m_statusMenu->setDark(appearance.look() == Look::dark);
     connect(&appearance, &Appearance::lookChanged, this,
             [this](Look look) { m_statusMenu->setDark(look == Look::dark); });
+    m_lowBatteryAlerts =
+        std::make_unique<LowBatteryAlertsController>(*m_monitor, *m_scheduler, m_displayName);
+    m_statusMenu->setLowBatteryAlerts(m_lowBatteryAlerts->isEnabled(), [this](bool enabled) {
+        m_lowBatteryAlerts->setEnabled(enabled);
+    });
+    m_barState =
+        std::make_unique<BarStatePublisher>(*m_monitor, *m_scheduler, BarStateFile::location());
     m_statusMenu->showTrayItem();
 
     m_monitor->start();

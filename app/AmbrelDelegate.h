@@ -17,12 +17,14 @@ class QScreen;
 
 namespace ambrel {
 
+class BarStatePublisher;
 class BatteryMonitor;
 class Bundle;
 class ColorSchemeWatcher;
 class DeadlineTimer;
 class DesktopPanel;
 class LoginItemService;
+class LowBatteryAlertsController;
 class PanelFrameStore;
 class QtMainScheduler;
 class StatusMenu;
@@ -78,6 +80,8 @@ private:
     std::unique_ptr<DesktopPanel> m_panel;
     std::unique_ptr<StatusMenu> m_statusMenu;
     std::unique_ptr<WakeObserver> m_wakeObserver;
+    std::unique_ptr<BarStatePublisher> m_barState;
+    std::unique_ptr<LowBatteryAlertsController> m_lowBatteryAlerts;
     std::unique_ptr<ColorSchemeWatcher> m_colorSchemeWatcher;
     std::unique_ptr<DeadlineTimer> m_captureTimer;
     // Captures asked for by later launches, each on its own timer.

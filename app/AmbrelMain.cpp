@@ -8,6 +8,7 @@
 #include <QApplication>
 
 #include "app/AmbrelDelegate.h"
+#include "app/BarCommand.h"
 #include "app/CommandLine.h"
 #include "app/LoginCommand.h"
 #include "app/QuitSignals.h"
@@ -128,6 +129,9 @@ int main(int argc, char** argv) {
         print(CommandLine::versionText(
             name, bundle->infoString("CFBundleShortVersionString").value_or(TOVRIN_VERSION)));
         return 0;
+    }
+    if (BarCommand::isRequested(arguments)) {
+        return BarCommand::run(argc, argv, arguments);
     }
     if (CommandLine::hasArgument(arguments, "--readings")) {
         return ReadingsCommand::run(argc, argv);

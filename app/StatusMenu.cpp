@@ -57,6 +57,14 @@ StatusMenu::StatusMenu(const QString& displayName, LoginItemService& loginItems,
     m_loginAction = m_menu.addAction(QString::fromUtf8(ShellTexts::kStartAtLoginTitle));
     m_loginAction->setCheckable(true);
     connect(m_loginAction, &QAction::triggered, this, [this] { toggleLogin(); });
+    m_alertsAction = m_menu.addAction(QString::fromUtf8(ShellTexts::kLowBatteryAlertsTitle));
+    m_alertsAction->setCheckable(true);
+    m_alertsAction->setChecked(true);
+    connect(m_alertsAction, &QAction::triggered, this, [this](bool checked) {
+        if (m_alertsChanged) {
+            m_alertsChanged(checked);
+        }
+    });
 
     m_menu.addSeparator();
     QAction* about = m_menu.addAction(menuTitle(ShellTexts::aboutTitle(name)));
@@ -102,6 +110,11 @@ void StatusMenu::setDark(bool dark) {
 void StatusMenu::showTrayItem() {
     m_hostWatcher = std::make_unique<TrayHostWatcher>();
     m_hostWatcher->whenHostPresent([this] { tray().show(); });
+}
+
+void StatusMenu::setLowBatteryAlerts(bool enabled, std::function<void(bool)> changed) {
+    m_alertsAction->setChecked(enabled);
+    m_alertsChanged = std::move(changed);
 }
 
 void StatusMenu::updateLoginItem() {

@@ -42,12 +42,16 @@ public:
     void showTrayItem();
     bool hasTrayItem() const { return m_tray != nullptr; }
 
+    // "Low Battery Alerts" shows `enabled` and calls `changed` when the user flips it.
+    void setLowBatteryAlerts(bool enabled, std::function<void(bool)> changed);
+
     void updateLoginItem();
     void toggleLogin();
     void showAbout();
 
     QMenu& menuForTesting() { return m_menu; }
     QAction* loginActionForTesting() const { return m_loginAction; }
+    QAction* alertsActionForTesting() const { return m_alertsAction; }
     // Makes the tray item if it is not there yet (without showing it).
     QSystemTrayIcon& trayForTesting() { return tray(); }
     void setAlertPresenterForTesting(AlertPresenter presenter) {
@@ -64,6 +68,8 @@ private:
     AlertPresenter m_presentAlert;
     QMenu m_menu;
     QAction* m_loginAction = nullptr;
+    QAction* m_alertsAction = nullptr;
+    std::function<void(bool)> m_alertsChanged;
     QIcon m_icon;
     // Made only once a tray host is there: see TrayHostWatcher.
     std::unique_ptr<QSystemTrayIcon> m_tray;

@@ -114,6 +114,10 @@ std::filesystem::path location() {
                     std::getenv("HOME"));
 }
 
+bool prepareFolder(const std::filesystem::path& file) {
+    return makeFolder(file.parent_path());
+}
+
 void save(const std::filesystem::path& file, const BarState& state) {
     const std::string bytes = state.encodeJson();
     const auto folder = file.parent_path();

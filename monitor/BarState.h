@@ -40,6 +40,8 @@ std::filesystem::path location(const char* runtimeDir, const char* cacheHome, co
 // location() with the process's environment.
 std::filesystem::path location();
 
+// Makes the folder that holds `file` (mode 0700) unless it exists; false when it cannot.
+bool prepareFolder(const std::filesystem::path& file);
 // Writes `state` to `file` atomically (temporary file + rename): the folder is made with mode
 // 0700, the file has mode 0600. Silent on failure.
 void save(const std::filesystem::path& file, const BarState& state);

@@ -6,8 +6,11 @@
 
 #include <gtest/gtest.h>
 
+#include <unistd.h>
+
 #include "app/DesktopPanel.h"
 #include "app/PanelPlacement.h"
+#include "monitor/BarState.h"
 #include "tests/app/FakeLoginItemService.h"
 #include "tests/app/OffscreenApplication.h"
 #include "tests/app/ProcessHarness.h"
@@ -24,6 +27,7 @@ protected:
     void SetUp() override {
         qputenv("XDG_CONFIG_HOME", QByteArray::fromStdString((folder.path() / "config").string()));
         qputenv("XDG_DATA_HOME", QByteArray::fromStdString((folder.path() / "data").string()));
+        qputenv("XDG_RUNTIME_DIR", QByteArray::fromStdString((folder.path() / "run").string()));
         qputenv("DBUS_SYSTEM_BUS_ADDRESS", "unix:path=/nonexistent/tovrin-test-bus");
         testing::ensureOffscreenApplication();
         QCoreApplication::setOrganizationName(QStringLiteral("QuenbyTest"));
@@ -61,6 +65,18 @@ TEST_F(AmbrelDelegateTest, LaunchShowsTheCardTopRightAndRemembersIt) {
     EXPECT_EQ(settings.value(QStringLiteral("AmbrelPosition")).toRect(),
               QRect(PanelPlacement::firstPlacementOrigin(area), QSize(360, 170)));
     delegate.reset();
+}
+
+TEST_F(AmbrelDelegateTest, SharesItsStateWithBarsWhileItRuns) {
+    const auto stateFile = folder.path() / "run" / "tovrin" / "state.json";
+    auto delegate = makeDelegate();
+    delegate->applicationDidFinishLaunching();
+    QApplication::processEvents();
+    const auto state = BarStateFile::loadFromRunningWidget(stateFile);
+    ASSERT_TRUE(state);
+    EXPECT_EQ(state->writer, ::getpid());
+    delegate.reset();
+    EXPECT_FALSE(std::filesystem::exists(stateFile));
 }
 
 TEST_F(AmbrelDelegateTest, HiddenPanelComesBackWhereItWas) {

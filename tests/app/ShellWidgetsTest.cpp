@@ -49,17 +49,34 @@ struct MenuHarness {
     std::vector<std::pair<QString, QString>> alerts;
 };
 
-TEST(StatusMenuTest, SevenEntriesInOrder) {
+TEST(StatusMenuTest, EntriesInOrderWithAlertsAfterStartAtLogin) {
     MenuHarness harness;
     const auto actions = harness.actions();
-    ASSERT_EQ(actions.size(), 7);
+    ASSERT_EQ(actions.size(), 8);
     EXPECT_EQ(actions[0]->text(), QStringLiteral("Show Tovrin"));
     EXPECT_EQ(actions[1]->text(), QStringLiteral("Refresh Batteries"));
     EXPECT_TRUE(actions[2]->isSeparator());
     EXPECT_EQ(actions[3]->text(), QStringLiteral("Start at Login"));
-    EXPECT_TRUE(actions[4]->isSeparator());
-    EXPECT_EQ(actions[5]->text(), QStringLiteral("About Tovrin"));
-    EXPECT_EQ(actions[6]->text(), QStringLiteral("Quit Tovrin"));
+    EXPECT_EQ(actions[4]->text(), QStringLiteral("Low Battery Alerts"));
+    EXPECT_TRUE(actions[5]->isSeparator());
+    EXPECT_EQ(actions[6]->text(), QStringLiteral("About Tovrin"));
+    EXPECT_EQ(actions[7]->text(), QStringLiteral("Quit Tovrin"));
+}
+
+TEST(StatusMenuTest, LowBatteryAlertsIsACheckboxOnByDefault) {
+    MenuHarness harness;
+    QAction* alerts = harness.menu->alertsActionForTesting();
+    EXPECT_EQ(alerts, harness.actions()[4]);
+    EXPECT_TRUE(alerts->isCheckable());
+    EXPECT_TRUE(alerts->isChecked());
+    EXPECT_TRUE(alerts->shortcut().isEmpty());
+    std::vector<bool> changes;
+    harness.menu->setLowBatteryAlerts(false, [&changes](bool on) { changes.push_back(on); });
+    EXPECT_FALSE(alerts->isChecked());
+    alerts->trigger();
+    alerts->trigger();
+    EXPECT_EQ(changes, (std::vector<bool>{true, false}));
+    EXPECT_FALSE(alerts->isChecked());
 }
 
 // The tray host draws the menu and keeps the keys, so no entry shows a shortcut it would not get.
@@ -75,11 +92,11 @@ TEST(StatusMenuTest, AmpersandInTheNameIsShownAsItIs) {
     FakeLoginItemService service;
     StatusMenu menu(QStringLiteral("Bits & Bobs"), service, StatusMenu::Actions{});
     const auto actions = menu.menuForTesting().actions();
-    ASSERT_EQ(actions.size(), 7);
+    ASSERT_EQ(actions.size(), 8);
     // Qt draws "&&" as one "&"; a lone "&" would underline the next letter instead.
     EXPECT_EQ(actions[0]->text(), QStringLiteral("Show Bits && Bobs"));
-    EXPECT_EQ(actions[5]->text(), QStringLiteral("About Bits && Bobs"));
-    EXPECT_EQ(actions[6]->text(), QStringLiteral("Quit Bits && Bobs"));
+    EXPECT_EQ(actions[6]->text(), QStringLiteral("About Bits && Bobs"));
+    EXPECT_EQ(actions[7]->text(), QStringLiteral("Quit Bits && Bobs"));
 }
 
 TEST(StatusMenuTest, EntriesCallTheirActions) {
@@ -87,7 +104,7 @@ TEST(StatusMenuTest, EntriesCallTheirActions) {
     const auto actions = harness.actions();
     actions[0]->trigger();
     actions[1]->trigger();
-    actions[6]->trigger();
+    actions[7]->trigger();
     EXPECT_EQ(harness.shows, 1);
     EXPECT_EQ(harness.refreshes, 1);
     EXPECT_EQ(harness.quits, 1);
@@ -177,7 +194,7 @@ TEST(StatusMenuTest, UnregisterFailureShowsTheReason) {
 
 TEST(StatusMenuTest, AboutShowsTheNameAndTheAboutText) {
     MenuHarness harness;
-    harness.actions()[5]->trigger();
+    harness.actions()[6]->trigger();
     ASSERT_EQ(harness.alerts.size(), 1u);
     EXPECT_EQ(harness.alerts[0].first, QStringLiteral("Tovrin"));
     EXPECT_TRUE(

@@ -554,9 +554,9 @@ TEST_F(WindowManagerXvfbTest, WithoutATrayTheCardWorksAndTheItemComesWithTheHost
         }
         EXPECT_FALSE(contains(properties, "'shortcut'")) << properties;
     }
-    EXPECT_EQ(labels,
-              (std::vector<std::string>{"Show Bits & Bobs", "Refresh Batteries", "Start at Login",
-                                        "About Bits & Bobs", "Quit Bits & Bobs"}))
+    EXPECT_EQ(labels, (std::vector<std::string>{"Show Bits & Bobs", "Refresh Batteries",
+                                                "Start at Login", "Low Battery Alerts",
+                                                "About Bits & Bobs", "Quit Bits & Bobs"}))
         << layout;
     ASSERT_FALSE(showId.empty()) << layout;
 
