@@ -149,7 +149,10 @@ protected:
         m_alerts = std::make_unique<LowBatteryAlerts>(m_scheduler, m_scheduler, *m_notifications);
         m_notifications->setHandlers(
             {[this](BatteryDeviceKind device) { m_alerts->snooze(device); },
-             [this](BatteryDeviceKind device) { m_alerts->alertClosed(device); }});
+             [this](BatteryDeviceKind device) {
+                 ++m_closedOnDesktop;
+                 m_alerts->alertClosed(device);
+             }});
     }
 
     void TearDown() override {
@@ -177,6 +180,7 @@ protected:
     }
 
     static inline int s_connections = 0;
+    int m_closedOnDesktop = 0;
     testing::TemporaryFolder m_config;
     PrivateBus m_bus;
     QString m_serverName;
@@ -297,8 +301,7 @@ TEST_F(DesktopNotificationsTest, DismissedAlertIsNotClosedAgain) {
     feed(18);
     ASSERT_TRUE(callsReach(1));
     m_server.dismiss(m_server.notified[0].id);
-    pumpUntil([] { return true; });
-    QCoreApplication::processEvents(QEventLoop::AllEvents, 100);
+    ASSERT_TRUE(pumpUntil([this] { return m_closedOnDesktop == 1; }));
     feed(18, true);
     // A later alert for the other device shows the charge produced no call.
     m_alerts->update(BatteryDeviceKind::mac,
