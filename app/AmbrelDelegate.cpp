@@ -105,8 +105,8 @@ void AmbrelDelegate::applicationDidFinishLaunching() {
         const auto* xdg = dynamic_cast<const XdgAutostartService*>(m_loginItems.get());
         AutostartSettings::open(xdg != nullptr ? xdg->autostartFolder() : std::filesystem::path());
     };
-    // Tray hosts show the application name as the item's title. The frame store, made above,
-    // keeps the settings file it was made with.
+    // Tray hosts show the application name as the item's title; the settings file is named
+    // apart from it.
     QCoreApplication::setApplicationName(m_displayName);
     m_statusMenu = std::make_unique<StatusMenu>(m_displayName, *m_loginItems, std::move(actions));
     m_statusMenu->setDark(appearance.look() == Look::dark);

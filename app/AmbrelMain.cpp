@@ -13,6 +13,7 @@
 #include "app/LoginCommand.h"
 #include "app/QuitSignals.h"
 #include "app/ReadingsCommand.h"
+#include "app/SettingsFile.h"
 #include "app/ShellTexts.h"
 #include "app/SingleInstance.h"
 #include "platform/linux/ExecutableBundle.h"
@@ -88,10 +89,9 @@ int runWidget(int argc, char** argv, const std::vector<std::string>& arguments,
         return 0;
     }
 
-    // These name the settings file ($XDG_CONFIG_HOME/Quenby/Tovrin.conf).
-    QCoreApplication::setOrganizationName(QStringLiteral("Quenby"));
+    QCoreApplication::setOrganizationName(QString::fromLatin1(SettingsFile::kOrganization));
     QCoreApplication::setOrganizationDomain(QStringLiteral("quenby.com"));
-    QCoreApplication::setApplicationName(QStringLiteral("Tovrin"));
+    QCoreApplication::setApplicationName(QString::fromLatin1(SettingsFile::kApplication));
     QCoreApplication::setApplicationVersion(QStringLiteral(TOVRIN_VERSION));
     QApplication application(argc, argv);
 

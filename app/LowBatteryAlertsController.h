@@ -4,6 +4,8 @@
 
 #include <QDBusConnection>
 #include <QSettings>
+
+#include "app/SettingsFile.h"
 #include <QString>
 
 #include "app/DesktopNotifications.h"
@@ -35,7 +37,8 @@ private:
     void phoneChanged();
 
     BatteryMonitor& m_monitor;
-    QSettings m_settings;
+    QSettings m_settings{QString::fromLatin1(SettingsFile::kOrganization),
+                         QString::fromLatin1(SettingsFile::kApplication)};
     DesktopNotifications m_notifications;
     LowBatteryAlerts m_alerts;
     BatteryMonitor::ObserverId m_observer = 0;

@@ -10,6 +10,7 @@
 
 #include "app/DesktopPanel.h"
 #include "app/PanelPlacement.h"
+#include "app/SettingsFile.h"
 #include "monitor/BarState.h"
 #include "tests/app/FakeLoginItemService.h"
 #include "tests/app/OffscreenApplication.h"
@@ -60,8 +61,8 @@ TEST_F(AmbrelDelegateTest, LaunchShowsTheCardTopRightAndRemembersIt) {
     EXPECT_EQ(panel->pos(), PanelPlacement::firstPlacementOrigin(area));
 
     delegate->applicationWillTerminate();
-    // The file the frame store was made with, before the program took its display name.
-    const QSettings settings(QStringLiteral("QuenbyTest"), QStringLiteral("TovrinDelegateTest"));
+    const QSettings settings(QString::fromLatin1(SettingsFile::kOrganization),
+                             QString::fromLatin1(SettingsFile::kApplication));
     EXPECT_EQ(settings.value(QStringLiteral("AmbrelPosition")).toRect(),
               QRect(PanelPlacement::firstPlacementOrigin(area), QSize(360, 170)));
     delegate.reset();
@@ -99,6 +100,12 @@ TEST_F(AmbrelDelegateTest, DisplayNameComesFromTheBundle) {
     EXPECT_EQ(delegate->panelForTesting()->windowTitle(), QStringLiteral("Ambrel Beta"));
     // Tray hosts take the item's title from the application name.
     EXPECT_EQ(QCoreApplication::applicationName(), QStringLiteral("Ambrel Beta"));
+    // The settings still go to the program's one file, whatever the display name.
+    delegate->panelForTesting()->move(40, 50);
+    delegate->applicationWillTerminate();
+    EXPECT_TRUE(std::filesystem::exists(folder.path() / "config" / "Quenby" / "Tovrin.conf"));
+    EXPECT_FALSE(std::filesystem::exists(folder.path() / "config" / "Quenby" / "Ambrel Beta.conf"));
+    EXPECT_FALSE(std::filesystem::exists(folder.path() / "config" / "QuenbyTest"));
 }
 
 } // namespace

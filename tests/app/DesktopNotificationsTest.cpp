@@ -20,6 +20,7 @@
 #include <gtest/gtest.h>
 
 #include "app/LowBatteryAlertsController.h"
+#include "app/SettingsFile.h"
 #include "monitor/ReadingCache.h"
 #include "tests/app/OffscreenApplication.h"
 #include "tests/fakes/SimulatedScheduler.h"
@@ -314,9 +315,9 @@ TEST_F(DesktopNotificationsTest, DismissedAlertIsNotClosedAgain) {
 
 TEST_F(DesktopNotificationsTest, ControllerAlertsOnlyFromAPhoneReadThatSucceeded) {
     qputenv("XDG_CONFIG_HOME", QByteArray::fromStdString((m_config.path() / "config").string()));
-    QCoreApplication::setOrganizationName(QStringLiteral("QuenbyTest"));
-    QCoreApplication::setApplicationName(QStringLiteral("TovrinAlertsTest"));
-    QSettings().clear();
+    QSettings(QString::fromLatin1(SettingsFile::kOrganization),
+              QString::fromLatin1(SettingsFile::kApplication))
+        .clear();
 
     testing::phonecycle::CycleHarness harness;
     // A saved reading at 5 %: shown at start, but never alerted on.
@@ -350,7 +351,10 @@ TEST_F(DesktopNotificationsTest, ControllerAlertsOnlyFromAPhoneReadThatSucceeded
     EXPECT_EQ(m_server.calls[1].rfind("CloseNotification(", 0), 0U);
     controller.reset();
     QDBusConnection::disconnectFromBus(name);
-    EXPECT_FALSE(QSettings().value(QStringLiteral("LowBatteryAlerts"), true).toBool());
+    EXPECT_FALSE(QSettings(QString::fromLatin1(SettingsFile::kOrganization),
+                           QString::fromLatin1(SettingsFile::kApplication))
+                     .value(QStringLiteral("LowBatteryAlerts"), true)
+                     .toBool());
     const LowBatteryAlertsController again(*monitor, *harness.scheduler, QStringLiteral("Tovrin"),
                                            QDBusConnection(QStringLiteral("none")));
     EXPECT_FALSE(again.isEnabled());
