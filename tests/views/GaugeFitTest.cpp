@@ -162,7 +162,6 @@ TEST_P(GaugeFitTest, PaintedRowStaysWithinItsBounds) {
         bare.showsPercentSign = false;
         bare.powerSymbol.reset();
         withoutRow.setFaceForTesting(bare);
-        withRow.resize(withRow.size());
         const QImage drawn = testing::renderWidget(withRow, ratio(), testing::Background::none);
         const QImage bareDrawn =
             testing::renderWidget(withoutRow, ratio(), testing::Background::none);
