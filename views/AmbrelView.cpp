@@ -14,6 +14,7 @@
 #include "views/DeviceBatteryGaugeModel.h"
 #include "views/IPhoneSetupView.h"
 #include "views/IconButton.h"
+#include "views/PixelRatio.h"
 #include "views/SymbolIcons.h"
 #include "views/TextLine.h"
 #include "views/TitleArea.h"
@@ -215,18 +216,28 @@ void AmbrelView::syncFromMonitor() {
 
 void AmbrelView::resizeEvent(QResizeEvent* event) {
     QWidget::resizeEvent(event);
-    m_glass = continuousRoundedRect(
-        QRectF(rect()).adjusted(kGlassInset, kGlassInset, -kGlassInset, -kGlassInset),
-        kGlassRadius);
+    m_glass = QImage();
 }
 
 void AmbrelView::paintEvent(QPaintEvent*) {
     QPainter painter(this);
+    const double ratio = pixelRatio(painter);
     const Look look = Appearance::instance().look();
-    painter.setRenderHint(QPainter::Antialiasing);
-    painter.setPen(QPen(Appearance::glassEdge(look), 1));
-    painter.setBrush(Appearance::glassFill(look));
-    painter.drawPath(m_glass);
+    if (m_glass.isNull() || m_glassRatio != ratio || m_glassLook != look) {
+        m_glass = QImage((QSizeF(size()) * ratio).toSize(), QImage::Format_ARGB32_Premultiplied);
+        m_glass.setDevicePixelRatio(ratio);
+        m_glass.fill(Qt::transparent);
+        QPainter glass(&m_glass);
+        glass.setRenderHint(QPainter::Antialiasing);
+        glass.setPen(QPen(Appearance::glassEdge(look), 1));
+        glass.setBrush(Appearance::glassFill(look));
+        glass.drawPath(continuousRoundedRect(
+            QRectF(rect()).adjusted(kGlassInset, kGlassInset, -kGlassInset, -kGlassInset),
+            kGlassRadius));
+        m_glassRatio = ratio;
+        m_glassLook = look;
+    }
+    painter.drawImage(QPointF(0, 0), m_glass);
 }
 
 } // namespace ambrel

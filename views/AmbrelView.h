@@ -3,7 +3,6 @@
 #include <functional>
 
 #include <QImage>
-#include <QPainterPath>
 #include <QPointer>
 #include <QTimer>
 #include <QWidget>
@@ -75,9 +74,11 @@ private:
     BatteryMonitor::ObserverId m_observer = 0;
     const UserLocale* m_locale;
     QTimer m_clock;
-    // The glass's outline, made once per size: the smooth corners take many curve segments.
-    // The fill itself is drawn on every paint rather than kept as a card-sized image.
-    QPainterPath m_glass;
+    // The glass, drawn once per size, look and pixel ratio: a large translucent fill is the
+    // costliest part of a frame.
+    QImage m_glass;
+    double m_glassRatio = 0.0;
+    Look m_glassLook = Look::light;
 
     TitleArea* m_title = nullptr;
     IconButton* m_refresh = nullptr;
