@@ -9,7 +9,7 @@ TOVRIN_PACKAGES=(
     qt6-base-dev qt6-svg-dev qt6-qpa-plugins libqt6svg6
     libplist-dev nlohmann-json3-dev libicu-dev
     libgtest-dev libgmock-dev libbenchmark-dev
-    libimobiledevice-utils usbmuxd bootstrap-icons fonts-dejavu-core
+    libimobiledevice-utils usbmuxd bootstrap-icons fonts-dejavu-core fonts-noto-core fonts-cantarell
     libxcb1-dev xvfb xauth x11-utils
     x11-xserver-utils openbox xdotool dbus-daemon libglib2.0-bin xserver-xephyr
 )

@@ -84,6 +84,7 @@ AmbrelView::AmbrelView(BatteryMonitor& monitor, std::function<void()> onHide,
 
     m_cadence = new TextLine(ViewFonts::system(9, QFont::Medium), ColorRole::secondary,
                              TextLine::Fit::elideEnd, Qt::AlignLeft, this);
+    m_cadence->setLineHeight(kFooterHeight);
     m_cadence->setText(text(CardTexts::kCadence));
     m_cadence->setToolTip(text(CardTexts::kCadenceHelp));
     m_help = new IconButton(QStringLiteral("question-circle"), 10, QSize(18, kFooterHeight), this);

@@ -12,6 +12,10 @@ namespace ambrel {
 namespace {
 
 constexpr int kSpacing = 5;
+// The lines' heights: with the ring (64 padded by 2) and the spacing they fill the 102 the
+// card leaves for the gauge row.
+constexpr int kTitleHeight = 13;
+constexpr int kStatusHeight = 11;
 
 } // namespace
 
@@ -24,6 +28,8 @@ DeviceBatteryGauge::DeviceBatteryGauge(QWidget* parent)
     m_ring->setObjectName(QStringLiteral("ring"));
     m_title->setObjectName(QStringLiteral("title"));
     m_status->setObjectName(QStringLiteral("status"));
+    m_title->setLineHeight(kTitleHeight);
+    m_status->setLineHeight(kStatusHeight);
     // The two gauges share the row equally, whatever their texts.
     setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Preferred);
     m_title->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Fixed);

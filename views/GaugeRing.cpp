@@ -1,11 +1,11 @@
 #include "views/GaugeRing.h"
 
-#include <QFontMetricsF>
 #include <QPainter>
 #include <cmath>
 
 #include "views/Appearance.h"
 #include "views/DeviceBatteryGaugeModel.h"
+#include "views/GaugeCentreLayout.h"
 #include "views/PixelRatio.h"
 #include "views/SymbolIcons.h"
 #include "views/ViewFonts.h"
@@ -15,10 +15,6 @@ namespace ambrel {
 namespace {
 
 constexpr qreal kTrackOpacity = 0.1;
-constexpr qreal kDeviceSymbolSize = 18;
-constexpr qreal kPowerSymbolSize = 8;
-constexpr qreal kCentreSpacing = 2;
-constexpr qreal kNumberSpacing = 1;
 
 QColor withOpacity(QColor color, qreal opacity) {
     color.setAlphaF(color.alphaF() * opacity);
@@ -81,8 +77,21 @@ void GaugeRing::setModel(const DeviceBatteryGaugeModel& model) {
     update();
 }
 
+void GaugeRing::setFaceForTesting(const Face& face) {
+    m_face = face;
+    m_drawing = QImage();
+    update();
+}
+
 QPointF GaugeRing::circleCentre() const {
     return {width() / 2.0, height() / 2.0};
+}
+
+GaugeCentreLayout GaugeRing::centreLayout(QPaintDevice* device) const {
+    const GaugeCentreLayout::Content content{m_face.number, m_face.showsPercentSign,
+                                             m_face.powerSymbol.has_value()};
+    const GaugeCentreLayout::Ring ring{circleCentre(), circleRadius() - kLineWidth / 2.0};
+    return GaugeCentreLayout::compute(content, ring, m_numberFont, m_percentFont, device);
 }
 
 qreal GaugeRing::circleRadius() const {
@@ -130,49 +139,26 @@ void GaugeRing::drawRing(QPainter& painter, double ratio, Look look) const {
     }
 
     // The centre: the device icon above the number row, the pair centred in the ring.
-    const QFont& numberFont = m_numberFont;
-    const QFont& percentFont = m_percentFont;
-    const QFontMetricsF numberMetrics(numberFont);
-    const QFontMetricsF percentMetrics(percentFont);
-    const qreal rowHeight = numberMetrics.height();
-    const qreal stackHeight = kDeviceSymbolSize + kCentreSpacing + rowHeight;
-    const qreal top = centre.y() - stackHeight / 2.0;
+    const GaugeCentreLayout centreLayout = this->centreLayout(painter.device());
+    SymbolIcons::paint(painter, centreLayout.deviceSymbol, SymbolIcons::nameOf(m_face.deviceSymbol),
+                       Appearance::color(m_face.deviceSymbolColor, look));
 
-    SymbolIcons::paint(
-        painter,
-        QRectF(centre.x() - kDeviceSymbolSize / 2.0, top, kDeviceSymbolSize, kDeviceSymbolSize),
-        SymbolIcons::nameOf(m_face.deviceSymbol),
-        Appearance::color(m_face.deviceSymbolColor, look));
-
-    const qreal numberWidth = numberMetrics.horizontalAdvance(m_face.number);
-    const QString percent = QStringLiteral("%");
-    qreal rowWidth = numberWidth;
-    if (m_face.showsPercentSign) {
-        rowWidth += kNumberSpacing + percentMetrics.horizontalAdvance(percent);
-    }
-    if (m_face.powerSymbol) {
-        rowWidth += kNumberSpacing + kPowerSymbolSize;
-    }
-    qreal x = centre.x() - rowWidth / 2.0;
-    // The row's parts share the number's baseline.
-    const qreal baseline = top + kDeviceSymbolSize + kCentreSpacing + numberMetrics.ascent();
-
-    painter.setFont(numberFont);
+    painter.save();
+    painter.setTransform(centreLayout.rowTransform, true);
+    painter.setFont(m_numberFont);
     painter.setPen(Appearance::color(m_face.numberColor, look));
-    painter.drawText(QPointF(x, baseline), m_face.number);
-    x += numberWidth;
+    painter.drawText(centreLayout.numberOrigin, m_face.number);
     if (m_face.showsPercentSign) {
-        x += kNumberSpacing;
-        painter.setFont(percentFont);
+        painter.setFont(m_percentFont);
         painter.setPen(Appearance::color(ColorRole::secondary, look));
-        painter.drawText(QPointF(x, baseline), percent);
-        x += percentMetrics.horizontalAdvance(percent);
+        painter.drawText(centreLayout.percentOrigin, QStringLiteral("%"));
     }
+    painter.restore();
     if (m_face.powerSymbol) {
-        x += kNumberSpacing;
-        SymbolIcons::paint(
-            painter, QRectF(x, baseline - kPowerSymbolSize, kPowerSymbolSize, kPowerSymbolSize),
-            SymbolIcons::nameOf(*m_face.powerSymbol), Appearance::color(m_face.arcColor, look));
+        // Drawn into its square as mapped, so the icon is rasterized at the size it shows.
+        SymbolIcons::paint(painter, centreLayout.rowTransform.mapRect(centreLayout.powerSymbol),
+                           SymbolIcons::nameOf(*m_face.powerSymbol),
+                           Appearance::color(m_face.arcColor, look));
     }
 }
 

@@ -9,6 +9,7 @@
 
 #include "views/Appearance.h"
 #include "views/ColorRole.h"
+#include "views/GaugeCentreLayout.h"
 #include "views/GaugeSymbol.h"
 
 namespace ambrel {
@@ -47,9 +48,14 @@ public:
 
     void setModel(const DeviceBatteryGaugeModel& model);
     const Face& face() const { return m_face; }
+    // Shows `face` as it is, for faces no reading gives (such as a ring without its row).
+    void setFaceForTesting(const Face& face);
     // The centre of the circle the track and arc follow, and its radius.
     QPointF circleCentre() const;
     qreal circleRadius() const;
+    // Where the icon and the number row go, measured as `device` draws text (null: the
+    // screen).
+    GaugeCentreLayout centreLayout(QPaintDevice* device = nullptr) const;
 
 protected:
     void paintEvent(QPaintEvent* event) override;

@@ -42,12 +42,22 @@ int TextLine::naturalWidth() const {
     return static_cast<int>(std::ceil(QFontMetricsF(font()).horizontalAdvance(m_text)));
 }
 
+void TextLine::setLineHeight(int height) {
+    m_lineHeight = height;
+    updateGeometry();
+    update();
+}
+
+int TextLine::lineHeight() const {
+    return m_lineHeight > 0 ? m_lineHeight : fontMetrics().height();
+}
+
 QSize TextLine::sizeHint() const {
-    return {naturalWidth(), fontMetrics().height()};
+    return {naturalWidth(), lineHeight()};
 }
 
 QSize TextLine::minimumSizeHint() const {
-    return {0, fontMetrics().height()};
+    return {0, lineHeight()};
 }
 
 TextLine::Layout TextLine::layoutFor(int width) const {
@@ -93,8 +103,14 @@ void TextLine::paintEvent(QPaintEvent*) {
     } else if (m_alignment & Qt::AlignRight) {
         x = width() - textWidth;
     }
-    const qreal baseline =
+    qreal baseline =
         (height() - metrics.height() * layout.scale) / 2.0 + metrics.ascent() * layout.scale;
+    if (metrics.height() * layout.scale > height()) {
+        // The font's line is taller than the room: centre the capitals and descenders, the
+        // same for every text so that lines side by side share their baseline.
+        const QRectF ink = metrics.tightBoundingRect(QStringLiteral("Hg"));
+        baseline = height() / 2.0 - (ink.top() + ink.bottom()) / 2.0 * layout.scale;
+    }
 
     QPainter painter(this);
     painter.setRenderHint(QPainter::TextAntialiasing);

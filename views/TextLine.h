@@ -32,6 +32,11 @@ public:
     qreal displayedScale() const;
     // The width the full text takes at its natural size.
     int naturalWidth() const;
+    // Fixes the line's height to what the card has room for. A font whose own line is taller
+    // (Noto Sans is a fifth taller than DejaVu Sans at the same size) is then centred on its
+    // capitals and descenders, which still fit, rather than pushing the rows below it down.
+    void setLineHeight(int height);
+    int lineHeight() const;
 
     QSize sizeHint() const override;
     QSize minimumSizeHint() const override;
@@ -51,6 +56,7 @@ private:
     Fit m_fit;
     Qt::Alignment m_alignment;
     qreal m_minimumScale = 0.85;
+    int m_lineHeight = 0;
 };
 
 } // namespace ambrel

@@ -25,6 +25,7 @@ TitleArea::TitleArea(const QString& name, QWidget* parent)
     setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Fixed);
     m_row->setAttribute(Qt::WA_TransparentForMouseEvents);
     m_name->setText(name);
+    m_name->setLineHeight(kHeight);
     m_name->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Fixed);
     auto* layout = new QHBoxLayout(m_row);
     layout->setContentsMargins(0, 0, 0, 0);

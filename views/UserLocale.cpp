@@ -9,6 +9,7 @@
 #include <unicode/smpdtfmt.h>
 #include <unicode/timezone.h>
 #include <unicode/unistr.h>
+#include <unicode/ures.h>
 
 namespace ambrel {
 
@@ -45,15 +46,49 @@ std::unique_ptr<icu::SimpleDateFormat> makeFormat(const icu::UnicodeString& patt
     return format;
 }
 
+// The long style's glue of a date and a time as the Gregorian calendar data of `locale` itself
+// gives it ("{1} 'at' {0}" in English), read straight from the resource the pattern generator
+// takes it from. Empty when the locale's own data does not have it: then the generator, which
+// also searches the parent locales, is asked.
+icu::UnicodeString longGlueOf(const icu::Locale& locale) {
+    UErrorCode status = U_ZERO_ERROR;
+    icu::UnicodeString glue;
+    UResourceBundle* bundle = ures_open(nullptr, locale.getName(), &status);
+    UResourceBundle* calendars = ures_getByKey(bundle, "calendar", nullptr, &status);
+    UResourceBundle* gregorian = ures_getByKey(calendars, "gregorian", nullptr, &status);
+    UResourceBundle* patterns =
+        ures_getByKey(gregorian, "DateTimePatterns%atTime", nullptr, &status);
+    // Full, long, medium and short, in that order.
+    if (U_SUCCESS(status) && ures_getSize(patterns) >= 4) {
+        int32_t length = 0;
+        const UChar* text = ures_getStringByIndex(patterns, 1, &length, &status);
+        if (U_SUCCESS(status)) {
+            glue = icu::UnicodeString(text, length);
+        }
+    }
+    ures_close(patterns);
+    ures_close(gregorian);
+    ures_close(calendars);
+    ures_close(bundle);
+    if (glue.indexOf(u"{0}") < 0 || glue.indexOf(u"{1}") < 0) {
+        glue.remove();
+    }
+    return glue;
+}
+
 } // namespace
 
+// The date formats are built on first use, each only when needed. ICU's pattern generator loads
+// much of the locale's calendar data; it is asked only for what the locale's own resources do
+// not give, and for a time stamp of another day (most readings are from today).
 struct UserLocale::Formatters {
     icu::Locale locale;
     std::unique_ptr<icu::TimeZone> zone;
     std::unique_ptr<icu::Calendar> calendar;
     std::unique_ptr<icu::SimpleDateFormat> shortTime;
-    std::unique_ptr<icu::SimpleDateFormat> monthDayTime;
     std::unique_ptr<icu::SimpleDateFormat> mediumDateShortTime;
+    bool triedMonthDayTime = false;
+    std::unique_ptr<icu::SimpleDateFormat> monthDayTime;
 };
 
 UserLocale::UserLocale(std::string_view localeName, std::string_view timeZoneID)
@@ -86,26 +121,26 @@ const UserLocale::Formatters& UserLocale::formatters() const {
     const icu::UnicodeString datePattern = patternOf(mediumDateFormat.get());
     f.shortTime = makeFormat(timePattern, f.locale, *f.zone);
 
-    status = U_ZERO_ERROR;
-    std::unique_ptr<icu::DateTimePatternGenerator> generator(
-        icu::DateTimePatternGenerator::createInstance(f.locale, status));
-    if (U_SUCCESS(status)) {
-        const icu::UnicodeString best =
-            generator->getBestPattern(icu::UnicodeString(u"MMMdjmm"), status);
-        if (U_SUCCESS(status)) {
-            f.monthDayTime = makeFormat(best, f.locale, *f.zone);
-        }
-        // The long style's glue reads as running text ("{1} 'at' {0}" in English), where the
-        // medium style's is only a comma.
+    // The long style's glue reads as running text ("{1} 'at' {0}" in English), where the
+    // medium style's is only a comma.
+    icu::UnicodeString glue;
+    if (f.calendar && std::string_view(f.calendar->getType()) == "gregorian") {
+        glue = longGlueOf(f.locale);
+    }
+    if (glue.isEmpty()) {
         status = U_ZERO_ERROR;
-        icu::UnicodeString glue = generator->getDateTimeFormat(UDAT_LONG, status);
+        std::unique_ptr<icu::DateTimePatternGenerator> generator(
+            icu::DateTimePatternGenerator::createInstance(f.locale, status));
+        if (U_SUCCESS(status)) {
+            glue = generator->getDateTimeFormat(UDAT_LONG, status);
+        }
         if (U_FAILURE(status) || glue.isEmpty()) {
             glue = icu::UnicodeString(u"{1} {0}");
         }
-        glue.findAndReplace(icu::UnicodeString(u"{1}"), datePattern);
-        glue.findAndReplace(icu::UnicodeString(u"{0}"), timePattern);
-        f.mediumDateShortTime = makeFormat(glue, f.locale, *f.zone);
     }
+    glue.findAndReplace(icu::UnicodeString(u"{1}"), datePattern);
+    glue.findAndReplace(icu::UnicodeString(u"{0}"), timePattern);
+    f.mediumDateShortTime = makeFormat(glue, f.locale, *f.zone);
     return f;
 }
 
@@ -156,7 +191,23 @@ std::string UserLocale::shortTime(Date date) const {
 }
 
 std::string UserLocale::monthDayTime(Date date) const {
-    return formatWith(formatters().monthDayTime.get(), date);
+    formatters();
+    Formatters& f = *m_formatters;
+    // Made on first use: it needs ICU's pattern generator.
+    if (!f.triedMonthDayTime) {
+        f.triedMonthDayTime = true;
+        UErrorCode status = U_ZERO_ERROR;
+        std::unique_ptr<icu::DateTimePatternGenerator> generator(
+            icu::DateTimePatternGenerator::createInstance(f.locale, status));
+        if (U_SUCCESS(status)) {
+            const icu::UnicodeString best =
+                generator->getBestPattern(icu::UnicodeString(u"MMMdjmm"), status);
+            if (U_SUCCESS(status)) {
+                f.monthDayTime = makeFormat(best, f.locale, *f.zone);
+            }
+        }
+    }
+    return formatWith(f.monthDayTime.get(), date);
 }
 
 std::string UserLocale::mediumDateShortTime(Date date) const {

@@ -56,6 +56,7 @@ private:
 
     std::string m_localeName;
     std::string m_timeZoneID;
+    // Made on first use, and completed as more is asked of it; hence mutable.
     mutable std::unique_ptr<Formatters> m_formatters;
 };
 
