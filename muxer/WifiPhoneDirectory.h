@@ -12,18 +12,9 @@
 #include "muxer/NetworkAddress.h"
 #include "muxer/NetworkPhoneSource.h"
 #include "muxer/PairRecordStore.h"
+#include "muxer/WifiAdvertSink.h"
 
 namespace ambrel {
-
-// One resolved `_apple-mobdev2._tcp` advert: a phone with Wi-Fi connections turned on names
-// itself "<wifi-mac>@<ipv6-link-local>".
-struct WifiAdvert {
-    std::string name;
-    // The escaped full service name ("<name>._apple-mobdev2._tcp.local.").
-    std::string fullServiceName;
-    std::uint32_t interfaceIndex = 0;
-    NetworkAddress address;
-};
 
 // The advertised MAC of an instance name, lower case; absent when the name does not start with
 // six colon-separated hexadecimal byte pairs followed by "@". Pure.
@@ -36,7 +27,7 @@ std::optional<std::string> macOfAdvertName(const std::string& name);
 // accepts or refuses. A phone stays listed for a grace period after its advert went, since a
 // sleeping phone drops off and comes back. Thread-safe: discovery reports on its own thread,
 // the muxer asks on its client threads.
-class WifiPhoneDirectory : public NetworkPhoneSource {
+class WifiPhoneDirectory : public NetworkPhoneSource, public WifiAdvertSink {
 public:
     using Clock = std::function<std::chrono::steady_clock::time_point()>;
 
@@ -49,12 +40,11 @@ public:
 
     WifiPhoneDirectory(PairRecordStore& records, Clock clock);
 
-    // From discovery. An advert resolved (again); its IPv4 address is preferred to IPv6.
-    void advertResolved(const WifiAdvert& advert);
-    // The advert went; the grace period starts.
-    void advertRemoved(const std::string& name, std::uint32_t interfaceIndex);
-    // Discovery stopped (avahi-daemon went): every advert is taken as gone now.
-    void everyAdvertRemoved();
+    // WifiAdvertSink. An advert's IPv4 address is preferred to its IPv6 one; a removed
+    // advert starts its grace period.
+    void advertResolved(const WifiAdvert& advert) override;
+    void advertRemoved(const std::string& name, std::uint32_t interfaceIndex) override;
+    void everyAdvertRemoved() override;
 
     // NetworkPhoneSource
     std::vector<MuxDevice> networkDevices() override;
