@@ -135,8 +135,22 @@ PairRecordStore::PairRecordStore(std::filesystem::path systemFolder,
     : m_systemFolder(std::move(systemFolder)), m_ownFolder(std::move(ownFolder)) {}
 
 bool PairRecordStore::ensureOwnFolder() const {
-    std::error_code error;
-    std::filesystem::create_directories(m_ownFolder, error);
+    if (m_ownFolder.empty()) {
+        return false;
+    }
+    // Every folder made on the way is private too: the program's data folder holds the reading
+    // cache, which keeps its folder 0700.
+    std::vector<std::filesystem::path> missing;
+    for (auto folder = m_ownFolder; !folder.empty() && !std::filesystem::exists(folder);
+         folder = folder.parent_path()) {
+        missing.push_back(folder);
+        if (folder == folder.parent_path()) {
+            break;
+        }
+    }
+    for (auto it = missing.rbegin(); it != missing.rend(); ++it) {
+        ::mkdir(it->c_str(), 0700);
+    }
     struct stat info {};
     if (::lstat(m_ownFolder.c_str(), &info) != 0 || !S_ISDIR(info.st_mode) ||
         info.st_uid != ::getuid()) {

@@ -20,7 +20,7 @@ public:
         std::filesystem::path socketPath;
         std::string systemMuxerPath = "/var/run/usbmuxd";
         std::filesystem::path systemRecordsFolder = "/var/lib/lockdown";
-        // Where copies of pair records are kept (0700).
+        // Where copies of pair records are kept (0700); empty for none.
         std::filesystem::path ownRecordsFolder;
         // Whether to look for Wi-Fi phones through avahi-daemon.
         bool discoverWifiPhones = true;
@@ -55,8 +55,9 @@ private:
 // Starts the program's muxer unless the user's environment already names one in
 // USBMUXD_SOCKET_ADDRESS (that muxer is then used), and points this process's
 // USBMUXD_SOCKET_ADDRESS at it so that every tool it runs inherits it. `dataFolder` is the
-// program's own data folder. Nothing when the user's muxer is used or none could be started.
-// Call before any other thread runs (it changes the environment).
+// program's own data folder (empty: no copies of pair records are kept). Nothing when the user's
+// muxer is used or none could be started. Call before any other thread runs (it changes the
+// environment).
 std::unique_ptr<PrivateMuxer> startPrivateMuxer(const std::filesystem::path& dataFolder);
 
 } // namespace ambrel

@@ -55,6 +55,9 @@ TEST_F(PairRecordStoreTest, KeptCopiesAreReadableByTheOwnerOnly) {
     struct stat info {};
     ASSERT_EQ(::stat(ownFolder().c_str(), &info), 0);
     EXPECT_EQ(info.st_mode & 0777, 0700u);
+    // The data folder made on the way is as private.
+    ASSERT_EQ(::stat(ownFolder().parent_path().c_str(), &info), 0);
+    EXPECT_EQ(info.st_mode & 0777, 0700u);
     int files = 0;
     for (const auto& entry : std::filesystem::directory_iterator(ownFolder())) {
         ASSERT_EQ(::stat(entry.path().c_str(), &info), 0);
