@@ -23,6 +23,9 @@ struct AvahiCallbacks {
         if (event == AVAHI_BROWSER_NEW || event == AVAHI_BROWSER_REMOVE) {
             static_cast<AvahiDiscovery*>(self)->browseEvent(
                 interface, protocol, event == AVAHI_BROWSER_NEW, name, type, domain);
+        } else {
+            // All for now, cache exhausted, failure: nothing more is coming soon.
+            static_cast<AvahiDiscovery*>(self)->browseListedAll();
         }
     }
 
@@ -30,6 +33,8 @@ struct AvahiCallbacks {
                         AvahiResolverEvent event, const char* name, const char* type,
                         const char* domain, const char*, const AvahiAddress* address, uint16_t port,
                         AvahiStringList*, AvahiLookupResultFlags, void* self) {
+        auto* discovery = static_cast<AvahiDiscovery*>(self);
+        discovery->resolverDone(resolver);
         // A resolver that fails (no address of its family) stays quiet; the other family's
         // may well succeed.
         if (event != AVAHI_RESOLVER_FOUND || address == nullptr || interface < 0) {
@@ -50,8 +55,7 @@ struct AvahiCallbacks {
         } else {
             return;
         }
-        static_cast<AvahiDiscovery*>(self)->resolved(resolver, interface, name, type, domain,
-                                                     found);
+        discovery->resolved(resolver, interface, name, type, domain, found);
     }
 };
 
@@ -104,6 +108,8 @@ void AvahiDiscovery::forgetEverything() {
         }
     }
     m_resolvers.clear();
+    m_unanswered.clear();
+    m_listedAll = false;
     if (m_browser != nullptr) {
         avahi_service_browser_free(m_browser);
         m_browser = nullptr;
@@ -117,9 +123,28 @@ void AvahiDiscovery::clientState(AvahiClient* client, bool isRunning, bool isLos
             static_cast<AvahiLookupFlags>(0), &AvahiCallbacks::browse, this);
     } else if (isLost) {
         // The daemon went (with NO_FAIL the client waits for it to come back): what it
-        // found is gone with it.
+        // found is gone with it, and nothing is coming soon.
         forgetEverything();
         m_sink.everyAdvertRemoved();
+        m_listedAll = true;
+        settleIfDone();
+    }
+}
+
+void AvahiDiscovery::browseListedAll() {
+    m_listedAll = true;
+    settleIfDone();
+}
+
+void AvahiDiscovery::resolverDone(AvahiServiceResolver* resolver) {
+    m_unanswered.erase(resolver);
+    settleIfDone();
+}
+
+void AvahiDiscovery::settleIfDone() {
+    if (!m_settled && m_listedAll && m_unanswered.empty()) {
+        m_settled = true;
+        m_sink.discoverySettled();
     }
 }
 
@@ -139,6 +164,9 @@ void AvahiDiscovery::browseEvent(int interface, int protocol, bool isNew, const 
                 m_client, interface, protocol, name, type, domain, family,
                 static_cast<AvahiLookupFlags>(0), &AvahiCallbacks::resolve, this);
             (family == AVAHI_PROTO_INET ? resolvers.first : resolvers.second) = resolver;
+            if (resolver != nullptr) {
+                m_unanswered.insert(resolver);
+            }
         }
         return;
     }
@@ -148,6 +176,7 @@ void AvahiDiscovery::browseEvent(int interface, int protocol, bool isNew, const 
     }
     for (auto* resolver : {found->second.first, found->second.second}) {
         if (resolver != nullptr) {
+            m_unanswered.erase(resolver);
             avahi_service_resolver_free(resolver);
         }
     }

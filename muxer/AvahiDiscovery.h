@@ -2,6 +2,7 @@
 
 #include <map>
 #include <memory>
+#include <set>
 #include <string>
 #include <tuple>
 
@@ -41,9 +42,12 @@ private:
     void clientState(AvahiClient* client, bool isRunning, bool isLost);
     void browseEvent(int interface, int protocol, bool isNew, const char* name, const char* type,
                      const char* domain);
+    void browseListedAll();
     void resolved(AvahiServiceResolver* resolver, int interface, const char* name, const char* type,
                   const char* domain, const NetworkAddress& address);
     void forgetEverything();
+    void resolverDone(AvahiServiceResolver* resolver);
+    void settleIfDone();
 
     WifiAdvertSink& m_sink;
     AvahiThreadedPoll* m_poll = nullptr;
@@ -51,6 +55,10 @@ private:
     AvahiServiceBrowser* m_browser = nullptr;
     // The open resolvers (one per address family) of each browse result.
     std::map<BrowseKey, std::pair<AvahiServiceResolver*, AvahiServiceResolver*>> m_resolvers;
+    // Resolvers that have not answered yet, and whether the browser listed what was there.
+    std::set<AvahiServiceResolver*> m_unanswered;
+    bool m_listedAll = false;
+    bool m_settled = false;
 };
 
 } // namespace ambrel

@@ -15,7 +15,9 @@ class NetworkPhoneSource {
 public:
     virtual ~NetworkPhoneSource() = default;
 
-    // The Wi-Fi phones to list now, with stable device IDs that no USB device uses.
+    // The Wi-Fi phones to list now, with stable device IDs that no USB device uses. May wait
+    // a moment right after the program started, until discovery has reported what it found
+    // at once, so that a phone read at launch sees the Wi-Fi phones already there.
     virtual std::vector<MuxDevice> networkDevices() = 0;
     // The pair record (as the system muxer would give it) of the phone `udid`, when the system
     // muxer has none to give.

@@ -11,6 +11,10 @@ namespace {
 constexpr const char* kAddressVariable = "USBMUXD_SOCKET_ADDRESS";
 // Where tests put a system muxer of their own.
 constexpr const char* kSystemMuxerForTesting = "TOVRIN_SYSTEM_USBMUXD_FOR_TESTING";
+// How long a listing right after the start waits for avahi-daemon to report the phones it
+// already knows: a phone read at launch would otherwise miss them. Well within the tools'
+// 5-second wait for the answer.
+constexpr std::chrono::milliseconds kFirstDiscoveryLimit{2000};
 
 std::string environment(const char* name) {
     const char* value = std::getenv(name);
@@ -68,10 +72,12 @@ std::optional<std::string> PrivateMuxer::start() {
                                                                         : std::nullopt;
     }
     if (m_setup.discoverWifiPhones) {
+        m_directory.expectDiscovery(kFirstDiscoveryLimit);
         m_discovery = std::make_unique<AvahiDiscovery>(m_directory);
         m_discovering = m_discovery->start();
         if (!m_discovering) {
             m_discovery.reset();
+            m_directory.discoverySettled();
         }
     }
     return address;

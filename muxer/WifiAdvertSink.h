@@ -28,6 +28,8 @@ public:
     virtual void advertRemoved(const std::string& name, std::uint32_t interfaceIndex) = 0;
     // Discovery lost its daemon: every advert is gone as of now.
     virtual void everyAdvertRemoved() = 0;
+    // Discovery has reported what was there when it started (or knows it will find nothing).
+    virtual void discoverySettled() = 0;
 };
 
 } // namespace ambrel

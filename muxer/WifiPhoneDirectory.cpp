@@ -56,6 +56,21 @@ void WifiPhoneDirectory::everyAdvertRemoved() {
     }
 }
 
+void WifiPhoneDirectory::discoverySettled() {
+    {
+        const std::lock_guard lock(m_mutex);
+        m_settled = true;
+    }
+    m_settledChanged.notify_all();
+}
+
+void WifiPhoneDirectory::expectDiscovery(std::chrono::milliseconds limit) {
+    const std::lock_guard lock(m_mutex);
+    m_settled = false;
+    // The wait is on the real clock: it only bounds how long a client waits.
+    m_settleDeadline = std::chrono::steady_clock::now() + limit;
+}
+
 void WifiPhoneDirectory::dropExpired() {
     const auto now = m_clock();
     std::erase_if(m_adverts, [&](const auto& entry) {
@@ -76,7 +91,8 @@ std::uint32_t WifiPhoneDirectory::deviceIdOf(const std::string& udid) {
 std::vector<MuxDevice> WifiPhoneDirectory::networkDevices() {
     const auto known = m_records.knownPhones();
     const auto learned = m_records.learnedMacs();
-    const std::lock_guard lock(m_mutex);
+    std::unique_lock lock(m_mutex);
+    m_settledChanged.wait_until(lock, m_settleDeadline, [this] { return m_settled; });
     dropExpired();
 
     // udid -> the advert that stands for it; a current advert beats one in its grace period.

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <chrono>
+#include <condition_variable>
 #include <functional>
 #include <map>
 #include <mutex>
@@ -45,6 +46,11 @@ public:
     void advertResolved(const WifiAdvert& advert) override;
     void advertRemoved(const std::string& name, std::uint32_t interfaceIndex) override;
     void everyAdvertRemoved() override;
+    void discoverySettled() override;
+
+    // From now on networkDevices() waits up to `limit` for discoverySettled(), once; called
+    // when discovery starts.
+    void expectDiscovery(std::chrono::milliseconds limit);
 
     // NetworkPhoneSource
     std::vector<MuxDevice> networkDevices() override;
@@ -72,6 +78,9 @@ private:
     std::mutex m_mutex;
     std::map<AdvertKey, Advert> m_adverts;
     std::map<std::string, std::uint32_t> m_deviceIds;
+    std::condition_variable m_settledChanged;
+    bool m_settled = true;
+    std::chrono::steady_clock::time_point m_settleDeadline{};
 };
 
 } // namespace ambrel

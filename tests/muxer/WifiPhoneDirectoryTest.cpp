@@ -1,5 +1,7 @@
 #include "muxer/WifiPhoneDirectory.h"
 
+#include <thread>
+
 #include <gtest/gtest.h>
 
 #include "tests/fakes/TemporaryFolder.h"
@@ -162,6 +164,32 @@ TEST_F(WifiPhoneDirectoryTest, NothingIsLearnedWhenThePhoneOnUsbAdvertisesItsOwn
         {usbPhone("00008110000B11112222333B"), usbPhone("00008110000A11112222333A")});
     m_directory.noteUsbDevices({usbPhone("00008110000C11112222333C")});
     EXPECT_TRUE(m_store.learnedMacs().empty());
+}
+
+TEST_F(WifiPhoneDirectoryTest, AListingRightAfterTheStartWaitsForDiscoveryToSettle) {
+    pair(kPhoneA, "aa:bb:cc:dd:ee:01");
+    m_directory.expectDiscovery(5s);
+    std::thread discovery([this] {
+        std::this_thread::sleep_for(100ms);
+        m_directory.advertResolved(advert("aa:bb:cc:dd:ee:01", {10, 0, 0, 7}));
+        m_directory.discoverySettled();
+    });
+    const auto started = std::chrono::steady_clock::now();
+    EXPECT_EQ(m_directory.networkDevices().size(), 1u);
+    EXPECT_LT(std::chrono::steady_clock::now() - started, 4s);
+    discovery.join();
+}
+
+TEST_F(WifiPhoneDirectoryTest, ADiscoveryThatNeverSettlesCostsItsLimitOnce) {
+    m_directory.expectDiscovery(200ms);
+    const auto started = std::chrono::steady_clock::now();
+    EXPECT_TRUE(m_directory.networkDevices().empty());
+    const auto first = std::chrono::steady_clock::now() - started;
+    EXPECT_GE(first, 200ms);
+    EXPECT_LT(first, 3s);
+    const auto again = std::chrono::steady_clock::now();
+    EXPECT_TRUE(m_directory.networkDevices().empty());
+    EXPECT_LT(std::chrono::steady_clock::now() - again, 150ms);
 }
 
 TEST_F(WifiPhoneDirectoryTest, PairRecordsGivenOutByTheSystemMuxerAreKept) {
