@@ -23,8 +23,9 @@ struct AvahiCallbacks {
         if (event == AVAHI_BROWSER_NEW || event == AVAHI_BROWSER_REMOVE) {
             static_cast<AvahiDiscovery*>(self)->browseEvent(
                 interface, protocol, event == AVAHI_BROWSER_NEW, name, type, domain);
-        } else {
-            // All for now, cache exhausted, failure: nothing more is coming soon.
+        } else if (event == AVAHI_BROWSER_ALL_FOR_NOW || event == AVAHI_BROWSER_FAILURE) {
+            // Nothing more is coming soon. (Cache exhausted comes before the daemon's own
+            // answers, so it says nothing yet.)
             static_cast<AvahiDiscovery*>(self)->browseListedAll();
         }
     }
@@ -34,7 +35,7 @@ struct AvahiCallbacks {
                         const char* domain, const char*, const AvahiAddress* address, uint16_t port,
                         AvahiStringList*, AvahiLookupResultFlags, void* self) {
         auto* discovery = static_cast<AvahiDiscovery*>(self);
-        discovery->resolverDone(resolver);
+        discovery->resolverDone(resolver, event == AVAHI_RESOLVER_FOUND);
         // A resolver that fails (no address of its family) stays quiet; the other family's
         // may well succeed.
         if (event != AVAHI_RESOLVER_FOUND || address == nullptr || interface < 0) {
@@ -136,8 +137,17 @@ void AvahiDiscovery::browseListedAll() {
     settleIfDone();
 }
 
-void AvahiDiscovery::resolverDone(AvahiServiceResolver* resolver) {
+void AvahiDiscovery::resolverDone(AvahiServiceResolver* resolver, bool found) {
     m_unanswered.erase(resolver);
+    // One address is enough for the advert: a phone without IPv6 need not hold up the rest.
+    if (found) {
+        for (const auto& [key, resolvers] : m_resolvers) {
+            if (resolvers.first == resolver || resolvers.second == resolver) {
+                m_unanswered.erase(resolvers.first);
+                m_unanswered.erase(resolvers.second);
+            }
+        }
+    }
     settleIfDone();
 }
 

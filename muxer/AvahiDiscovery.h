@@ -46,7 +46,7 @@ private:
     void resolved(AvahiServiceResolver* resolver, int interface, const char* name, const char* type,
                   const char* domain, const NetworkAddress& address);
     void forgetEverything();
-    void resolverDone(AvahiServiceResolver* resolver);
+    void resolverDone(AvahiServiceResolver* resolver, bool found);
     void settleIfDone();
 
     WifiAdvertSink& m_sink;
