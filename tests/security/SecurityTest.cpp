@@ -10,6 +10,7 @@
 #include <thread>
 #include <vector>
 
+#include <csignal>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -156,6 +157,14 @@ TEST(Security, TheWidgetListensOnNoNetworkSocketOnlyOnItsMuxers) {
     ASSERT_EQ(::stat(muxerSocket.parent_path().c_str(), &folderStat), 0);
     EXPECT_EQ(socketStat.st_mode & 07777, 0600u);
     EXPECT_EQ(folderStat.st_mode & 07777, 0700u);
+
+    // Quit the widget itself: xvfb-run, stopped by the harness, would leave it and its X server.
+    ::kill(pid, SIGTERM);
+    for (int wait = 0; wait < 100 && isAlive(pid); ++wait) {
+        std::this_thread::sleep_for(100ms);
+    }
+    EXPECT_FALSE(isAlive(pid)) << "the widget did not quit on SIGTERM";
+    server.stop();
 }
 
 TEST(Security, ToolOutputNeverReachesAShell) {
