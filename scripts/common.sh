@@ -11,6 +11,7 @@ TOVRIN_PACKAGES=(
     libgtest-dev libgmock-dev libbenchmark-dev
     libimobiledevice-utils usbmuxd bootstrap-icons fonts-dejavu-core
     libxcb1-dev xvfb xauth x11-utils
+    avahi-daemon avahi-utils dbus iproute2
 )
 
 say() { printf '\033[1m==> %s\033[0m\n' "$*"; }
