@@ -1,5 +1,7 @@
 #include "app/AmbrelDelegate.h"
 
+#include <chrono>
+
 #include <QCoreApplication>
 #include <QGuiApplication>
 #include <QPointer>
@@ -7,9 +9,11 @@
 #include <QTimer>
 
 #include "app/AutostartSettings.h"
+#include "app/BarStatePublisher.h"
 #include "app/ColorSchemeWatcher.h"
 #include "app/DesktopPanel.h"
 #include "app/FirstPaintProbe.h"
+#include "app/LowBatteryAlertsController.h"
 #include "app/PanelFrameStore.h"
 #include "app/PanelPlacement.h"
 #include "app/PreviewCapture.h"
@@ -17,20 +21,19 @@
 #include "app/StatusMenu.h"
 #include "app/SystemServices.h"
 #include "app/WakeObserver.h"
+#include "monitor/BarState.h"
 #include "monitor/BatteryMonitor.h"
 #include "phone/CommandRunner.h"
 #include "platform/linux/XdgAutostartService.h"
+#include "platform/qt/DeadlineTimer.h"
 #include "platform/qt/QtMainScheduler.h"
 #include "views/AmbrelView.h"
 #include "views/Appearance.h"
+#include "views/WidgetBrand.h"
 
 namespace ambrel {
 
 namespace {
-
-// How long after the panel is first shown the preview is captured, so that the first readings
-// have arrived and the card has been laid out.
-constexpr int kCaptureDelayMilliseconds = 4000;
 
 std::vector<QRect> availableAreas() {
     std::vector<QRect> areas;
@@ -55,11 +58,15 @@ AmbrelDelegate::AmbrelDelegate(std::vector<std::string> arguments, std::shared_p
     : QObject(parent), m_arguments(std::move(arguments)), m_bundle(std::move(bundle)),
       m_loginItems(std::move(loginItems)),
       m_displayName(QString::fromStdString(ShellTexts::displayName(*m_bundle))),
-      m_forcedLook(CommandLine::previewLook(m_arguments)) {}
+      m_forcedLook(CommandLine::previewLook(m_arguments)) {
+    WidgetBrand::readFrom(m_bundle);
+}
 
 AmbrelDelegate::~AmbrelDelegate() {
     applicationWillTerminate();
     // The card observes the monitor, so it goes first.
+    m_lowBatteryAlerts.reset();
+    m_barState.reset();
     m_statusMenu.reset();
     m_panel.reset();
     m_monitor.reset();
@@ -98,10 +105,20 @@ void AmbrelDelegate::applicationDidFinishLaunching() {
         const auto* xdg = dynamic_cast<const XdgAutostartService*>(m_loginItems.get());
         AutostartSettings::open(xdg != nullptr ? xdg->autostartFolder() : std::filesystem::path());
     };
+    // Tray hosts show the application name as the item's title; the settings file is named
+    // apart from it.
+    QCoreApplication::setApplicationName(m_displayName);
     m_statusMenu = std::make_unique<StatusMenu>(m_displayName, *m_loginItems, std::move(actions));
     m_statusMenu->setDark(appearance.look() == Look::dark);
     connect(&appearance, &Appearance::lookChanged, this,
             [this](Look look) { m_statusMenu->setDark(look == Look::dark); });
+    m_lowBatteryAlerts =
+        std::make_unique<LowBatteryAlertsController>(*m_monitor, *m_scheduler, m_displayName);
+    m_statusMenu->setLowBatteryAlerts(m_lowBatteryAlerts->isEnabled(), [this](bool enabled) {
+        m_lowBatteryAlerts->setEnabled(enabled);
+    });
+    m_barState =
+        std::make_unique<BarStatePublisher>(*m_monitor, *m_scheduler, BarStateFile::location());
     m_statusMenu->showTrayItem();
 
     m_monitor->start();
@@ -116,7 +133,8 @@ void AmbrelDelegate::applicationDidFinishLaunching() {
 
     m_panel->bringToFront();
     if (CommandLine::capturePreviewPath(m_arguments)) {
-        QTimer::singleShot(kCaptureDelayMilliseconds, this, [this] { capturePreview(); });
+        m_captureTimer = std::make_unique<DeadlineTimer>([this] { capturePreview(); });
+        m_captureTimer->start(kCaptureDelay, TimerRepeat::once);
     }
 }
 
@@ -192,6 +210,25 @@ void AmbrelDelegate::showPanel() {
     }
 }
 
+void AmbrelDelegate::laterLaunch(const std::vector<std::string>& arguments) {
+    showPanel();
+    if (const auto path = CommandLine::capturePreviewPath(arguments)) {
+        scheduleCapture(*path, CommandLine::previewLook(arguments));
+    }
+}
+
+void AmbrelDelegate::scheduleCapture(std::string path,
+                                     std::optional<CommandLine::PreviewLook> look) {
+    // Timers of captures already taken go now, not from inside their own firing.
+    std::erase_if(m_requestedCaptures, [](const auto& timer) { return !timer->isActive(); });
+    // The same delay as at launch: the panel has just come forward, and a refresh the user
+    // started may still be on its way.
+    auto timer = std::make_unique<DeadlineTimer>(
+        [this, path = std::move(path), look] { captureInLook(path, look); });
+    timer->start(kCaptureDelay, TimerRepeat::once);
+    m_requestedCaptures.push_back(std::move(timer));
+}
+
 void AmbrelDelegate::savePanelFrame() {
     if (m_panel && m_frameStore) {
         m_frameStore->save(QRect(m_panel->pos(), m_panel->size()));
@@ -199,13 +236,29 @@ void AmbrelDelegate::savePanelFrame() {
 }
 
 void AmbrelDelegate::capturePreview() {
-    const auto path = CommandLine::capturePreviewPath(m_arguments);
-    if (!path || !m_panel) {
+    if (const auto path = CommandLine::capturePreviewPath(m_arguments)) {
+        captureInLook(*path, std::nullopt);
+    }
+}
+
+void AmbrelDelegate::captureInLook(const std::string& path,
+                                   std::optional<CommandLine::PreviewLook> look) {
+    if (!m_panel) {
         return;
+    }
+    // The asked look holds for the picture only; the panel on screen keeps the one in force.
+    auto& appearance = Appearance::instance();
+    const auto lookInForce = appearance.forcedLook();
+    if (look) {
+        appearance.setForcedLook(*look == CommandLine::PreviewLook::dark ? Look::dark
+                                                                         : Look::light);
     }
     const QScreen* screen = m_panel->screen();
     const qreal ratio = screen != nullptr ? screen->devicePixelRatio() : qApp->devicePixelRatio();
-    PreviewCapture::capture(m_panel.get(), ratio, QString::fromStdString(*path));
+    PreviewCapture::capture(m_panel.get(), ratio, QString::fromStdString(path));
+    if (look) {
+        appearance.setForcedLook(lookInForce);
+    }
 }
 
 void AmbrelDelegate::applicationWillTerminate() {

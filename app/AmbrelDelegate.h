@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <memory>
 #include <optional>
 #include <string>
@@ -16,11 +17,14 @@ class QScreen;
 
 namespace ambrel {
 
+class BarStatePublisher;
 class BatteryMonitor;
 class Bundle;
 class ColorSchemeWatcher;
+class DeadlineTimer;
 class DesktopPanel;
 class LoginItemService;
+class LowBatteryAlertsController;
 class PanelFrameStore;
 class QtMainScheduler;
 class StatusMenu;
@@ -31,6 +35,10 @@ class WakeObserver;
 // asked. Owns all of them for the life of the process. Main thread only.
 class AmbrelDelegate final : public QObject {
 public:
+    // How long after the panel is first shown the preview is captured, so that the first
+    // readings have arrived and the card has been laid out. Never earlier.
+    static constexpr std::chrono::milliseconds kCaptureDelay{4000};
+
     // `arguments` as the process got them (the program path first). `loginItems` is shared
     // with nothing else and kept.
     AmbrelDelegate(std::vector<std::string> arguments, std::shared_ptr<Bundle> bundle,
@@ -41,6 +49,10 @@ public:
     void applicationDidFinishLaunching();
     // A later launch, or "Show …" in the tray menu: the panel comes back where it was.
     void showPanel();
+    // A later launch handed its `arguments` over (the program name first): the panel comes
+    // forward and, when the launch asked for a preview capture, it is taken as the launch
+    // sequence takes it, in the look that launch asked for.
+    void laterLaunch(const std::vector<std::string>& arguments);
     // Saves the frame and stops watching wake and screens; runs as the event loop ends.
     void applicationWillTerminate();
 
@@ -53,6 +65,8 @@ private:
     void watchScreen(QScreen* screen);
     void savePanelFrame();
     void capturePreview();
+    void scheduleCapture(std::string path, std::optional<CommandLine::PreviewLook> look);
+    void captureInLook(const std::string& path, std::optional<CommandLine::PreviewLook> look);
 
     std::vector<std::string> m_arguments;
     std::shared_ptr<Bundle> m_bundle;
@@ -66,7 +80,12 @@ private:
     std::unique_ptr<DesktopPanel> m_panel;
     std::unique_ptr<StatusMenu> m_statusMenu;
     std::unique_ptr<WakeObserver> m_wakeObserver;
+    std::unique_ptr<BarStatePublisher> m_barState;
+    std::unique_ptr<LowBatteryAlertsController> m_lowBatteryAlerts;
     std::unique_ptr<ColorSchemeWatcher> m_colorSchemeWatcher;
+    std::unique_ptr<DeadlineTimer> m_captureTimer;
+    // Captures asked for by later launches, each on its own timer.
+    std::vector<std::unique_ptr<DeadlineTimer>> m_requestedCaptures;
     QList<QMetaObject::Connection> m_screenConnections;
     bool m_terminated = false;
 };

@@ -1,16 +1,19 @@
 #include "app/AmbrelMain.h"
 
 #include <cstdio>
+#include <filesystem>
 #include <memory>
 #include <string>
 
 #include <QApplication>
 
 #include "app/AmbrelDelegate.h"
+#include "app/BarCommand.h"
 #include "app/CommandLine.h"
 #include "app/LoginCommand.h"
 #include "app/QuitSignals.h"
 #include "app/ReadingsCommand.h"
+#include "app/SettingsFile.h"
 #include "app/ShellTexts.h"
 #include "app/SingleInstance.h"
 #include "muxer/PrivateMuxer.h"
@@ -59,19 +62,38 @@ void preferX11UnderWayland() {
     }
 }
 
+// What a later launch hands over to the running copy: a preview capture, with its path made
+// absolute since the running copy works in another folder, and the look asked for.
+SingleInstance::Request handOverRequest(const std::vector<std::string>& arguments) {
+    const auto path = CommandLine::capturePreviewPath(arguments);
+    if (!path) {
+        return {};
+    }
+    std::error_code error;
+    const auto absolute = std::filesystem::absolute(*path, error);
+    SingleInstance::Request request{arguments.empty() ? std::string("tovrin") : arguments.front(),
+                                    "--capture-preview", error ? *path : absolute.string()};
+    if (const auto look = CommandLine::previewLook(arguments)) {
+        request.emplace_back(look == CommandLine::PreviewLook::dark ? "--preview-dark"
+                                                                    : "--preview-light");
+    }
+    return request;
+}
+
 int runWidget(int argc, char** argv, const std::vector<std::string>& arguments,
               std::shared_ptr<Bundle> bundle) {
     preferX11UnderWayland();
-    auto [claim, instance] = SingleInstance::claim(SingleInstance::lockPath(
-        bundleIdentifier(*bundle).empty() ? std::string("tovrin") : bundleIdentifier(*bundle)));
+    auto [claim, instance] = SingleInstance::claim(
+        SingleInstance::lockPath(bundleIdentifier(*bundle).empty() ? std::string("tovrin")
+                                                                   : bundleIdentifier(*bundle)),
+        handOverRequest(arguments));
     if (claim == SingleInstance::Claim::handedOver) {
         return 0;
     }
 
-    // These name the settings file ($XDG_CONFIG_HOME/Quenby/Tovrin.conf).
-    QCoreApplication::setOrganizationName(QStringLiteral("Quenby"));
+    QCoreApplication::setOrganizationName(QString::fromLatin1(SettingsFile::kOrganization));
     QCoreApplication::setOrganizationDomain(QStringLiteral("quenby.com"));
-    QCoreApplication::setApplicationName(QStringLiteral("Tovrin"));
+    QCoreApplication::setApplicationName(QString::fromLatin1(SettingsFile::kApplication));
     QCoreApplication::setApplicationVersion(QStringLiteral(TOVRIN_VERSION));
     QApplication application(argc, argv);
 
@@ -82,7 +104,8 @@ int runWidget(int argc, char** argv, const std::vector<std::string>& arguments,
                      [&delegate] { delegate.applicationWillTerminate(); });
     delegate.applicationDidFinishLaunching();
     if (instance) {
-        instance->listen([&delegate] { delegate.showPanel(); });
+        instance->listen(
+            [&delegate](const SingleInstance::Request& request) { delegate.laterLaunch(request); });
     }
     return QApplication::exec();
 }
@@ -108,6 +131,9 @@ int main(int argc, char** argv) {
         print(CommandLine::versionText(
             name, bundle->infoString("CFBundleShortVersionString").value_or(TOVRIN_VERSION)));
         return 0;
+    }
+    if (BarCommand::isRequested(arguments)) {
+        return BarCommand::run(argc, argv, arguments);
     }
     // Wi-Fi phones are reached through the program's own muxer; the phone tools find it in
     // USBMUXD_SOCKET_ADDRESS. Started before any other thread, kept until the program ends.

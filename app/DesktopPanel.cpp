@@ -1,7 +1,9 @@
 #include "app/DesktopPanel.h"
 
+#include <QMouseEvent>
 #include <QMoveEvent>
 #include <QShowEvent>
+#include <QWindow>
 
 #include "app/PanelPlacement.h"
 #include "app/X11WindowHints.h"
@@ -47,6 +49,36 @@ void DesktopPanel::showEvent(QShowEvent* event) {
         X11WindowHints::markAsDesktopPanel(winId());
     }
     QWidget::showEvent(event);
+}
+
+// Controls accept their presses, so only presses no child took arrive here.
+void DesktopPanel::mousePressEvent(QMouseEvent* event) {
+    if (event->button() != Qt::LeftButton) {
+        QWidget::mousePressEvent(event);
+        return;
+    }
+    m_pressOffset.reset();
+    QWindow* handle = windowHandle();
+    if (handle == nullptr || !handle->startSystemMove()) {
+        m_pressOffset = event->globalPosition().toPoint() - frameGeometry().topLeft();
+    }
+    event->accept();
+}
+
+void DesktopPanel::mouseMoveEvent(QMouseEvent* event) {
+    if (!m_pressOffset || !(event->buttons() & Qt::LeftButton)) {
+        QWidget::mouseMoveEvent(event);
+        return;
+    }
+    move(event->globalPosition().toPoint() - *m_pressOffset);
+    event->accept();
+}
+
+void DesktopPanel::mouseReleaseEvent(QMouseEvent* event) {
+    if (event->button() == Qt::LeftButton) {
+        m_pressOffset.reset();
+    }
+    QWidget::mouseReleaseEvent(event);
 }
 
 } // namespace ambrel

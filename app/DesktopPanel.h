@@ -1,7 +1,9 @@
 #pragma once
 
 #include <functional>
+#include <optional>
 
+#include <QPoint>
 #include <QString>
 #include <QWidget>
 
@@ -9,7 +11,8 @@ namespace ambrel {
 
 // The widget's window: frameless, transparent outside the card's own glass, no shadow, fixed at
 // 360 x 170, below application windows on every workspace and out of taskbars and pagers. It
-// takes keyboard focus for the card's controls. The card moves it through its drag region.
+// takes keyboard focus for the card's controls. A left press anywhere on the card that no control
+// takes (gauges, texts, bare glass) moves the window, as the title's drag region does.
 class DesktopPanel final : public QWidget {
 public:
     explicit DesktopPanel(const QString& title, QWidget* parent = nullptr);
@@ -27,9 +30,15 @@ public:
 protected:
     void moveEvent(QMoveEvent* event) override;
     void showEvent(QShowEvent* event) override;
+    void mousePressEvent(QMouseEvent* event) override;
+    void mouseMoveEvent(QMouseEvent* event) override;
+    void mouseReleaseEvent(QMouseEvent* event) override;
 
 private:
     QWidget* m_content = nullptr;
+    // Where the press was, relative to the top-left corner, while the panel moves itself
+    // because the window manager could not take the move over.
+    std::optional<QPoint> m_pressOffset;
     std::function<void()> m_moved;
 };
 

@@ -5,13 +5,14 @@
 #include <QRect>
 #include <QSettings>
 
+#include "app/SettingsFile.h"
+
 namespace ambrel {
 
 // The panel's frame remembered across launches under "AmbrelPosition" in the program's
-// QSettings (on Linux $XDG_CONFIG_HOME/Quenby/Tovrin.conf; AmbrelMain names the program before
-// this is made). Saving only marks the value: the event loop writes it out shortly after, so a
-// drag that moves the panel many times a second does not write the file each time; flush()
-// writes at once.
+// settings file ($XDG_CONFIG_HOME/Quenby/Tovrin.conf). Saving only marks the value: the event loop
+// writes it out shortly after, so a drag that moves the panel many times a second does not write
+// the file each time; flush() writes at once.
 class PanelFrameStore {
 public:
     static constexpr const char* kKey = "AmbrelPosition";
@@ -22,7 +23,8 @@ public:
     void flush();
 
 private:
-    QSettings m_settings;
+    QSettings m_settings{QString::fromLatin1(SettingsFile::kOrganization),
+                         QString::fromLatin1(SettingsFile::kApplication)};
 };
 
 } // namespace ambrel

@@ -9,6 +9,8 @@ namespace ambrel::ShellTexts {
 inline constexpr const char* kFallbackName = "Tovrin";
 inline constexpr const char* kRefreshTitle = "Refresh Batteries";
 inline constexpr const char* kStartAtLoginTitle = "Start at Login";
+// Our own item, right after "Start at Login": low-battery alerts on or off.
+inline constexpr const char* kLowBatteryAlertsTitle = "Low Battery Alerts";
 inline constexpr const char* kStartAtLoginNeedsApprovalTitle = "Start at Login (Needs Approval)";
 inline constexpr const char* kLoginChangeFailedTitle = "Couldn\u2019t change Start at Login";
 inline constexpr const char* kOkButton = "OK";

@@ -2,12 +2,12 @@
 
 #include <QAction>
 #include <QCursor>
-#include <QKeySequence>
 #include <QMessageBox>
 #include <QPushButton>
 
 #include "app/PairedCellIcon.h"
 #include "app/ShellTexts.h"
+#include "app/TrayHostWatcher.h"
 
 namespace ambrel {
 
@@ -15,6 +15,12 @@ namespace {
 
 QString text(const std::string& utf8) {
     return QString::fromStdString(utf8);
+}
+
+// A menu item's title as Qt wants it: a single "&" in the display name would otherwise mark
+// the next letter as a mnemonic and not be shown.
+QString menuTitle(const std::string& utf8) {
+    return text(utf8).replace(QLatin1Char('&'), QStringLiteral("&&"));
 }
 
 void showModalAlert(const QString& title, const QString& message, const QString& informative) {
@@ -41,50 +47,74 @@ StatusMenu::StatusMenu(const QString& displayName, LoginItemService& loginItems,
         showModalAlert(title, message, informative);
     };
 
-    QAction* show = m_menu.addAction(text(ShellTexts::showTitle(name)));
+    QAction* show = m_menu.addAction(menuTitle(ShellTexts::showTitle(name)));
     connect(show, &QAction::triggered, this, [this] { m_actions.showPanel(); });
 
     QAction* refresh = m_menu.addAction(QString::fromUtf8(ShellTexts::kRefreshTitle));
-    refresh->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_R));
     connect(refresh, &QAction::triggered, this, [this] { m_actions.refresh(); });
 
     m_menu.addSeparator();
     m_loginAction = m_menu.addAction(QString::fromUtf8(ShellTexts::kStartAtLoginTitle));
     m_loginAction->setCheckable(true);
     connect(m_loginAction, &QAction::triggered, this, [this] { toggleLogin(); });
+    m_alertsAction = m_menu.addAction(QString::fromUtf8(ShellTexts::kLowBatteryAlertsTitle));
+    m_alertsAction->setCheckable(true);
+    m_alertsAction->setChecked(true);
+    connect(m_alertsAction, &QAction::triggered, this, [this](bool checked) {
+        if (m_alertsChanged) {
+            m_alertsChanged(checked);
+        }
+    });
 
     m_menu.addSeparator();
-    QAction* about = m_menu.addAction(text(ShellTexts::aboutTitle(name)));
+    QAction* about = m_menu.addAction(menuTitle(ShellTexts::aboutTitle(name)));
     connect(about, &QAction::triggered, this, [this] { showAbout(); });
 
-    QAction* quit = m_menu.addAction(text(ShellTexts::quitTitle(name)));
-    quit->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_Q));
+    QAction* quit = m_menu.addAction(menuTitle(ShellTexts::quitTitle(name)));
     connect(quit, &QAction::triggered, this, [this] { m_actions.quit(); });
 
     connect(&m_menu, &QMenu::aboutToShow, this, [this] { updateLoginItem(); });
 
-    m_tray.setToolTip(text(ShellTexts::toolTip(name)));
-    m_tray.setContextMenu(&m_menu);
-    // A click on the item opens the menu, as the context click does.
-    connect(&m_tray, &QSystemTrayIcon::activated, this,
-            [this](QSystemTrayIcon::ActivationReason reason) {
-                if (reason == QSystemTrayIcon::Trigger) {
-                    m_menu.popup(QCursor::pos());
-                }
-            });
     setDark(false);
 }
 
 StatusMenu::~StatusMenu() {
-    m_tray.hide();
+    if (m_tray) {
+        m_tray->hide();
+    }
+}
+
+QSystemTrayIcon& StatusMenu::tray() {
+    if (!m_tray) {
+        m_tray = std::make_unique<QSystemTrayIcon>(m_icon);
+        m_tray->setToolTip(text(ShellTexts::toolTip(m_displayName.toStdString())));
+        m_tray->setContextMenu(&m_menu);
+        // A click on the item opens the menu, as the context click does.
+        connect(m_tray.get(), &QSystemTrayIcon::activated, this,
+                [this](QSystemTrayIcon::ActivationReason reason) {
+                    if (reason == QSystemTrayIcon::Trigger) {
+                        m_menu.popup(QCursor::pos());
+                    }
+                });
+    }
+    return *m_tray;
 }
 
 void StatusMenu::setDark(bool dark) {
-    m_tray.setIcon(PairedCellIcon::icon(PairedCellIcon::labelColor(dark)));
+    m_icon = PairedCellIcon::icon(PairedCellIcon::labelColor(dark));
+    if (m_tray) {
+        m_tray->setIcon(m_icon);
+    }
 }
 
 void StatusMenu::showTrayItem() {
-    m_tray.show();
+    m_hostWatcher = std::make_unique<TrayHostWatcher>();
+    m_hostWatcher->whenHostPresent([this] { tray().show(); });
+}
+
+void StatusMenu::setLowBatteryAlerts(bool enabled, std::function<void(bool)> changed) {
+    m_alertsAction->setChecked(enabled);
+    m_alertsChanged = std::move(changed);
 }
 
 void StatusMenu::updateLoginItem() {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <functional>
+#include <memory>
 
 #include <QMenu>
 #include <QObject>
@@ -13,9 +14,12 @@ class QAction;
 
 namespace ambrel {
 
+class TrayHostWatcher;
+
 // The tray item and its menu: show the widget, refresh both batteries, start at login, About,
 // quit. "Start at Login" is re-read from the login-item service every time the menu opens.
-// Works without a tray host: the item then simply is not shown. Main thread only.
+// Works without a tray host: the item is then made when a host shows up. The items claim no
+// keyboard shortcuts: the tray host draws the menu and keeps the keys. Main thread only.
 class StatusMenu final : public QObject {
 public:
     struct Actions {
@@ -34,7 +38,12 @@ public:
 
     // Redraws the tray mark for the look in force.
     void setDark(bool dark);
+    // Shows the tray item now when the desktop has a tray host, else once one shows up.
     void showTrayItem();
+    bool hasTrayItem() const { return m_tray != nullptr; }
+
+    // "Low Battery Alerts" shows `enabled` and calls `changed` when the user flips it.
+    void setLowBatteryAlerts(bool enabled, std::function<void(bool)> changed);
 
     void updateLoginItem();
     void toggleLogin();
@@ -42,13 +51,16 @@ public:
 
     QMenu& menuForTesting() { return m_menu; }
     QAction* loginActionForTesting() const { return m_loginAction; }
-    QSystemTrayIcon& trayForTesting() { return m_tray; }
+    QAction* alertsActionForTesting() const { return m_alertsAction; }
+    // Makes the tray item if it is not there yet (without showing it).
+    QSystemTrayIcon& trayForTesting() { return tray(); }
     void setAlertPresenterForTesting(AlertPresenter presenter) {
         m_presentAlert = std::move(presenter);
     }
 
 private:
     void presentAlert(const QString& message, const QString& informative);
+    QSystemTrayIcon& tray();
 
     QString m_displayName;
     LoginItemService& m_loginItems;
@@ -56,7 +68,12 @@ private:
     AlertPresenter m_presentAlert;
     QMenu m_menu;
     QAction* m_loginAction = nullptr;
-    QSystemTrayIcon m_tray;
+    QAction* m_alertsAction = nullptr;
+    std::function<void(bool)> m_alertsChanged;
+    QIcon m_icon;
+    // Made only once a tray host is there: see TrayHostWatcher.
+    std::unique_ptr<QSystemTrayIcon> m_tray;
+    std::unique_ptr<TrayHostWatcher> m_hostWatcher;
 };
 
 } // namespace ambrel

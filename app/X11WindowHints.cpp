@@ -55,6 +55,22 @@ void flush() {
     }
 }
 
+bool hasXEmbedTray() {
+    xcb_connection_t* connection = x11Connection();
+    if (connection == nullptr) {
+        return false;
+    }
+    const xcb_atom_t selection = internAtom(connection, "_NET_SYSTEM_TRAY_S0");
+    if (selection == XCB_ATOM_NONE) {
+        return false;
+    }
+    std::unique_ptr<xcb_get_selection_owner_reply_t, decltype(&std::free)> reply(
+        xcb_get_selection_owner_reply(connection, xcb_get_selection_owner(connection, selection),
+                                      nullptr),
+        &std::free);
+    return reply && reply->owner != XCB_WINDOW_NONE;
+}
+
 void markAsDesktopPanel(WId windowId) {
     xcb_connection_t* connection = x11Connection();
     if (connection == nullptr || windowId == 0) {

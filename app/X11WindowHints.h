@@ -14,4 +14,7 @@ void markAsDesktopPanel(WId window);
 // with no input pending the event loop may not send it until something else happens.
 void flush();
 
+// Whether an XEmbed tray (the owner of _NET_SYSTEM_TRAY_S0) is running. False off X11.
+bool hasXEmbedTray();
+
 } // namespace ambrel::X11WindowHints

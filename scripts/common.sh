@@ -11,6 +11,7 @@ TOVRIN_PACKAGES=(
     libgtest-dev libgmock-dev libbenchmark-dev
     libimobiledevice-utils usbmuxd bootstrap-icons fonts-dejavu-core
     libxcb1-dev xvfb xauth x11-utils
+    x11-xserver-utils openbox xdotool dbus-daemon libglib2.0-bin xserver-xephyr
     avahi-daemon avahi-utils dbus iproute2
 )
 
@@ -37,18 +38,27 @@ install_packages() {
         return
     fi
     say "Installing ${#missing[@]} missing Debian packages: ${missing[*]}"
-    as_root apt-get update -qq
-    as_root env DEBIAN_FRONTEND=noninteractive apt-get install -y -qq "${missing[@]}" >/dev/null
+    # Waits for another package manager that holds the lock rather than failing at once.
+    as_root apt-get -o DPkg::Lock::Timeout=600 update -qq
+    as_root env DEBIAN_FRONTEND=noninteractive apt-get -o DPkg::Lock::Timeout=600 install -y -qq \
+        "${missing[@]}" >/dev/null
 }
 
-# Configures (once) and builds one preset: default, asan or tsan.
+# Configures (once) and builds one preset: default, asan or tsan; with target names after the
+# preset, only those targets (and what they need).
 build_preset() {
     local preset=$1
+    shift
+    local targets=()
+    local target
+    for target in "$@"; do
+        targets+=(--target "$target")
+    done
     local dir="$TOVRIN_ROOT/build"
     [ "$preset" = default ] || dir="$TOVRIN_ROOT/build-$preset"
     say "Building ($preset) in ${dir#"$TOVRIN_ROOT"/}"
     if [ ! -f "$dir/build.ninja" ]; then
         (cd "$TOVRIN_ROOT" && cmake --preset "$preset" >/dev/null)
     fi
-    cmake --build "$dir" --parallel "$(nproc)"
+    cmake --build "$dir" --parallel "$(nproc)" "${targets[@]}"
 }

@@ -5,7 +5,8 @@
 source "$(dirname "$0")/common.sh"
 
 install_packages
-build_preset default
+# Running needs only the program; the tests and benchmarks are built by the test command.
+build_preset default tovrin
 tovrin="$TOVRIN_ROOT/build/bin/tovrin"
 
 if [ -n "${DISPLAY:-}" ] || [ -n "${WAYLAND_DISPLAY:-}" ]; then

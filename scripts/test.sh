@@ -10,29 +10,24 @@ status=0
 passed=0
 failed=0
 skipped=0
-# Runs ctest with the given arguments and adds its counts to the totals.
+# Runs ctest with the given arguments and adds the counts of its JUnit report to the totals.
 ctest_counted() {
-    local log
-    log=$(mktemp)
-    local code
+    local report counts code tests_passed tests_failed tests_skipped
+    report=$(mktemp --suffix=.xml)
     set +e
-    ctest "$@" 2>&1 | tee "$log"
-    code=${PIPESTATUS[0]}
+    ctest "$@" --output-junit "$report"
+    code=$?
     set -e
     [ "$code" -eq 0 ] || status=1
-    local summary total fails skips
-    summary=$(grep -E '^[0-9]+% tests passed, [0-9]+ tests? failed out of [0-9]+' "$log" | tail -n 1)
-    total=$(sed -E 's/.* out of ([0-9]+).*/\1/' <<<"$summary")
-    fails=$(sed -E 's/.*passed, ([0-9]+) tests? failed.*/\1/' <<<"$summary")
-    skips=$(grep -c -E '\*\*\*Skipped' "$log" || true)
-    if [ -z "$summary" ]; then
-        status=1
+    if counts=$(python3 "$TOVRIN_ROOT/scripts/junit-totals.py" "$report"); then
+        read -r tests_passed tests_failed tests_skipped <<<"$counts"
+        passed=$((passed + tests_passed))
+        failed=$((failed + tests_failed))
+        skipped=$((skipped + tests_skipped))
     else
-        passed=$((passed + total - fails - skips))
-        failed=$((failed + fails))
-        skipped=$((skipped + skips))
+        status=1
     fi
-    rm -f "$log"
+    rm -f "$report"
 }
 
 run_tests() {
@@ -47,6 +42,9 @@ if ! (cd "$TOVRIN_ROOT" && git ls-files -z -- '*.cpp' '*.h' | xargs -0 -r clang-
     say "Some sources are not formatted: run clang-format -i on them"
     status=1
 fi
+
+say "Checking that each folder includes only the folders below it"
+python3 "$TOVRIN_ROOT/scripts/check-layers.py" "$TOVRIN_ROOT" || status=1
 
 for preset in default asan tsan; do
     build_preset "$preset"

@@ -19,6 +19,8 @@ constexpr int kSize = 12;
 
 ActivitySpinner::ActivitySpinner(QWidget* parent) : QWidget(parent) {
     setFixedSize(kSize, kSize);
+    // An animation, not a promise of time: a coarse timer lets the system batch its wake-ups.
+    m_timer.setTimerType(Qt::CoarseTimer);
     m_timer.setInterval(kTickMilliseconds);
     connect(&m_timer, &QTimer::timeout, this, [this] {
         m_phase = (m_phase + 1) % kSpokes;

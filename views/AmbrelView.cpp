@@ -51,7 +51,7 @@ QString menuTitle(const QString& title) {
 AmbrelView::AmbrelView(BatteryMonitor& monitor, std::function<void()> onHide,
                        std::function<void()> onQuit, QWidget* parent)
     : QWidget(parent), m_monitor(monitor), m_onHide(std::move(onHide)), m_onQuit(std::move(onQuit)),
-      m_locale(&UserLocale::system()) {
+      m_locale(&UserLocale::system()), m_clock([this] { syncFromMonitor(); }) {
     const QString name = QString::fromStdString(WidgetBrand::name());
     setFixedSize(kWidth, kHeight);
     // Only the glass is drawn; around its rounded corners the desktop shows through.
@@ -117,9 +117,7 @@ AmbrelView::AmbrelView(BatteryMonitor& monitor, std::function<void()> onHide,
         }
     });
     // The clock only keeps the time stamps (today or another day) current; it reads nothing.
-    m_clock.setInterval(kClockMilliseconds);
-    connect(&m_clock, &QTimer::timeout, this, [this] { syncFromMonitor(); });
-    m_clock.start();
+    m_clock.start(kClockInterval, TimerRepeat::repeating);
 
     applyLook();
     syncFromMonitor();

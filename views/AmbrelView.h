@@ -1,13 +1,14 @@
 #pragma once
 
+#include <chrono>
 #include <functional>
 
 #include <QImage>
 #include <QPointer>
-#include <QTimer>
 #include <QWidget>
 
 #include "monitor/BatteryMonitor.h"
+#include "platform/qt/DeadlineTimer.h"
 #include "views/Appearance.h"
 #include "views/IPhoneSetupView.h"
 
@@ -32,7 +33,7 @@ class AmbrelView final : public QWidget {
 public:
     static constexpr int kWidth = 360;
     static constexpr int kHeight = 170;
-    static constexpr int kClockMilliseconds = 30 * 1000;
+    static constexpr std::chrono::seconds kClockInterval{30};
 
     AmbrelView(BatteryMonitor& monitor, std::function<void()> onHide, std::function<void()> onQuit,
                QWidget* parent = nullptr);
@@ -51,7 +52,7 @@ public:
     DeviceBatteryGauge* phoneGauge() const { return m_phoneGauge; }
     TextLine* cadenceLine() const { return m_cadence; }
     IconButton* helpButton() const { return m_help; }
-    const QTimer& clock() const { return m_clock; }
+    const DeadlineTimer& clock() const { return m_clock; }
 
     // Formats the time stamps with `locale` instead of the user's; it must outlive the view.
     void setUserLocaleForTesting(const UserLocale& locale);
@@ -73,7 +74,7 @@ private:
     std::function<void()> m_onQuit;
     BatteryMonitor::ObserverId m_observer = 0;
     const UserLocale* m_locale;
-    QTimer m_clock;
+    DeadlineTimer m_clock;
     // The glass, drawn once per size, look and pixel ratio: a large translucent fill is the
     // costliest part of a frame.
     QImage m_glass;

@@ -6,7 +6,7 @@
 #include <unicode/uchar.h>
 #include <unicode/utf8.h>
 
-#include "platform/linux/ExecutableBundle.h"
+#include "platform/Bundle.h"
 
 namespace ambrel::WidgetBrand {
 
@@ -15,6 +15,11 @@ namespace {
 std::optional<std::string>& cachedName() {
     static std::optional<std::string> name;
     return name;
+}
+
+std::shared_ptr<const Bundle>& givenBundle() {
+    static std::shared_ptr<const Bundle> bundle;
+    return bundle;
 }
 
 // Byte offsets of the first and one past the last code point that is not white space (spaces
@@ -61,9 +66,15 @@ std::string brandName(const std::optional<std::string>& displayName) {
 const std::string& name() {
     auto& cached = cachedName();
     if (!cached) {
-        cached = brandName(ExecutableBundle().infoString("CFBundleDisplayName"));
+        const auto& bundle = givenBundle();
+        cached = brandName(bundle ? bundle->infoString("CFBundleDisplayName") : std::nullopt);
     }
     return *cached;
+}
+
+void readFrom(std::shared_ptr<const Bundle> bundle) {
+    givenBundle() = std::move(bundle);
+    cachedName().reset();
 }
 
 void setDisplayNameForTesting(std::optional<std::string> displayName) {

@@ -1,26 +1,34 @@
 #include "platform/qt/QtMainScheduler.h"
 
 #include <algorithm>
-#include <cmath>
+#include <chrono>
 #include <utility>
 
 #include <QCoreApplication>
 #include <QMetaObject>
 #include <QPointer>
 #include <QThread>
-#include <QTimer>
+
+#include "platform/qt/DeadlineTimer.h"
 
 namespace ambrel {
+
+namespace {
+
+// About 68 years: past any use, and well inside the clock's range.
+constexpr double kLongestSeconds = 2147483647.0;
+
+} // namespace
 
 class QtTimer final : public Timer, public std::enable_shared_from_this<QtTimer> {
 public:
     using Registry = std::set<std::shared_ptr<QtTimer>>;
 
     QtTimer(std::weak_ptr<Registry> registry, std::function<void()> action)
-        : m_registry(std::move(registry)), m_action(std::move(action)), m_timer(new QTimer) {}
+        : m_registry(std::move(registry)), m_action(std::move(action)) {}
 
     ~QtTimer() override {
-        // The last owner may let go on another thread; a QTimer can only be stopped on its own,
+        // The last owner may let go on another thread; a Qt timer can only be stopped on its own,
         // but deleteLater is safe from any, and a firing meanwhile finds this timer gone.
         if (m_timer) {
             if (m_timer->thread() == QThread::currentThread()) {
@@ -31,16 +39,17 @@ public:
     }
 
     void start(double seconds, TimerRepeat repeat) {
-        const double milliseconds = std::clamp(std::round(seconds * 1000.0), 0.0, 2147483647.0);
-        m_timer->setTimerType(Qt::PreciseTimer);
-        m_timer->setSingleShot(repeat == TimerRepeat::once);
+        // Rounded up to the clock's tick, so a fraction of a nanosecond never makes it early.
+        const double bounded = seconds > 0.0 ? std::min(seconds, kLongestSeconds) : 0.0;
+        const auto interval = std::chrono::ceil<DeadlineTimer::Clock::duration>(
+            std::chrono::duration<double>(bounded));
         std::weak_ptr<QtTimer> weakSelf = shared_from_this();
-        QObject::connect(m_timer, &QTimer::timeout, m_timer, [weakSelf] {
+        m_timer = new DeadlineTimer([weakSelf] {
             if (auto self = weakSelf.lock()) {
                 self->fire();
             }
         });
-        m_timer->start(static_cast<int>(milliseconds));
+        m_timer->start(interval, repeat);
     }
 
     void invalidate() override {
@@ -63,7 +72,7 @@ private:
         }
         // Keep this timer alive through the action even if the registry lets it go.
         auto keepAlive = shared_from_this();
-        if (m_timer && m_timer->isSingleShot()) {
+        if (m_timer && m_timer->repeat() == TimerRepeat::once) {
             m_valid = false;
             forget();
         }
@@ -78,7 +87,7 @@ private:
 
     std::weak_ptr<Registry> m_registry;
     std::function<void()> m_action;
-    QPointer<QTimer> m_timer;
+    QPointer<DeadlineTimer> m_timer;
     bool m_valid = true;
 };
 

@@ -6,8 +6,12 @@
 
 #include <gtest/gtest.h>
 
+#include <unistd.h>
+
 #include "app/DesktopPanel.h"
 #include "app/PanelPlacement.h"
+#include "app/SettingsFile.h"
+#include "monitor/BarState.h"
 #include "tests/app/FakeLoginItemService.h"
 #include "tests/app/OffscreenApplication.h"
 #include "tests/app/ProcessHarness.h"
@@ -24,6 +28,7 @@ protected:
     void SetUp() override {
         qputenv("XDG_CONFIG_HOME", QByteArray::fromStdString((folder.path() / "config").string()));
         qputenv("XDG_DATA_HOME", QByteArray::fromStdString((folder.path() / "data").string()));
+        qputenv("XDG_RUNTIME_DIR", QByteArray::fromStdString((folder.path() / "run").string()));
         qputenv("DBUS_SYSTEM_BUS_ADDRESS", "unix:path=/nonexistent/tovrin-test-bus");
         testing::ensureOffscreenApplication();
         QCoreApplication::setOrganizationName(QStringLiteral("QuenbyTest"));
@@ -56,10 +61,23 @@ TEST_F(AmbrelDelegateTest, LaunchShowsTheCardTopRightAndRemembersIt) {
     EXPECT_EQ(panel->pos(), PanelPlacement::firstPlacementOrigin(area));
 
     delegate->applicationWillTerminate();
-    const QSettings settings;
+    const QSettings settings(QString::fromLatin1(SettingsFile::kOrganization),
+                             QString::fromLatin1(SettingsFile::kApplication));
     EXPECT_EQ(settings.value(QStringLiteral("AmbrelPosition")).toRect(),
               QRect(PanelPlacement::firstPlacementOrigin(area), QSize(360, 170)));
     delegate.reset();
+}
+
+TEST_F(AmbrelDelegateTest, SharesItsStateWithBarsWhileItRuns) {
+    const auto stateFile = folder.path() / "run" / "tovrin" / "state.json";
+    auto delegate = makeDelegate();
+    delegate->applicationDidFinishLaunching();
+    QApplication::processEvents();
+    const auto state = BarStateFile::loadFromRunningWidget(stateFile);
+    ASSERT_TRUE(state);
+    EXPECT_EQ(state->writer, ::getpid());
+    delegate.reset();
+    EXPECT_FALSE(std::filesystem::exists(stateFile));
 }
 
 TEST_F(AmbrelDelegateTest, HiddenPanelComesBackWhereItWas) {
@@ -80,6 +98,14 @@ TEST_F(AmbrelDelegateTest, DisplayNameComesFromTheBundle) {
     auto delegate = makeDelegate();
     delegate->applicationDidFinishLaunching();
     EXPECT_EQ(delegate->panelForTesting()->windowTitle(), QStringLiteral("Ambrel Beta"));
+    // Tray hosts take the item's title from the application name.
+    EXPECT_EQ(QCoreApplication::applicationName(), QStringLiteral("Ambrel Beta"));
+    // The settings still go to the program's one file, whatever the display name.
+    delegate->panelForTesting()->move(40, 50);
+    delegate->applicationWillTerminate();
+    EXPECT_TRUE(std::filesystem::exists(folder.path() / "config" / "Quenby" / "Tovrin.conf"));
+    EXPECT_FALSE(std::filesystem::exists(folder.path() / "config" / "Quenby" / "Ambrel Beta.conf"));
+    EXPECT_FALSE(std::filesystem::exists(folder.path() / "config" / "QuenbyTest"));
 }
 
 } // namespace

@@ -157,6 +157,10 @@ std::string RunningProcess::errorOutput() const {
     return readText(m_logs.path() / "err");
 }
 
+std::string RunningProcess::standardOutput() const {
+    return readText(m_logs.path() / "out");
+}
+
 std::filesystem::path builtProgram() {
     return std::filesystem::path(TOVRIN_BINARY_DIR) / "bin" / "tovrin";
 }

@@ -46,6 +46,8 @@ public:
     void stop(std::chrono::milliseconds grace = std::chrono::seconds(3));
     // What it wrote to standard error so far (a file under the temporary folder).
     std::string errorOutput() const;
+    // What it wrote to standard output so far.
+    std::string standardOutput() const;
 
 private:
     pid_t m_pid = -1;

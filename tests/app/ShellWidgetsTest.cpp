@@ -49,27 +49,54 @@ struct MenuHarness {
     std::vector<std::pair<QString, QString>> alerts;
 };
 
-TEST(StatusMenuTest, SevenEntriesInOrder) {
+TEST(StatusMenuTest, EntriesInOrderWithAlertsAfterStartAtLogin) {
     MenuHarness harness;
     const auto actions = harness.actions();
-    ASSERT_EQ(actions.size(), 7);
+    ASSERT_EQ(actions.size(), 8);
     EXPECT_EQ(actions[0]->text(), QStringLiteral("Show Tovrin"));
     EXPECT_EQ(actions[1]->text(), QStringLiteral("Refresh Batteries"));
     EXPECT_TRUE(actions[2]->isSeparator());
     EXPECT_EQ(actions[3]->text(), QStringLiteral("Start at Login"));
-    EXPECT_TRUE(actions[4]->isSeparator());
-    EXPECT_EQ(actions[5]->text(), QStringLiteral("About Tovrin"));
-    EXPECT_EQ(actions[6]->text(), QStringLiteral("Quit Tovrin"));
+    EXPECT_EQ(actions[4]->text(), QStringLiteral("Low Battery Alerts"));
+    EXPECT_TRUE(actions[5]->isSeparator());
+    EXPECT_EQ(actions[6]->text(), QStringLiteral("About Tovrin"));
+    EXPECT_EQ(actions[7]->text(), QStringLiteral("Quit Tovrin"));
 }
 
-TEST(StatusMenuTest, RefreshAndQuitHaveTheirShortcuts) {
+TEST(StatusMenuTest, LowBatteryAlertsIsACheckboxOnByDefault) {
     MenuHarness harness;
-    const auto actions = harness.actions();
-    EXPECT_EQ(actions[1]->shortcut(), QKeySequence(Qt::CTRL | Qt::Key_R));
-    EXPECT_EQ(actions[6]->shortcut(), QKeySequence(Qt::CTRL | Qt::Key_Q));
-    EXPECT_TRUE(actions[0]->shortcut().isEmpty());
-    EXPECT_TRUE(actions[3]->shortcut().isEmpty());
-    EXPECT_TRUE(actions[5]->shortcut().isEmpty());
+    QAction* alerts = harness.menu->alertsActionForTesting();
+    EXPECT_EQ(alerts, harness.actions()[4]);
+    EXPECT_TRUE(alerts->isCheckable());
+    EXPECT_TRUE(alerts->isChecked());
+    EXPECT_TRUE(alerts->shortcut().isEmpty());
+    std::vector<bool> changes;
+    harness.menu->setLowBatteryAlerts(false, [&changes](bool on) { changes.push_back(on); });
+    EXPECT_FALSE(alerts->isChecked());
+    alerts->trigger();
+    alerts->trigger();
+    EXPECT_EQ(changes, (std::vector<bool>{true, false}));
+    EXPECT_FALSE(alerts->isChecked());
+}
+
+// The tray host draws the menu and keeps the keys, so no entry shows a shortcut it would not get.
+TEST(StatusMenuTest, EntriesClaimNoShortcuts) {
+    MenuHarness harness;
+    for (const QAction* action : harness.actions()) {
+        EXPECT_TRUE(action->shortcut().isEmpty()) << action->text().toStdString();
+    }
+}
+
+TEST(StatusMenuTest, AmpersandInTheNameIsShownAsItIs) {
+    testing::ensureOffscreenApplication();
+    FakeLoginItemService service;
+    StatusMenu menu(QStringLiteral("Bits & Bobs"), service, StatusMenu::Actions{});
+    const auto actions = menu.menuForTesting().actions();
+    ASSERT_EQ(actions.size(), 8);
+    // Qt draws "&&" as one "&"; a lone "&" would underline the next letter instead.
+    EXPECT_EQ(actions[0]->text(), QStringLiteral("Show Bits && Bobs"));
+    EXPECT_EQ(actions[6]->text(), QStringLiteral("About Bits && Bobs"));
+    EXPECT_EQ(actions[7]->text(), QStringLiteral("Quit Bits && Bobs"));
 }
 
 TEST(StatusMenuTest, EntriesCallTheirActions) {
@@ -77,7 +104,7 @@ TEST(StatusMenuTest, EntriesCallTheirActions) {
     const auto actions = harness.actions();
     actions[0]->trigger();
     actions[1]->trigger();
-    actions[6]->trigger();
+    actions[7]->trigger();
     EXPECT_EQ(harness.shows, 1);
     EXPECT_EQ(harness.refreshes, 1);
     EXPECT_EQ(harness.quits, 1);
@@ -167,7 +194,7 @@ TEST(StatusMenuTest, UnregisterFailureShowsTheReason) {
 
 TEST(StatusMenuTest, AboutShowsTheNameAndTheAboutText) {
     MenuHarness harness;
-    harness.actions()[5]->trigger();
+    harness.actions()[6]->trigger();
     ASSERT_EQ(harness.alerts.size(), 1u);
     EXPECT_EQ(harness.alerts[0].first, QStringLiteral("Tovrin"));
     EXPECT_TRUE(
@@ -327,7 +354,10 @@ TEST(SingleInstanceTest, SecondClaimHandsOverAndTheFirstIsTold) {
     EXPECT_EQ(testing::readText(lock), std::to_string(::getpid()) + "\n");
 
     int requests = 0;
-    first->listen([&requests] { ++requests; });
+    first->listen([&requests](const SingleInstance::Request& request) {
+        EXPECT_TRUE(request.empty());
+        ++requests;
+    });
     // A second open of the file is a second lock holder, even in the same process.
     auto [secondClaim, second] = SingleInstance::claim(lock);
     EXPECT_EQ(secondClaim, SingleInstance::Claim::handedOver);
@@ -338,6 +368,38 @@ TEST(SingleInstanceTest, SecondClaimHandsOverAndTheFirstIsTold) {
             return requests == 1;
         },
         std::chrono::seconds(5)));
+}
+
+TEST(SingleInstanceTest, LaterLaunchHandsItsRequestOver) {
+    testing::ensureOffscreenApplication();
+    testing::TemporaryFolder folder;
+    const auto lock = folder.path() / "tovrin.lock";
+    // Left by a launch whose copy ended before reading it: not acted on.
+    testing::writeText(folder.path() / "tovrin.lock.1.request", std::string("old\0", 4));
+    auto [firstClaim, first] = SingleInstance::claim(lock);
+    ASSERT_EQ(firstClaim, SingleInstance::Claim::first);
+    EXPECT_FALSE(std::filesystem::exists(folder.path() / "tovrin.lock.1.request"));
+
+    std::vector<SingleInstance::Request> requests;
+    first->listen(
+        [&requests](const SingleInstance::Request& request) { requests.push_back(request); });
+    const SingleInstance::Request asked{"tovrin", "--capture-preview", "/a b/c\nd.png",
+                                        "--preview-dark"};
+    auto [secondClaim, second] = SingleInstance::claim(lock, asked);
+    EXPECT_EQ(secondClaim, SingleInstance::Claim::handedOver);
+    ASSERT_TRUE(testing::eventually(
+        [&requests] {
+            QApplication::processEvents();
+            return !requests.empty();
+        },
+        std::chrono::seconds(5)));
+    ASSERT_EQ(requests.size(), 1u);
+    EXPECT_EQ(requests.front(), asked);
+    std::size_t left = 0;
+    for ([[maybe_unused]] const auto& entry : std::filesystem::directory_iterator(folder.path())) {
+        ++left;
+    }
+    EXPECT_EQ(left, 1u) << "only the lock stays";
 }
 
 TEST(SingleInstanceTest, LockIsFreeOnceTheHolderIsGone) {

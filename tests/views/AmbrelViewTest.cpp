@@ -214,7 +214,8 @@ TEST_F(AmbrelViewTest, IdleCardRunsOnlyItsThirtySecondClock) {
     auto view = makeView();
     testing::showAndSettle(*view);
     EXPECT_TRUE(view->clock().isActive());
-    EXPECT_EQ(view->clock().interval(), 30000);
+    EXPECT_EQ(view->clock().interval(), std::chrono::seconds(30));
+    EXPECT_EQ(view->clock().repeat(), TimerRepeat::repeating);
     EXPECT_FALSE(view->refreshButton()->spinner()->isAnimating());
     EXPECT_FALSE(view->helpButton()->spinner()->isAnimating());
     EXPECT_FALSE(view->menuButton()->spinner()->isAnimating());

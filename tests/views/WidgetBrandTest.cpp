@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include "tests/fakes/FakeSystem.h"
+
 namespace ambrel {
 namespace {
 
@@ -38,6 +40,21 @@ TEST(WidgetBrandTest, NameIsReadOnceAndKept) {
     const std::string& first = WidgetBrand::name();
     EXPECT_FALSE(first.empty());
     EXPECT_EQ(&first, &WidgetBrand::name());
+}
+
+TEST(WidgetBrandTest, NameComesFromTheBundleTheProgramRead) {
+    auto bundle = std::make_shared<testing::FakeBundle>();
+    bundle->info["CFBundleDisplayName"] = "\u2003Pairwise\n";
+    WidgetBrand::readFrom(bundle);
+    EXPECT_EQ(WidgetBrand::name(), "Pairwise");
+    // Read once: a later change of the bundle's value is not seen.
+    bundle->info["CFBundleDisplayName"] = "Other";
+    EXPECT_EQ(WidgetBrand::name(), "Pairwise");
+
+    WidgetBrand::readFrom(std::make_shared<testing::FakeBundle>());
+    EXPECT_EQ(WidgetBrand::name(), "Tovrin");
+    WidgetBrand::readFrom(nullptr);
+    EXPECT_EQ(WidgetBrand::name(), "Tovrin");
 }
 
 } // namespace

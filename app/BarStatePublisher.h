@@ -1,0 +1,36 @@
+#pragma once
+
+#include <filesystem>
+#include <memory>
+
+#include "monitor/BatteryMonitor.h"
+#include "platform/MainScheduler.h"
+
+namespace ambrel {
+
+// Shares the widget's readings with "tovrin --bar": after every change of a reading or of the
+// phone link, the state file is written once (changes that come together are written
+// together). The file goes away with this object. Main thread only; `monitor` and `scheduler`
+// must outlive it.
+class BarStatePublisher {
+public:
+    BarStatePublisher(BatteryMonitor& monitor, MainScheduler& scheduler,
+                      std::filesystem::path file);
+    ~BarStatePublisher();
+    BarStatePublisher(const BarStatePublisher&) = delete;
+    BarStatePublisher& operator=(const BarStatePublisher&) = delete;
+
+    // Writes the file now.
+    void publish();
+
+private:
+    BatteryMonitor& m_monitor;
+    MainScheduler& m_scheduler;
+    std::filesystem::path m_file;
+    BatteryMonitor::ObserverId m_observer = 0;
+    bool m_pending = false;
+    // The posted write holds this weakly and does nothing once it is gone.
+    std::shared_ptr<BarStatePublisher*> m_lifetime;
+};
+
+} // namespace ambrel

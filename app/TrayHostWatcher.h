@@ -1,0 +1,40 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+
+#include <QObject>
+
+class QDBusServiceWatcher;
+
+namespace ambrel {
+
+// Tells when the desktop has a place for tray items: a StatusNotifier host on the session bus
+// (KDE, GNOME with its AppIndicator extension, and most others) or an XEmbed tray. Qt decides
+// once, when the first tray item is made, which of the two it talks to, so the item is made only
+// once a host is there; on a desktop without one the program runs on with its card alone and
+// the item comes when a host does. Main thread only.
+class TrayHostWatcher final : public QObject {
+    Q_OBJECT
+public:
+    explicit TrayHostWatcher(QObject* parent = nullptr);
+    ~TrayHostWatcher() override;
+
+    // Whether a host is there now.
+    static bool hostPresent();
+
+    // Calls `onHost` once, at once when a host is there, else when one shows up.
+    void whenHostPresent(std::function<void()> onHost);
+
+private Q_SLOTS:
+    void hostRegistered();
+
+private:
+    void check();
+
+    std::function<void()> m_onHost;
+    std::unique_ptr<QDBusServiceWatcher> m_serviceWatcher;
+    bool m_listening = false;
+};
+
+} // namespace ambrel

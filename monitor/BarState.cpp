@@ -1,0 +1,192 @@
+#include "monitor/BarState.h"
+
+#include <cerrno>
+#include <csignal>
+#include <fstream>
+#include <iterator>
+#include <system_error>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <nlohmann/json.hpp>
+
+namespace ambrel {
+
+namespace {
+
+// The file holds two readings; anything much larger is not ours.
+constexpr std::size_t kMaxStateSize = 64 * 1024;
+
+nlohmann::json snapshotJson(const std::optional<BatteryDeviceSnapshot>& snapshot) {
+    return snapshot ? snapshot->toJson() : nlohmann::json(nullptr);
+}
+
+// Null or a valid reading; anything else fails the whole state.
+bool decodeSnapshot(const nlohmann::json& json, const char* key,
+                    std::optional<BatteryDeviceSnapshot>& out) {
+    const auto found = json.find(key);
+    if (found == json.end() || found->is_null()) {
+        return true;
+    }
+    out = BatteryDeviceSnapshot::fromJson(*found);
+    return out.has_value();
+}
+
+bool makeFolder(const std::filesystem::path& folder) {
+    std::error_code error;
+    if (std::filesystem::is_directory(folder, error)) {
+        return true;
+    }
+    if (folder.has_parent_path() && folder.parent_path() != folder &&
+        !makeFolder(folder.parent_path())) {
+        return false;
+    }
+    if (::mkdir(folder.c_str(), 0700) == 0) {
+        // The umask may have cut the owner's own bits.
+        ::chmod(folder.c_str(), 0700);
+        return true;
+    }
+    return errno == EEXIST && std::filesystem::is_directory(folder, error);
+}
+
+bool isRunning(pid_t pid) {
+    return pid > 0 && (::kill(pid, 0) == 0 || errno == EPERM);
+}
+
+} // namespace
+
+std::string BarState::encodeJson() const {
+    const nlohmann::json json = {
+        {"isRefreshingPhone", isRefreshingPhone},
+        {"mac", snapshotJson(mac)},
+        {"phone", snapshotJson(phone)},
+        {"phoneSetupState", std::string(rawValue(phoneSetupState))},
+        {"writer", static_cast<std::int64_t>(writer)},
+    };
+    return json.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
+}
+
+std::optional<BarState> BarState::decodeJson(std::string_view text) {
+    const auto json = nlohmann::json::parse(text, nullptr, false);
+    if (!json.is_object()) {
+        return std::nullopt;
+    }
+    BarState state;
+    if (!decodeSnapshot(json, "mac", state.mac) || !decodeSnapshot(json, "phone", state.phone)) {
+        return std::nullopt;
+    }
+    const auto setup = json.find("phoneSetupState");
+    const auto refreshing = json.find("isRefreshingPhone");
+    const auto writer = json.find("writer");
+    if (setup == json.end() || !setup->is_string() || refreshing == json.end() ||
+        !refreshing->is_boolean() || writer == json.end() || !writer->is_number_integer()) {
+        return std::nullopt;
+    }
+    const auto setupState = phoneSetupStateFromRawValue(setup->get<std::string>());
+    if (!setupState) {
+        return std::nullopt;
+    }
+    state.phoneSetupState = *setupState;
+    state.isRefreshingPhone = refreshing->get<bool>();
+    state.writer = static_cast<pid_t>(writer->get<std::int64_t>());
+    return state;
+}
+
+namespace BarStateFile {
+
+std::filesystem::path location(const char* runtimeDir, const char* cacheHome, const char* home) {
+    const auto set = [](const char* value) { return value != nullptr && value[0] == '/'; };
+    std::filesystem::path folder;
+    if (set(runtimeDir)) {
+        folder = runtimeDir;
+    } else if (set(cacheHome)) {
+        folder = cacheHome;
+    } else {
+        folder = std::filesystem::path(set(home) ? home : "/") / ".cache";
+    }
+    return folder / "tovrin" / "state.json";
+}
+
+std::filesystem::path location() {
+    return location(std::getenv("XDG_RUNTIME_DIR"), std::getenv("XDG_CACHE_HOME"),
+                    std::getenv("HOME"));
+}
+
+bool prepareFolder(const std::filesystem::path& file) {
+    return makeFolder(file.parent_path());
+}
+
+void save(const std::filesystem::path& file, const BarState& state) {
+    const std::string bytes = state.encodeJson();
+    const auto folder = file.parent_path();
+    if (!makeFolder(folder)) {
+        return;
+    }
+    std::string temporary = (folder / ("." + file.filename().string() + ".XXXXXX")).string();
+    const int descriptor = ::mkostemp(temporary.data(), O_CLOEXEC);
+    if (descriptor < 0) {
+        return;
+    }
+    bool written = true;
+    for (std::size_t done = 0; written && done < bytes.size();) {
+        const ssize_t result = ::write(descriptor, bytes.data() + done, bytes.size() - done);
+        if (result < 0 && errno != EINTR) {
+            written = false;
+        } else if (result > 0) {
+            done += static_cast<std::size_t>(result);
+        }
+    }
+    ::fchmod(descriptor, 0600);
+    if (::close(descriptor) != 0 || !written || ::rename(temporary.c_str(), file.c_str()) != 0) {
+        ::unlink(temporary.c_str());
+    }
+}
+
+std::optional<BarState> loadFromRunningWidget(const std::filesystem::path& file) {
+    // Non-blocking, so that a pipe put in the file's place cannot hang a bar.
+    const int descriptor = ::open(file.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+    if (descriptor < 0) {
+        return std::nullopt;
+    }
+    struct stat status {};
+    std::string bytes;
+    if (::fstat(descriptor, &status) == 0 && S_ISREG(status.st_mode) &&
+        static_cast<std::size_t>(status.st_size) <= kMaxStateSize) {
+        char buffer[4096];
+        ssize_t result = 0;
+        while ((result = ::read(descriptor, buffer, sizeof buffer)) != 0) {
+            if (result < 0 && errno == EINTR) {
+                continue;
+            }
+            if (result < 0 || bytes.size() + static_cast<std::size_t>(result) > kMaxStateSize) {
+                bytes.clear();
+                break;
+            }
+            bytes.append(buffer, static_cast<std::size_t>(result));
+        }
+    }
+    ::close(descriptor);
+    auto state = BarState::decodeJson(bytes);
+    // A widget that was killed leaves its file behind; its readings are then nobody's.
+    if (!state || !isRunning(state->writer)) {
+        return std::nullopt;
+    }
+    return state;
+}
+
+void remove(const std::filesystem::path& file, pid_t writer) {
+    const auto bytes = [&file] {
+        std::ifstream stream(file, std::ios::binary);
+        return std::string(std::istreambuf_iterator<char>(stream), {});
+    }();
+    const auto state = BarState::decodeJson(bytes);
+    if (state && state->writer == writer) {
+        ::unlink(file.c_str());
+    }
+}
+
+} // namespace BarStateFile
+
+} // namespace ambrel

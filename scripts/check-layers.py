@@ -1,0 +1,134 @@
+#!/usr/bin/env python3
+"""Checks that every source folder includes only the folders below it, and that the folders
+without Qt include no Qt header. Prints each offending line and exits 1; exits 0 when clean.
+
+Usage: check-layers.py [SOURCE_ROOT]
+"""
+
+import pathlib
+import re
+import sys
+
+# What each folder may include besides itself, lowest first. A folder of the program that is
+# missing here is an error, so a new one gets its place in the order when it is made.
+ALLOWED = {
+    "model": set(),
+    "platform": {"model"},
+    "platform/linux": {"platform", "model"},
+    "platform/qt": {"platform", "model"},
+    "mac": {"platform", "model"},
+    "phone": {"platform", "model"},
+    # The program's own usbmuxd for phones on the network.
+    "muxer": {"phone", "platform", "model"},
+    "monitor": {"mac", "phone", "platform", "model"},
+    "views": {"monitor", "mac", "phone", "platform/qt", "platform", "model"},
+    # The program's wiring: the one place that picks the platform's implementations.
+    "app": {"views", "monitor", "muxer", "mac", "phone", "platform/linux", "platform/qt",
+            "platform", "model"},
+}
+# Folders whose code builds and is tested without Qt.
+WITHOUT_QT = {"model", "platform", "platform/linux", "mac", "phone", "muxer", "monitor"}
+# Folders that are not part of the program's layers.
+NOT_LAYERS = {"tests", "bench", "fuzz", "packaging", "docs", "scripts", "cmake", "build"}
+
+PROJECT_INCLUDE = re.compile(r'^\s*#\s*include\s*"([^"]+)"')
+QT_INCLUDE = re.compile(r"^\s*#\s*include\s*<(Q[A-Za-z]*|Qt[A-Za-z]+/[^>]*)>")
+VIEWS_LOGIC_LIBRARY = re.compile(r"ambrel_library\(ambrel_views_logic\s+SOURCES(.*?)DEPENDS", re.S)
+
+
+def layer_of(relative):
+    parts = relative.parts
+    if len(parts) >= 3 and parts[0] == "platform" and parts[1] in ("linux", "qt"):
+        return f"platform/{parts[1]}"
+    return parts[0]
+
+
+def included_layer(include):
+    parts = pathlib.PurePosixPath(include).parts
+    if len(parts) < 2:
+        return None
+    if parts[0] == "platform" and len(parts) >= 3 and parts[1] in ("linux", "qt"):
+        return f"platform/{parts[1]}"
+    return parts[0]
+
+
+def views_logic_files(root):
+    """The views files that make the no-Qt logic library, and their headers."""
+    listing = (root / "views" / "CMakeLists.txt").read_text(encoding="utf-8")
+    match = VIEWS_LOGIC_LIBRARY.search(listing)
+    if match is None:
+        return set()
+    names = set()
+    for source in match.group(1).split():
+        stem = pathlib.PurePosixPath(source).stem
+        names.update({f"views/{stem}.cpp", f"views/{stem}.h"})
+    return names
+
+
+def check(root):
+    problems = []
+    logic_files = views_logic_files(root)
+    for path in sorted(root.rglob("*")):
+        if path.suffix not in (".h", ".cpp") or not path.is_file():
+            continue
+        relative = path.relative_to(root)
+        if relative.parts[0] in NOT_LAYERS or relative.parts[0].startswith("build"):
+            continue
+        if len(relative.parts) == 1:
+            continue
+        layer = layer_of(relative)
+        if layer not in ALLOWED:
+            problems.append(f"{relative}: the folder {layer}/ has no place in the layer order")
+            continue
+        without_qt = layer in WITHOUT_QT or relative.as_posix() in logic_files
+        for number, line in enumerate(path.read_text(encoding="utf-8").splitlines(), 1):
+            if without_qt and QT_INCLUDE.match(line):
+                problems.append(f"{relative}:{number}: Qt in a folder without Qt: {line.strip()}")
+                continue
+            found = PROJECT_INCLUDE.match(line)
+            if not found:
+                continue
+            target = included_layer(found.group(1))
+            if target is None or target == layer:
+                continue
+            if target not in ALLOWED.get(layer, set()):
+                problems.append(f"{relative}:{number}: {layer}/ may not include {target}/: "
+                                f"{line.strip()}")
+    # The views logic may include only views logic headers, never the widgets.
+    for name in sorted(logic_files):
+        path = root / name
+        if not path.is_file():
+            continue
+        for number, line in enumerate(path.read_text(encoding="utf-8").splitlines(), 1):
+            found = PROJECT_INCLUDE.match(line)
+            if found and found.group(1).startswith("views/"):
+                header = found.group(1)
+                if header not in logic_files and not header_is_plain(root / header):
+                    problems.append(f"{name}:{number}: the views logic may not include the "
+                                    f"widget header {header}")
+    return problems
+
+
+def header_is_plain(path):
+    """A header of views/ that is not part of the logic library but uses no Qt (a plain enum or
+    struct) may be shared by both."""
+    if not path.is_file():
+        return False
+    return not any(QT_INCLUDE.match(line) for line in path.read_text(encoding="utf-8").splitlines())
+
+
+def main(arguments):
+    root = pathlib.Path(arguments[1] if len(arguments) > 1 else pathlib.Path(__file__).parent.parent)
+    problems = check(root.resolve())
+    for problem in problems:
+        print(problem)
+    if problems:
+        print(f"{len(problems)} include(s) break the layers "
+              "(model <- platform <- mac, phone <- muxer, monitor <- views <- app; no Qt below views)")
+        return 1
+    print("Every folder includes only the folders below it; no Qt below the views")
+    return 0
+
+
+if __name__ == "__main__":
+    sys.exit(main(sys.argv))
