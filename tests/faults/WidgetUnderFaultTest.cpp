@@ -136,6 +136,16 @@ TEST(WidgetUnderFault, MisbehavingMuxerClientsNeverTakeTheWidgetDown) {
         {"/usr/bin/xvfb-run", "-a", "-s", "-screen 0 1440x900x24", bundle.executable().string()},
         bundle.environmentForXvfbRun(), folder.path() / "stderr.txt");
     ASSERT_TRUE(server.isStarted());
+    // Whatever happens, the widget goes with the test: xvfb-run, stopped by the harness, would
+    // leave it and its X server behind.
+    struct WidgetReaper {
+        const FaultBundle& bundle;
+        ~WidgetReaper() {
+            for (const pid_t pid : processesRunning(bundle.executable())) {
+                ::kill(pid, SIGKILL);
+            }
+        }
+    } reaper{bundle};
     const auto socket = bundle.runtimeFolder() / "tovrin" / "usbmuxd";
     ASSERT_TRUE(eventually([&] { return listsDevices(socket); }, 40s))
         << "the widget's muxer never answered; stderr: "
