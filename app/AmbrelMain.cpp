@@ -16,8 +16,10 @@
 #include "app/SettingsFile.h"
 #include "app/ShellTexts.h"
 #include "app/SingleInstance.h"
+#include "muxer/PrivateMuxer.h"
 #include "platform/linux/ExecutableBundle.h"
 #include "platform/linux/XdgAutostartService.h"
+#include "platform/linux/XdgFolders.h"
 
 #ifndef TOVRIN_VERSION
 #error "TOVRIN_VERSION must be defined by the build"
@@ -133,6 +135,10 @@ int main(int argc, char** argv) {
     if (BarCommand::isRequested(arguments)) {
         return BarCommand::run(argc, argv, arguments);
     }
+    // Wi-Fi phones are reached through the program's own muxer; the phone tools find it in
+    // USBMUXD_SOCKET_ADDRESS. Started before any other thread, kept until the program ends.
+    const auto support = XdgFolders().applicationSupport();
+    const auto muxer = startPrivateMuxer(support ? *support / "Ambrel" : std::filesystem::path());
     if (CommandLine::hasArgument(arguments, "--readings")) {
         return ReadingsCommand::run(argc, argv);
     }

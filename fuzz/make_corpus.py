@@ -138,6 +138,45 @@ def power_supplies():
         write("power_supply", tree, b"\0".join(records))
 
 
+def mux_message(tag, body):
+    payload = plist("<dict>" + body + "</dict>").encode("utf-8")
+    return struct.pack("<IIII", 16 + len(payload), 1, 8, tag) + payload
+
+
+def mux_messages():
+    client = ("<key>ClientVersionString</key><string>libusbmuxd 2.0.2</string>"
+              "<key>ProgName</key><string>ideviceinfo</string>"
+              "<key>kLibUSBMuxVersion</key><integer>3</integer>")
+    write("mux_message", "list-devices",
+          mux_message(1, client + "<key>MessageType</key><string>ListDevices</string>"))
+    write("mux_message", "connect",
+          mux_message(2, client + "<key>MessageType</key><string>Connect</string>"
+                      "<key>DeviceID</key><integer>1</integer>"
+                      "<key>PortNumber</key><integer>32498</integer>"))
+    write("mux_message", "read-pair-record",
+          mux_message(3, client + "<key>MessageType</key><string>ReadPairRecord</string>"
+                      "<key>PairRecordID</key><string>00008110-001A2B3C4D5E6F70</string>"))
+    write("mux_message", "result", mux_message(4, "<key>MessageType</key><string>Result</string>"
+                                                   "<key>Number</key><integer>0</integer>"))
+    usb = ("<dict><key>DeviceID</key><integer>1</integer>"
+           "<key>MessageType</key><string>Attached</string><key>Properties</key><dict>"
+           "<key>ConnectionType</key><string>USB</string><key>DeviceID</key><integer>1</integer>"
+           "<key>ProductID</key><integer>4776</integer>"
+           "<key>SerialNumber</key><string>00008110001A2B3C4D5E6F70</string></dict></dict>")
+    network = ("<dict><key>DeviceID</key><integer>65537</integer>"
+               "<key>MessageType</key><string>Attached</string><key>Properties</key><dict>"
+               "<key>ConnectionType</key><string>Network</string>"
+               "<key>DeviceID</key><integer>65537</integer>"
+               "<key>NetworkAddress</key><data>EALyfgoAAAcAAAAAAAAAAA==</data>"
+               "<key>SerialNumber</key><string>00008110001A2B3C4D5E6F70</string></dict></dict>")
+    write("mux_message", "device-list",
+          mux_message(1, "<key>DeviceList</key><array>" + usb + network + "</array>"))
+    write("mux_message", "detached", mux_message(0, "<key>DeviceID</key><integer>1</integer>"
+                                                     "<key>MessageType</key><string>Detached</string>"))
+    write("mux_message", "buid", mux_message(4, "<key>BUID</key><string>ABC</string>"))
+    write("mux_message", "short-header", b"\x10\x00\x00")
+
+
 if __name__ == "__main__":
     property_lists()
     identifier_lists()
@@ -145,3 +184,4 @@ if __name__ == "__main__":
     texts()
     snapshots()
     power_supplies()
+    mux_messages()

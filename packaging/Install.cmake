@@ -147,6 +147,8 @@ set(CPACK_DEBIAN_PACKAGE_HOMEPAGE ${TOVRIN_PROJECT_URL})
 # The libraries come from dpkg-shlibdeps; the tools are run, not linked, so they are named here.
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_PACKAGE_DEPENDS "libimobiledevice-utils, usbmuxd")
+# Wi-Fi phones are found through avahi-daemon; without it the program reads the phone by cable.
+set(CPACK_DEBIAN_PACKAGE_RECOMMENDS "avahi-daemon")
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
 # A sanitizer build's package (some 30 MB of program) is only ever looked into by the tests:
 # gzip makes it in a fraction of xz's time.

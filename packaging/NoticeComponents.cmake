@@ -1,7 +1,8 @@
 # The components whose notices Tovrin ships: what each is used for, its licence, the Debian
 # package whose copyright file holds its notices, and where it comes from.
 
-set(TOVRIN_NOTICE_COMPONENTS libimobiledevice libplist qt qtsvg icu nlohmann_json bootstrap_icons)
+set(TOVRIN_NOTICE_COMPONENTS libimobiledevice libplist avahi qt qtsvg icu nlohmann_json
+                              bootstrap_icons)
 
 set(libimobiledevice_NAME "libimobiledevice")
 set(libimobiledevice_USE "idevice_id and ideviceinfo, run as separate programs to read the iPhone")
@@ -14,6 +15,12 @@ set(libplist_USE "reads the property lists that ideviceinfo prints")
 set(libplist_LICENSE "GNU Lesser General Public License 2.1 or later (LGPL-2.1+)")
 set(libplist_PACKAGE "libplist3")
 set(libplist_URL "https://libimobiledevice.org/")
+
+set(avahi_NAME "Avahi client library")
+set(avahi_USE "finds iPhones on the local network through avahi-daemon")
+set(avahi_LICENSE "GNU Lesser General Public License 2.1 or later (LGPL-2.1+)")
+set(avahi_PACKAGE "libavahi-client3")
+set(avahi_URL "https://avahi.org/")
 
 set(qt_NAME "Qt 6 (Core, Gui, Widgets, D-Bus)")
 set(qt_USE "windows, drawing, tray item, event loop, settings, D-Bus")

@@ -1,5 +1,6 @@
 #include "tests/e2e/TestBundle.h"
 
+#include <cstdlib>
 #include <system_error>
 
 namespace ambrel::testing {
@@ -53,6 +54,13 @@ std::vector<std::string> TestBundle::environment(const std::string& socketAddres
         {"LANG", "en_US.UTF-8"},
         {"LC_ALL", std::nullopt},
     };
+    if (isThroughProgramsMuxer() && socketAddress.rfind("UNIX:", 0) == 0) {
+        // The program starts its own muxer, with the simulated phone as the system's, and no
+        // avahi-daemon: USB as the program passes it through.
+        changes["USBMUXD_SOCKET_ADDRESS"] = std::nullopt;
+        changes["TOVRIN_SYSTEM_USBMUXD_FOR_TESTING"] = socketAddress.substr(5);
+        changes["DBUS_SYSTEM_BUS_ADDRESS"] = "unix:path=" + (m_root / "no-system-bus").string();
+    }
     if (display.empty()) {
         changes["DISPLAY"] = std::nullopt;
         changes["QT_QPA_PLATFORM"] = "offscreen";
@@ -61,6 +69,11 @@ std::vector<std::string> TestBundle::environment(const std::string& socketAddres
         changes["QT_QPA_PLATFORM"] = "xcb";
     }
     return environmentWith(changes);
+}
+
+bool TestBundle::isThroughProgramsMuxer() {
+    const char* wanted = std::getenv("TOVRIN_E2E_THROUGH_MUXER");
+    return wanted != nullptr && std::string(wanted) == "1";
 }
 
 ProcessOutcome TestBundle::run(const std::vector<std::string>& arguments,

@@ -32,6 +32,11 @@ public:
     std::vector<std::string> environment(const std::string& socketAddress,
                                          const std::string& display = {}) const;
 
+    // Whether this run of the tests puts the program's own muxer between the tools and the
+    // simulated phone (TOVRIN_E2E_THROUGH_MUXER=1): the program is then not given
+    // USBMUXD_SOCKET_ADDRESS but the simulated phone as its system muxer.
+    static bool isThroughProgramsMuxer();
+
     // Runs the program with `arguments`, killed at `limit`.
     ProcessOutcome run(const std::vector<std::string>& arguments, const std::string& socketAddress,
                        std::chrono::duration<double> limit) const;

@@ -62,6 +62,7 @@ public:
     const std::filesystem::path& toolFolder() const { return m_tools; }
     const std::filesystem::path& dataHome() const { return m_dataHome; }
     const std::filesystem::path& configHome() const { return m_configHome; }
+    const std::filesystem::path& runtimeFolder() const { return m_runtime; }
     std::filesystem::path cacheFile() const { return m_dataHome / "Ambrel" / "battery-cache.json"; }
     // Every tool run appends one line here: the tool's name, then each argument in brackets.
     std::filesystem::path toolLog() const { return m_root / "tool-runs.log"; }

@@ -8,8 +8,13 @@
 #include <thread>
 #include <vector>
 
-#include <gtest/gtest.h>
+#include <future>
 
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+
+#include "muxer/MuxChannel.h"
+#include "muxer/MuxMessage.h"
 #include "tests/faults/FaultBundle.h"
 
 namespace ambrel::testing {
@@ -98,6 +103,88 @@ TEST(WidgetUnderFault, HangingToolNeitherBlocksTheWidgetNorOutlivesIt) {
         EXPECT_TRUE(eventually([&] { return !isAlive(pid); }, 3s))
             << "the hanging tool " << pid << " outlived the widget";
     }
+}
+
+// Asks the muxer at `socket` for its devices; whether a device list came back.
+bool listsDevices(const fs::path& socket) {
+    const auto fd = connectUnixSocket(socket.string());
+    const MuxChannel channel(fd.get(), -1);
+    MuxRequest request;
+    request.type = MuxRequestType::listDevices;
+    request.messageType = "ListDevices";
+    if (!fd.isValid() ||
+        channel.writeAll(encodeMuxMessage(1, muxRequestDictionary(request, "test")), 5s) !=
+            ChannelStatus::ok) {
+        return false;
+    }
+    MuxFrame frame;
+    if (channel.readFrame(frame, 5s) != ChannelStatus::ok) {
+        return false;
+    }
+    const auto reply = parseMuxReply(frame.payload);
+    return reply && deviceListOf(*reply);
+}
+
+TEST(WidgetUnderFault, MisbehavingMuxerClientsNeverTakeTheWidgetDown) {
+    TemporaryFolder folder;
+    ASSERT_FALSE(folder.path().empty());
+    FaultBundle bundle(folder.path());
+    ASSERT_EQ(bundle.failure(), "");
+    bundle.writeTool("idevice_id", "exit 0\n");
+    bundle.writeTool("ideviceinfo", "exit 0\n");
+    ChildProcess server(
+        {"/usr/bin/xvfb-run", "-a", "-s", "-screen 0 1440x900x24", bundle.executable().string()},
+        bundle.environmentForXvfbRun(), folder.path() / "stderr.txt");
+    ASSERT_TRUE(server.isStarted());
+    // Whatever happens, the widget goes with the test: xvfb-run, stopped by the harness, would
+    // leave it and its X server behind.
+    struct WidgetReaper {
+        const FaultBundle& bundle;
+        ~WidgetReaper() {
+            for (const pid_t pid : processesRunning(bundle.executable())) {
+                ::kill(pid, SIGKILL);
+            }
+        }
+    } reaper{bundle};
+    const auto socket = bundle.runtimeFolder() / "tovrin" / "usbmuxd";
+    ASSERT_TRUE(eventually([&] { return listsDevices(socket); }, 40s))
+        << "the widget's muxer never answered; stderr: "
+        << fileBytes(folder.path() / "stderr.txt").value_or("");
+    // A tool being started shows as a second copy of the program until it replaces itself.
+    std::vector<pid_t> widgets;
+    ASSERT_TRUE(eventually(
+        [&] {
+            widgets = processesRunning(bundle.executable());
+            return widgets.size() == 1;
+        },
+        10s));
+
+    const auto sendAndHangUp = [&](const std::string& bytes) {
+        const auto fd = connectUnixSocket(socket.string());
+        ASSERT_TRUE(fd.isValid());
+        EXPECT_EQ(MuxChannel(fd.get(), -1).writeAll(bytes, 5s), ChannelStatus::ok);
+    };
+    sendAndHangUp("garbage that is no muxer message at all");
+    sendAndHangUp(encodeMuxHeader({0xFFFFFFF0u, 1, 8, 1}) + std::string(65536, 'x'));
+    sendAndHangUp(encodeMuxHeader({4000, 1, 8, 1}) + "<?xml version=");
+    sendAndHangUp(encodeMuxHeader({16 + 9, 1, 8, 1}) + "<dict/>\n\n");
+    std::vector<std::future<bool>> clients;
+    for (int i = 0; i < 100; ++i) {
+        clients.push_back(std::async(std::launch::async, [&] { return listsDevices(socket); }));
+    }
+    int answered = 0;
+    for (auto& client : clients) {
+        answered += client.get() ? 1 : 0;
+    }
+    EXPECT_EQ(answered, 100);
+    EXPECT_TRUE(isAlive(widgets.front())) << "the widget ended";
+    EXPECT_TRUE(listsDevices(socket));
+
+    ASSERT_EQ(::kill(widgets.front(), SIGTERM), 0);
+    EXPECT_TRUE(eventually([&] { return !isAlive(widgets.front()); }, 10s));
+    EXPECT_TRUE(eventually([&] { return server.hasEnded(); }, 10s));
+    // The socket goes with the widget.
+    EXPECT_FALSE(fs::exists(socket));
 }
 
 } // namespace

@@ -226,6 +226,7 @@ TEST_F(InstallTreeTest, NoticesCarryOurLicenceAndEveryComponentsNotices) {
     const std::array components{
         Component{"libimobiledevice", "LGPL-2.1", "libimobiledevice-utils"},
         Component{"libplist", "LGPL-2.1", "libplist3"},
+        Component{"Avahi", "LGPL-2.1", "libavahi-client3"},
         Component{"Qt 6", "LGPL-3", "libqt6core6"},
         Component{"Qt 6 SVG", "LGPL-3", "libqt6svg6"},
         Component{"ICU", "Unicode License", "libicu72"},

@@ -171,9 +171,12 @@ TEST_F(PackageTest, ControlFieldsAndDependencies) {
         ++qtLibraries;
     }
     EXPECT_GE(qtLibraries, 1);
-    for (const auto* library : {"libc6", "libstdc++6", "libplist3", "libicu72"}) {
+    for (const auto* library :
+         {"libc6", "libstdc++6", "libplist3", "libicu72", "libavahi-client3"}) {
         EXPECT_TRUE(depends.count(library)) << library;
     }
+    // Wi-Fi phones need avahi-daemon running; the cable works without it.
+    EXPECT_TRUE(dependencyNames(field("Recommends")).count("avahi-daemon"));
     // The icons are compiled in; nothing loads them from the system at run time.
     EXPECT_FALSE(depends.count("bootstrap-icons"));
 }

@@ -1,5 +1,6 @@
-// What the program must never do, checked on the real program: listen on a socket, let text a
-// tool printed reach a command line, leave its saved reading open to others whatever the umask,
+// What the program must never do, checked on the real program: listen on a network socket (its
+// only listener is its own muxer's private UNIX socket for the phone tools), let text a tool
+// printed reach a command line, leave its saved reading open to others whatever the umask,
 // or write a start-at-login entry that starts something else than itself.
 #include <algorithm>
 #include <fstream>
@@ -9,6 +10,7 @@
 #include <thread>
 #include <vector>
 
+#include <csignal>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -59,6 +61,8 @@ std::set<std::string> socketInodes(pid_t pid) {
 struct SocketRow {
     std::string inode;
     bool listening = false;
+    // unix: the path it is bound to, if any.
+    std::string path;
 };
 
 // The rows of /proc/<pid>/net/<table>. In tcp and tcp6 the state is the fourth column ("0A"
@@ -79,17 +83,18 @@ std::vector<SocketRow> socketTable(pid_t pid, const std::string& table) {
         if (table == "unix") {
             if (columns.size() >= 7) {
                 const unsigned long flags = std::stoul(columns[3], nullptr, 16);
-                rows.push_back({columns[6], (flags & 0x10000UL) != 0});
+                rows.push_back({columns[6], (flags & 0x10000UL) != 0,
+                                columns.size() >= 8 ? columns[7] : std::string()});
             }
         } else if (columns.size() >= 10) {
             const bool isTcp = table.rfind("tcp", 0) == 0;
-            rows.push_back({columns[9], isTcp ? columns[3] == "0A" : true});
+            rows.push_back({columns[9], isTcp ? columns[3] == "0A" : true, std::string()});
         }
     }
     return rows;
 }
 
-TEST(Security, TheWidgetNeverListensOnASocket) {
+TEST(Security, TheWidgetListensOnNoNetworkSocketOnlyOnItsMuxers) {
     TemporaryFolder folder;
     FaultBundle bundle(folder.path());
     ASSERT_EQ(bundle.failure(), "");
@@ -110,6 +115,8 @@ TEST(Security, TheWidgetNeverListensOnASocket) {
     ASSERT_EQ(widget.size(), 1u) << fileBytes(folder.path() / "stderr.txt").value_or("");
     const pid_t pid = widget.front();
 
+    const auto muxerSocket = bundle.runtimeFolder() / "tovrin" / "usbmuxd";
+    bool muxerListening = false;
     // Watched for six seconds: the start, the window, the phone read.
     std::set<std::string> seen;
     std::set<std::string> connected;
@@ -121,10 +128,18 @@ TEST(Security, TheWidgetNeverListensOnASocket) {
                 if (!own.contains(row.inode)) {
                     continue;
                 }
-                EXPECT_FALSE(row.listening)
-                    << "the widget listens on a " << table << " socket (inode " << row.inode << ")";
-                if (std::string(table) == "unix") {
-                    connected.insert(row.inode);
+                if (std::string(table) != "unix") {
+                    EXPECT_FALSE(row.listening) << "the widget listens on a " << table
+                                                << " socket (inode " << row.inode << ")";
+                    continue;
+                }
+                connected.insert(row.inode);
+                // The one socket it may listen on is its own muxer's, for the phone tools it
+                // runs: a UNIX socket in its private runtime folder.
+                if (row.listening) {
+                    EXPECT_EQ(row.path, muxerSocket.string())
+                        << "the widget listens on a unix socket (inode " << row.inode << ")";
+                    muxerListening = true;
                 }
             }
         }
@@ -135,6 +150,21 @@ TEST(Security, TheWidgetNeverListensOnASocket) {
     EXPECT_FALSE(connected.empty()) << "none of the widget's sockets showed in /proc/net/unix";
     EXPECT_FALSE(seen.empty());
     EXPECT_EQ(lines(bundle.toolLog()).size(), 4u) << "the phone read did not run as expected";
+    ASSERT_TRUE(muxerListening) << "the widget's muxer did not start";
+    struct stat socketStat {};
+    struct stat folderStat {};
+    ASSERT_EQ(::stat(muxerSocket.c_str(), &socketStat), 0);
+    ASSERT_EQ(::stat(muxerSocket.parent_path().c_str(), &folderStat), 0);
+    EXPECT_EQ(socketStat.st_mode & 07777, 0600u);
+    EXPECT_EQ(folderStat.st_mode & 07777, 0700u);
+
+    // Quit the widget itself: xvfb-run, stopped by the harness, would leave it and its X server.
+    ::kill(pid, SIGTERM);
+    for (int wait = 0; wait < 100 && isAlive(pid); ++wait) {
+        std::this_thread::sleep_for(100ms);
+    }
+    EXPECT_FALSE(isAlive(pid)) << "the widget did not quit on SIGTERM";
+    server.stop();
 }
 
 TEST(Security, ToolOutputNeverReachesAShell) {

@@ -36,6 +36,8 @@ Scenario file:
       # trustsHost, pairReply (accept|<lockdown error string>),
       # lockdown (normal|silent|silent_query|drop), usbConnect (accept|refuse|hang),
       # network (listen|unreachable)
+      "hostId": "…",                         # optional fixed HostID of the host's pair record
+      "recordWiFiMACAddress": "…"            # optional WiFiMACAddress in that record
     }
   ]
 }
@@ -286,10 +288,13 @@ class Device:
         # The host's pair record as usbmuxd keeps it, and the host ids the phone trusts.
         self.trusted_hosts = set()
         self.host_record = None
-        host_id = str(uuid.uuid4()).upper()
+        # A fixed host id lets two runs (the phone on the cable, then on Wi-Fi) share a pairing.
+        host_id = config.get("hostId", str(uuid.uuid4()).upper())
         if settings["hostPairRecord"] == "valid":
-            self.host_record = plistlib.dumps({"HostID": host_id, "SystemBUID": buid},
-                                              fmt=plistlib.FMT_BINARY)
+            record = {"HostID": host_id, "SystemBUID": buid}
+            if "recordWiFiMACAddress" in config:
+                record["WiFiMACAddress"] = config["recordWiFiMACAddress"]
+            self.host_record = plistlib.dumps(record, fmt=plistlib.FMT_BINARY)
             if settings["trustsHost"]:
                 self.trusted_hosts.add(host_id)
         elif settings["hostPairRecord"] == "without_host_id":

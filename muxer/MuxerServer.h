@@ -1,0 +1,81 @@
+#pragma once
+
+#include <atomic>
+#include <chrono>
+#include <filesystem>
+#include <list>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <thread>
+
+#include "muxer/MuxChannel.h"
+#include "muxer/NetworkPhoneSource.h"
+
+namespace ambrel {
+
+// The program's own muxer: speaks the usbmuxd protocol on a private UNIX socket, passes every
+// USB request through to the system muxer, and adds the phones a NetworkPhoneSource knows on
+// the network. All work happens on its own threads: one that accepts, one per client. A slow,
+// silent or absent system muxer costs a client its USB devices, never more.
+class MuxerServer {
+public:
+    struct Options {
+        // Where to listen. The folder must exist; the socket is made 0600.
+        std::filesystem::path socketPath;
+        // The system's usbmuxd socket.
+        std::string systemMuxerPath = "/var/run/usbmuxd";
+        // May be null: USB only. Must outlive the server.
+        NetworkPhoneSource* network = nullptr;
+        // How long the system muxer may take to answer one request; a client waits 5 s.
+        std::chrono::milliseconds systemMuxerLimit{3000};
+        // How long a client may take to send a request.
+        std::chrono::milliseconds clientLimit{30000};
+        // How often a listening client is told about Wi-Fi phones that came or went.
+        std::chrono::milliseconds listenPeriod{1000};
+    };
+
+    // Clients connected at once beyond this are hung up on at once.
+    static constexpr int kMostClients = 128;
+
+    explicit MuxerServer(Options options);
+    // Stops, as stop() does.
+    ~MuxerServer();
+    MuxerServer(const MuxerServer&) = delete;
+    MuxerServer& operator=(const MuxerServer&) = delete;
+
+    // Binds and starts listening. False (with errno's text in failure()) when the socket
+    // cannot be made. A socket file left by an earlier run that no longer answers is replaced.
+    bool start();
+    // Ends every client and the accepting thread, removes the socket. Blocks until they ended
+    // (at most a moment: every wait also watches for the stop). Idempotent.
+    void stop();
+
+    const std::string& failure() const { return m_failure; }
+    const std::filesystem::path& socketPath() const { return m_options.socketPath; }
+    // Clients being served now.
+    int clientCountForTesting() const { return m_clientCount.load(); }
+
+private:
+    struct Client {
+        UniqueFd fd;
+        std::thread thread;
+        std::atomic<bool> finished{false};
+    };
+
+    void acceptLoop();
+    void serve(Client& client);
+    void reapFinishedClients(bool all);
+
+    Options m_options;
+    std::string m_failure;
+    UniqueFd m_listenFd;
+    UniqueFd m_stopFd;
+    std::thread m_acceptThread;
+    std::mutex m_clientsMutex;
+    std::list<std::unique_ptr<Client>> m_clients;
+    std::atomic<int> m_clientCount{0};
+    bool m_started = false;
+};
+
+} // namespace ambrel

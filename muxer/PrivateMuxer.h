@@ -1,0 +1,63 @@
+#pragma once
+
+#include <filesystem>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "muxer/AvahiDiscovery.h"
+#include "muxer/MuxerServer.h"
+#include "muxer/PairRecordStore.h"
+#include "muxer/WifiPhoneDirectory.h"
+
+namespace ambrel {
+
+// The program's own muxer, whole: the server on a private socket, the pair records, the Wi-Fi
+// phones avahi finds. The phone tools reach it through USBMUXD_SOCKET_ADDRESS.
+class PrivateMuxer {
+public:
+    struct Setup {
+        std::filesystem::path socketPath;
+        std::string systemMuxerPath = "/var/run/usbmuxd";
+        std::filesystem::path systemRecordsFolder = "/var/lib/lockdown";
+        // Where copies of pair records are kept (0700); empty for none.
+        std::filesystem::path ownRecordsFolder;
+        // Whether to look for Wi-Fi phones through avahi-daemon.
+        bool discoverWifiPhones = true;
+    };
+
+    // "$XDG_RUNTIME_DIR/tovrin/usbmuxd"; without XDG_RUNTIME_DIR, "<temporary folder>/tovrin-
+    // <uid>/usbmuxd". Only the path; nothing is made.
+    static std::filesystem::path defaultSocketPath();
+
+    explicit PrivateMuxer(Setup setup);
+    ~PrivateMuxer();
+    PrivateMuxer(const PrivateMuxer&) = delete;
+    PrivateMuxer& operator=(const PrivateMuxer&) = delete;
+
+    // Makes the socket's folder (0700, ours) and starts serving; without avahi the muxer serves
+    // USB only. The value for USBMUXD_SOCKET_ADDRESS ("UNIX:<path>"), also when another run of
+    // the program already serves on that socket; nothing when no socket can be had.
+    std::optional<std::string> start();
+    void stop();
+
+    bool isDiscovering() const { return m_discovering; }
+
+private:
+    Setup m_setup;
+    PairRecordStore m_records;
+    WifiPhoneDirectory m_directory;
+    std::unique_ptr<AvahiDiscovery> m_discovery;
+    std::unique_ptr<MuxerServer> m_server;
+    bool m_discovering = false;
+};
+
+// Starts the program's muxer unless the user's environment already names one in
+// USBMUXD_SOCKET_ADDRESS (that muxer is then used), and points this process's
+// USBMUXD_SOCKET_ADDRESS at it so that every tool it runs inherits it. `dataFolder` is the
+// program's own data folder (empty: no copies of pair records are kept). Nothing when the user's
+// muxer is used or none could be started. Call before any other thread runs (it changes the
+// environment).
+std::unique_ptr<PrivateMuxer> startPrivateMuxer(const std::filesystem::path& dataFolder);
+
+} // namespace ambrel

@@ -1,0 +1,545 @@
+#include "muxer/MuxerServer.h"
+
+#include <cerrno>
+#include <chrono>
+#include <cstring>
+#include <future>
+#include <netinet/in.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <thread>
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
+#include "muxer/MuxMessage.h"
+#include "tests/fakes/TemporaryFolder.h"
+#include "tests/muxer/FakeNetworkPhones.h"
+#include "tests/muxer/FakeSystemMuxer.h"
+
+namespace ambrel::testing {
+namespace {
+
+using namespace std::chrono_literals;
+using namespace std::string_literals;
+
+const std::string kSerial = "00008110001A2B3C4D5E6F70";
+const std::string kUdid = "00008110-001A2B3C4D5E6F70";
+
+MuxDevice wifiPhone(std::uint32_t id, const std::string& serial, std::uint16_t port = 62078) {
+    MuxDevice device;
+    device.deviceId = id;
+    device.serialNumber = serial;
+    device.connection = MuxDevice::Connection::network;
+    NetworkAddress address;
+    address.bytes = {127, 0, 0, 1};
+    address.port = port;
+    device.address = address;
+    device.serviceName = "aa:bb:cc:dd:ee:ff@fe80::1._apple-mobdev2._tcp.local.";
+    device.interfaceIndex = 1;
+    return device;
+}
+
+// A client as libusbmuxd is one: one request, one reply.
+class TestClient {
+public:
+    explicit TestClient(const std::filesystem::path& socket)
+        : m_fd(connectUnixSocket(socket.string())) {}
+
+    bool isConnected() const { return m_fd.isValid(); }
+    int fd() const { return m_fd.get(); }
+
+    bool send(const MuxRequest& request, std::uint32_t tag) {
+        return sendBytes(encodeMuxMessage(tag, muxRequestDictionary(request, "test")));
+    }
+    bool sendBytes(const std::string& bytes) {
+        return MuxChannel(m_fd.get(), -1).writeAll(bytes, 5s) == ChannelStatus::ok;
+    }
+    // The next reply, or nothing within `limit`.
+    std::optional<MuxFrame> receive(std::chrono::milliseconds limit = 5000ms) {
+        MuxFrame frame;
+        if (MuxChannel(m_fd.get(), -1).readFrame(frame, limit) != ChannelStatus::ok) {
+            return std::nullopt;
+        }
+        return frame;
+    }
+    std::optional<MuxReply> ask(const MuxRequest& request, std::uint32_t tag = 7) {
+        if (!send(request, tag)) {
+            return std::nullopt;
+        }
+        const auto frame = receive();
+        if (!frame) {
+            return std::nullopt;
+        }
+        EXPECT_EQ(frame->header.tag, tag);
+        return parseMuxReply(frame->payload);
+    }
+    // Whether the muxer hung up (end of file within `limit`).
+    bool isHungUp(std::chrono::milliseconds limit = 5000ms) {
+        pollfd fd{m_fd.get(), POLLIN, 0};
+        if (::poll(&fd, 1, static_cast<int>(limit.count())) != 1) {
+            return false;
+        }
+        char byte = 0;
+        // Unread bytes left on the muxer's side turn its close into a reset.
+        const auto got = ::recv(m_fd.get(), &byte, 1, MSG_DONTWAIT);
+        return got == 0 || (got < 0 && errno == ECONNRESET);
+    }
+
+private:
+    UniqueFd m_fd;
+};
+
+MuxRequest request(MuxRequestType type, const std::string& name) {
+    MuxRequest result;
+    result.type = type;
+    result.messageType = name;
+    return result;
+}
+
+MuxRequest connectRequest(std::uint32_t deviceId, std::uint16_t port) {
+    auto result = request(MuxRequestType::connect, "Connect");
+    result.deviceId = deviceId;
+    result.port = port;
+    return result;
+}
+
+MuxRequest pairRecordRequest(const std::string& udid) {
+    auto result = request(MuxRequestType::readPairRecord, "ReadPairRecord");
+    result.pairRecordId = udid;
+    return result;
+}
+
+std::vector<MuxDevice> listed(const std::optional<MuxReply>& reply) {
+    if (!reply) {
+        ADD_FAILURE() << "no reply";
+        return {};
+    }
+    auto devices = deviceListOf(*reply);
+    if (!devices) {
+        ADD_FAILURE() << "no device list";
+        return {};
+    }
+    return *devices;
+}
+
+class MuxerServerTest : public ::testing::Test {
+protected:
+    void startMuxer(FakeSystemMuxer::Behaviour behaviour = FakeSystemMuxer::Behaviour::normal,
+                    bool withSystemMuxer = true) {
+        ASSERT_FALSE(m_folder.path().empty());
+        if (withSystemMuxer) {
+            m_system = std::make_unique<FakeSystemMuxer>(m_folder.path() / "system", behaviour);
+        }
+        MuxerServer::Options options;
+        options.socketPath = m_folder.path() / "muxer";
+        options.systemMuxerPath = (m_folder.path() / "system").string();
+        options.network = &m_network;
+        options.systemMuxerLimit = 500ms;
+        options.clientLimit = 2000ms;
+        options.listenPeriod = 50ms;
+        m_muxer = std::make_unique<MuxerServer>(options);
+        ASSERT_TRUE(m_muxer->start()) << m_muxer->failure();
+    }
+
+    TestClient client() const { return TestClient(m_muxer->socketPath()); }
+
+    void expectServing() {
+        auto probe = client();
+        ASSERT_TRUE(probe.isConnected());
+        const auto reply = probe.ask(request(MuxRequestType::listDevices, "ListDevices"));
+        ASSERT_TRUE(reply);
+        EXPECT_TRUE(deviceListOf(*reply));
+    }
+
+    TemporaryFolder m_folder;
+    FakeNetworkPhones m_network;
+    std::unique_ptr<FakeSystemMuxer> m_system;
+    std::unique_ptr<MuxerServer> m_muxer;
+};
+
+TEST_F(MuxerServerTest, TheSocketIsOnlyForItsOwner) {
+    startMuxer();
+    struct stat info {};
+    ASSERT_EQ(::stat(m_muxer->socketPath().c_str(), &info), 0);
+    EXPECT_TRUE(S_ISSOCK(info.st_mode));
+    EXPECT_EQ(info.st_mode & 0777, 0600u);
+    m_muxer->stop();
+    EXPECT_FALSE(std::filesystem::exists(m_muxer->socketPath()));
+}
+
+TEST_F(MuxerServerTest, ASocketLeftByACrashedRunIsReplaced) {
+    {
+        const UniqueFd stale(::socket(AF_UNIX, SOCK_STREAM, 0));
+        sockaddr_un address{};
+        address.sun_family = AF_UNIX;
+        const auto path = (m_folder.path() / "muxer").string();
+        std::memcpy(address.sun_path, path.c_str(), path.size());
+        ASSERT_EQ(::bind(stale.get(), reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+    }
+    startMuxer();
+    expectServing();
+}
+
+TEST_F(MuxerServerTest, ListDevicesMergesUsbAndWiFiPhones) {
+    startMuxer();
+    m_system->addUsbDevice(3, kSerial);
+    m_network.setDevices({wifiPhone(0x10001, "00008030-000A11112222333E")});
+    auto c = client();
+    const auto devices = listed(c.ask(request(MuxRequestType::listDevices, "ListDevices")));
+    ASSERT_EQ(devices.size(), 2u);
+    EXPECT_EQ(devices[0].deviceId, 3u);
+    EXPECT_EQ(devices[0].connection, MuxDevice::Connection::usb);
+    EXPECT_EQ(devices[0].serialNumber, kSerial);
+    // The system muxer's own properties pass through.
+    EXPECT_EQ(integerIn(devices[0].properties.get(), "ProductID"), 4776u);
+    EXPECT_EQ(devices[1].deviceId, 0x10001u);
+    EXPECT_EQ(devices[1].connection, MuxDevice::Connection::network);
+    ASSERT_TRUE(devices[1].address);
+    EXPECT_EQ(devices[1].address->port, 62078);
+    EXPECT_EQ(m_network.notedUsbSerials(), std::vector<std::string>{kSerial});
+}
+
+TEST_F(MuxerServerTest, AWiFiEntryThatWouldClashWithAUsbIdIsLeftOut) {
+    startMuxer();
+    m_system->addUsbDevice(5, kSerial);
+    m_network.setDevices({wifiPhone(5, "00008030-000A11112222333E")});
+    auto c = client();
+    const auto devices = listed(c.ask(request(MuxRequestType::listDevices, "ListDevices")));
+    ASSERT_EQ(devices.size(), 1u);
+    EXPECT_EQ(devices[0].connection, MuxDevice::Connection::usb);
+}
+
+TEST_F(MuxerServerTest, NoSystemMuxerMeansNoUsbDevicesOnly) {
+    startMuxer(FakeSystemMuxer::Behaviour::normal, false);
+    auto c = client();
+    EXPECT_TRUE(listed(c.ask(request(MuxRequestType::listDevices, "ListDevices"))).empty());
+    m_network.setDevices({wifiPhone(0x10001, kSerial)});
+    auto d = client();
+    const auto devices = listed(d.ask(request(MuxRequestType::listDevices, "ListDevices")));
+    ASSERT_EQ(devices.size(), 1u);
+    EXPECT_EQ(devices[0].connection, MuxDevice::Connection::network);
+}
+
+TEST_F(MuxerServerTest, ASilentSystemMuxerCostsOnlyItsLimit) {
+    startMuxer(FakeSystemMuxer::Behaviour::silent);
+    m_network.setDevices({wifiPhone(0x10001, kSerial)});
+    auto c = client();
+    const auto started = std::chrono::steady_clock::now();
+    const auto devices = listed(c.ask(request(MuxRequestType::listDevices, "ListDevices")));
+    const auto took = std::chrono::steady_clock::now() - started;
+    ASSERT_EQ(devices.size(), 1u);
+    EXPECT_GE(took, 500ms);
+    EXPECT_LT(took, 4s);
+}
+
+TEST_F(MuxerServerTest, GarbageFromTheSystemMuxerCountsAsNoUsbDevices) {
+    startMuxer(FakeSystemMuxer::Behaviour::garbage);
+    auto c = client();
+    EXPECT_TRUE(listed(c.ask(request(MuxRequestType::listDevices, "ListDevices"))).empty());
+}
+
+TEST_F(MuxerServerTest, ASystemMuxerThatRefusesListDevicesIsAskedByListening) {
+    startMuxer(FakeSystemMuxer::Behaviour::refusesListDevices);
+    m_system->addUsbDevice(2, kSerial);
+    auto c = client();
+    const auto devices = listed(c.ask(request(MuxRequestType::listDevices, "ListDevices")));
+    ASSERT_EQ(devices.size(), 1u);
+    EXPECT_EQ(devices[0].serialNumber, kSerial);
+    EXPECT_EQ(m_system->requestsOf("Listen"), 1);
+}
+
+TEST_F(MuxerServerTest, ConnectToAUsbDeviceRelaysBytesBothWays) {
+    startMuxer();
+    m_system->addUsbDevice(3, kSerial);
+    auto c = client();
+    const auto reply = c.ask(connectRequest(3, 62078));
+    ASSERT_TRUE(reply);
+    EXPECT_EQ(reply->kind, MuxReply::Kind::result);
+    EXPECT_EQ(reply->number, 0u);
+    ASSERT_TRUE(c.sendBytes("hello"));
+    std::string echoed(11, '\0');
+    ASSERT_EQ(::recv(c.fd(), echoed.data(), echoed.size(), MSG_WAITALL), 11);
+    EXPECT_EQ(echoed, "62078:hello");
+    // After the first answer the device end echoes plainly; a big block goes through whole.
+    std::string block(1000000, '\0');
+    for (std::size_t i = 0; i < block.size(); ++i) {
+        block[i] = static_cast<char>('a' + i % 26);
+    }
+    std::thread writer([&] { c.sendBytes(block); });
+    std::string back;
+    char buffer[65536];
+    while (back.size() < block.size()) {
+        pollfd fd{c.fd(), POLLIN, 0};
+        if (::poll(&fd, 1, 5000) != 1) {
+            break;
+        }
+        const auto got = ::recv(c.fd(), buffer, sizeof buffer, 0);
+        if (got <= 0) {
+            break;
+        }
+        back.append(buffer, static_cast<std::size_t>(got));
+    }
+    writer.join();
+    ASSERT_EQ(back.size(), block.size());
+    EXPECT_TRUE(back == block);
+}
+
+TEST_F(MuxerServerTest, ConnectToAnUnknownDeviceGivesTheSystemMuxersAnswer) {
+    startMuxer();
+    auto c = client();
+    const auto reply = c.ask(connectRequest(9, 62078));
+    ASSERT_TRUE(reply);
+    EXPECT_EQ(reply->kind, MuxReply::Kind::result);
+    EXPECT_EQ(reply->number, 2u);
+}
+
+TEST_F(MuxerServerTest, ConnectWithoutSystemMuxerIsRefusedNotHung) {
+    startMuxer(FakeSystemMuxer::Behaviour::normal, false);
+    auto c = client();
+    const auto reply = c.ask(connectRequest(1, 62078));
+    ASSERT_TRUE(reply);
+    EXPECT_EQ(reply->kind, MuxReply::Kind::result);
+    EXPECT_NE(reply->number, 0u);
+}
+
+TEST_F(MuxerServerTest, ConnectToAWiFiPhoneOpensTcpToItsAddress) {
+    const UniqueFd phone(::socket(AF_INET, SOCK_STREAM, 0));
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    ASSERT_EQ(::bind(phone.get(), reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+    socklen_t length = sizeof address;
+    ASSERT_EQ(::getsockname(phone.get(), reinterpret_cast<sockaddr*>(&address), &length), 0);
+    ASSERT_EQ(::listen(phone.get(), 1), 0);
+    const auto port = ntohs(address.sin_port);
+
+    startMuxer();
+    m_network.setDevices({wifiPhone(0x10001, kSerial, 62078)});
+    auto c = client();
+    const auto reply = c.ask(connectRequest(0x10001, port));
+    ASSERT_TRUE(reply);
+    EXPECT_EQ(reply->number, 0u);
+    const UniqueFd accepted(::accept(phone.get(), nullptr, nullptr));
+    ASSERT_TRUE(accepted.isValid());
+    ASSERT_TRUE(c.sendBytes("ping"));
+    char got[4] = {};
+    ASSERT_EQ(::recv(accepted.get(), got, 4, MSG_WAITALL), 4);
+    EXPECT_EQ(std::string(got, 4), "ping");
+    ASSERT_EQ(::send(accepted.get(), "pong", 4, 0), 4);
+    ASSERT_EQ(::recv(c.fd(), got, 4, MSG_WAITALL), 4);
+    EXPECT_EQ(std::string(got, 4), "pong");
+}
+
+TEST_F(MuxerServerTest, PairRecordsComeFromTheSystemMuxerFirst) {
+    startMuxer();
+    m_system->setPairRecord(kUdid, "system record");
+    m_network.setPairRecord(kUdid, "kept record");
+    auto c = client();
+    const auto reply = c.ask(pairRecordRequest(kUdid));
+    ASSERT_TRUE(reply);
+    EXPECT_EQ(dataIn(reply->dictionary.get(), "PairRecordData"), "system record");
+    EXPECT_EQ(m_network.notedRecords().at(kUdid), "system record");
+}
+
+TEST_F(MuxerServerTest, PairRecordsTheSystemMuxerLacksComeFromTheSource) {
+    startMuxer(FakeSystemMuxer::Behaviour::normal, false);
+    m_network.setPairRecord(kUdid, "kept record");
+    auto c = client();
+    const auto reply = c.ask(pairRecordRequest(kUdid));
+    ASSERT_TRUE(reply);
+    EXPECT_EQ(reply->kind, MuxReply::Kind::answer);
+    EXPECT_EQ(dataIn(reply->dictionary.get(), "PairRecordData"), "kept record");
+}
+
+TEST_F(MuxerServerTest, AMissingPairRecordIsNeverResultZero) {
+    startMuxer();
+    auto c = client();
+    const auto reply = c.ask(pairRecordRequest("unknown"));
+    ASSERT_TRUE(reply);
+    EXPECT_EQ(reply->kind, MuxReply::Kind::result);
+    EXPECT_NE(reply->number, 0u);
+
+    m_system.reset();
+    auto d = client();
+    const auto alone = d.ask(pairRecordRequest("unknown"));
+    ASSERT_TRUE(alone);
+    EXPECT_EQ(alone->kind, MuxReply::Kind::result);
+    EXPECT_NE(alone->number, 0u);
+}
+
+TEST_F(MuxerServerTest, ReadBuidIsForwardedElseTakenFromTheSource) {
+    startMuxer();
+    auto c = client();
+    auto reply = c.ask(request(MuxRequestType::readBuid, "ReadBUID"));
+    ASSERT_TRUE(reply);
+    EXPECT_EQ(stringIn(reply->dictionary.get(), "BUID"), "FAKE-SYSTEM-BUID");
+
+    m_system.reset();
+    m_network.setBuid("RECORD-BUID");
+    auto d = client();
+    reply = d.ask(request(MuxRequestType::readBuid, "ReadBUID"));
+    ASSERT_TRUE(reply);
+    EXPECT_EQ(stringIn(reply->dictionary.get(), "BUID"), "RECORD-BUID");
+}
+
+TEST_F(MuxerServerTest, OtherRequestsArePassedOn) {
+    startMuxer();
+    auto c = client();
+    auto save = request(MuxRequestType::savePairRecord, "SavePairRecord");
+    save.pairRecordId = kUdid;
+    const auto reply = c.ask(save);
+    ASSERT_TRUE(reply);
+    EXPECT_EQ(reply->number, 0u);
+    EXPECT_EQ(m_system->requestsOf("SavePairRecord"), 1);
+}
+
+TEST_F(MuxerServerTest, ListenAnnouncesUsbAndWiFiPhonesAsTheyComeAndGo) {
+    startMuxer();
+    m_system->addUsbDevice(3, kSerial);
+    auto c = client();
+    const auto result = c.ask(request(MuxRequestType::listen, "Listen"));
+    ASSERT_TRUE(result);
+    EXPECT_EQ(result->kind, MuxReply::Kind::result);
+    EXPECT_EQ(result->number, 0u);
+
+    const auto next = [&]() -> std::optional<MuxReply> {
+        const auto frame = c.receive(3000ms);
+        return frame ? parseMuxReply(frame->payload) : std::nullopt;
+    };
+    auto event = next();
+    ASSERT_TRUE(event);
+    EXPECT_EQ(event->kind, MuxReply::Kind::attached);
+    EXPECT_EQ(event->deviceId, 3u);
+
+    m_network.setDevices({wifiPhone(0x10001, kSerial)});
+    event = next();
+    ASSERT_TRUE(event);
+    EXPECT_EQ(event->kind, MuxReply::Kind::attached);
+    EXPECT_EQ(event->deviceId, 0x10001u);
+    EXPECT_EQ(event->device->connection, MuxDevice::Connection::network);
+
+    m_network.setDevices({});
+    event = next();
+    ASSERT_TRUE(event);
+    EXPECT_EQ(event->kind, MuxReply::Kind::detached);
+    EXPECT_EQ(event->deviceId, 0x10001u);
+
+    m_system->removeUsbDevice(3);
+    event = next();
+    ASSERT_TRUE(event);
+    EXPECT_EQ(event->kind, MuxReply::Kind::detached);
+    EXPECT_EQ(event->deviceId, 3u);
+}
+
+TEST_F(MuxerServerTest, ListenReportsUsbDevicesGoneWhenTheSystemMuxerEnds) {
+    startMuxer();
+    m_system->addUsbDevice(3, kSerial);
+    auto c = client();
+    ASSERT_TRUE(c.ask(request(MuxRequestType::listen, "Listen")));
+    auto frame = c.receive(3000ms);
+    ASSERT_TRUE(frame);
+    EXPECT_EQ(parseMuxReply(frame->payload)->kind, MuxReply::Kind::attached);
+    m_system.reset();
+    frame = c.receive(3000ms);
+    ASSERT_TRUE(frame);
+    const auto event = parseMuxReply(frame->payload);
+    ASSERT_TRUE(event);
+    EXPECT_EQ(event->kind, MuxReply::Kind::detached);
+    EXPECT_EQ(event->deviceId, 3u);
+}
+
+TEST_F(MuxerServerTest, GarbageHugeMessagesAndHangUpsEndOnlyThatClient) {
+    startMuxer();
+    {
+        auto c = client();
+        ASSERT_TRUE(c.sendBytes("this is not a muxer message at all"));
+        EXPECT_TRUE(c.isHungUp());
+    }
+    {
+        auto c = client();
+        MuxHeader huge{0x7FFFFFFF, 1, 8, 1};
+        ASSERT_TRUE(c.sendBytes(encodeMuxHeader(huge)));
+        EXPECT_TRUE(c.isHungUp());
+    }
+    {
+        auto c = client();
+        MuxHeader header{1000, 1, 8, 1};
+        ASSERT_TRUE(c.sendBytes(encodeMuxHeader(header) + "<?xml"));
+        // hangs up mid-message
+    }
+    {
+        auto c = client();
+        MuxHeader header{16 + 7, 1, 8, 1};
+        ASSERT_TRUE(c.sendBytes(encodeMuxHeader(header) + "garbage"));
+        EXPECT_TRUE(c.isHungUp());
+    }
+    {
+        // A client that never finishes its message is dropped at the client limit.
+        auto c = client();
+        ASSERT_TRUE(c.sendBytes(encodeMuxHeader({100, 1, 8, 1})));
+        EXPECT_TRUE(c.isHungUp(5000ms));
+    }
+    expectServing();
+}
+
+TEST_F(MuxerServerTest, AHundredClientsAtOnceAreAllAnswered) {
+    startMuxer();
+    m_system->addUsbDevice(3, kSerial);
+    std::vector<std::future<std::size_t>> answers;
+    for (int i = 0; i < 100; ++i) {
+        answers.push_back(std::async(std::launch::async, [this] {
+            auto c = client();
+            const auto reply = c.ask(request(MuxRequestType::listDevices, "ListDevices"));
+            const auto devices = reply ? deviceListOf(*reply) : std::nullopt;
+            return devices ? devices->size() : std::size_t{0};
+        }));
+    }
+    for (auto& answer : answers) {
+        EXPECT_EQ(answer.get(), 1u);
+    }
+}
+
+TEST_F(MuxerServerTest, ClientsBeyondTheLimitAreHungUpOnAndServedAgainLater) {
+    startMuxer();
+    std::vector<TestClient> idle;
+    for (int i = 0; i < MuxerServer::kMostClients; ++i) {
+        idle.push_back(client());
+    }
+    const auto deadline = std::chrono::steady_clock::now() + 5s;
+    while (m_muxer->clientCountForTesting() < MuxerServer::kMostClients &&
+           std::chrono::steady_clock::now() < deadline) {
+        std::this_thread::sleep_for(10ms);
+    }
+    ASSERT_EQ(m_muxer->clientCountForTesting(), MuxerServer::kMostClients);
+    auto extra = client();
+    EXPECT_TRUE(extra.isHungUp());
+    idle.clear();
+    const auto freed = std::chrono::steady_clock::now() + 5s;
+    while (m_muxer->clientCountForTesting() > 0 && std::chrono::steady_clock::now() < freed) {
+        std::this_thread::sleep_for(10ms);
+    }
+    expectServing();
+}
+
+TEST_F(MuxerServerTest, StopEndsIdleListeningAndRelayingClientsAtOnce) {
+    startMuxer();
+    m_system->addUsbDevice(3, kSerial);
+    auto idle = client();
+    auto listening = client();
+    ASSERT_TRUE(listening.ask(request(MuxRequestType::listen, "Listen")));
+    auto relaying = client();
+    ASSERT_TRUE(relaying.ask(connectRequest(3, 62078)));
+    ASSERT_TRUE(idle.sendBytes(encodeMuxHeader({100, 1, 8, 1})));
+    const auto started = std::chrono::steady_clock::now();
+    m_muxer->stop();
+    EXPECT_LT(std::chrono::steady_clock::now() - started, 1s);
+    EXPECT_TRUE(idle.isHungUp(1000ms));
+    EXPECT_TRUE(relaying.isHungUp(1000ms));
+    EXPECT_FALSE(std::filesystem::exists(m_muxer->socketPath()));
+}
+
+} // namespace
+} // namespace ambrel::testing

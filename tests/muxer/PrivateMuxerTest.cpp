@@ -1,0 +1,158 @@
+#include "muxer/PrivateMuxer.h"
+
+#include <cstdlib>
+#include <optional>
+#include <string>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
+#include "muxer/MuxMessage.h"
+#include "tests/fakes/TemporaryFolder.h"
+#include "tests/muxer/FakeSystemMuxer.h"
+
+namespace ambrel::testing {
+namespace {
+
+using namespace std::chrono_literals;
+
+// Sets an environment variable for one test and puts the old value back.
+class ScopedVariable {
+public:
+    ScopedVariable(const char* name, std::optional<std::string> value) : m_name(name) {
+        if (const char* old = std::getenv(name)) {
+            m_old = old;
+        }
+        value ? ::setenv(name, value->c_str(), 1) : ::unsetenv(name);
+    }
+    ~ScopedVariable() { m_old ? ::setenv(m_name, m_old->c_str(), 1) : ::unsetenv(m_name); }
+    ScopedVariable(const ScopedVariable&) = delete;
+    ScopedVariable& operator=(const ScopedVariable&) = delete;
+
+private:
+    const char* m_name;
+    std::optional<std::string> m_old;
+};
+
+std::size_t usbDevicesListedAt(const std::filesystem::path& socket) {
+    const auto fd = connectUnixSocket(socket.string());
+    const MuxChannel channel(fd.get(), -1);
+    MuxRequest request;
+    request.type = MuxRequestType::listDevices;
+    request.messageType = "ListDevices";
+    if (channel.writeAll(encodeMuxMessage(1, muxRequestDictionary(request, "test")), 5s) !=
+        ChannelStatus::ok) {
+        return 1000;
+    }
+    MuxFrame frame;
+    if (channel.readFrame(frame, 5s) != ChannelStatus::ok) {
+        return 1000;
+    }
+    const auto reply = parseMuxReply(frame.payload);
+    const auto devices = reply ? deviceListOf(*reply) : std::nullopt;
+    return devices ? devices->size() : 1000;
+}
+
+unsigned modeOf(const std::filesystem::path& path) {
+    struct stat info {};
+    return ::lstat(path.c_str(), &info) == 0 ? (info.st_mode & 0777) : 01000;
+}
+
+TEST(PrivateMuxerTest, TheSocketLivesInTheUsersRuntimeFolder) {
+    {
+        const ScopedVariable runtime("XDG_RUNTIME_DIR", "/run/user/1000");
+        EXPECT_EQ(PrivateMuxer::defaultSocketPath(), "/run/user/1000/tovrin/usbmuxd");
+    }
+    const ScopedVariable runtime("XDG_RUNTIME_DIR", std::nullopt);
+    {
+        const ScopedVariable temporary("TMPDIR", "/var/tmp");
+        EXPECT_EQ(PrivateMuxer::defaultSocketPath(),
+                  "/var/tmp/tovrin-" + std::to_string(::getuid()) + "/usbmuxd");
+    }
+    const ScopedVariable temporary("TMPDIR", std::nullopt);
+    EXPECT_EQ(PrivateMuxer::defaultSocketPath(),
+              "/tmp/tovrin-" + std::to_string(::getuid()) + "/usbmuxd");
+}
+
+TEST(PrivateMuxerTest, StartsOnAPrivateSocketAndPassesUsbThrough) {
+    TemporaryFolder folder;
+    FakeSystemMuxer system(folder.path() / "system");
+    system.addUsbDevice(1, "00008110001A2B3C4D5E6F70");
+    PrivateMuxer::Setup setup;
+    setup.socketPath = folder.path() / "run" / "usbmuxd";
+    setup.systemMuxerPath = system.socketPath().string();
+    setup.systemRecordsFolder = folder.path() / "lockdown";
+    setup.ownRecordsFolder = folder.path() / "data" / "pair-records";
+    // Nothing of the machine's own avahi-daemon in this test.
+    setup.discoverWifiPhones = false;
+    PrivateMuxer muxer(setup);
+    const auto address = muxer.start();
+    ASSERT_TRUE(address);
+    EXPECT_EQ(*address, "UNIX:" + setup.socketPath.string());
+    EXPECT_EQ(modeOf(setup.socketPath.parent_path()), 0700u);
+    EXPECT_EQ(modeOf(setup.socketPath), 0600u);
+    EXPECT_EQ(usbDevicesListedAt(setup.socketPath), 1u);
+
+    // A second run of the program uses the first one's muxer.
+    PrivateMuxer second(setup);
+    EXPECT_EQ(second.start(), address);
+    second.stop();
+    EXPECT_EQ(usbDevicesListedAt(setup.socketPath), 1u);
+}
+
+TEST(PrivateMuxerTest, AFolderThatIsNotOursIsRefused) {
+    TemporaryFolder folder;
+    std::filesystem::create_directory(folder.path() / "elsewhere");
+    std::filesystem::create_directory_symlink(folder.path() / "elsewhere", folder.path() / "run");
+    PrivateMuxer::Setup setup;
+    setup.socketPath = folder.path() / "run" / "usbmuxd";
+    setup.discoverWifiPhones = false;
+    PrivateMuxer muxer(setup);
+    EXPECT_FALSE(muxer.start());
+    EXPECT_FALSE(std::filesystem::exists(folder.path() / "elsewhere" / "usbmuxd"));
+}
+
+TEST(PrivateMuxerTest, WithoutASystemBusTheMuxerServesUsbOnly) {
+    TemporaryFolder folder;
+    const ScopedVariable bus("DBUS_SYSTEM_BUS_ADDRESS",
+                             "unix:path=" + (folder.path() / "no-bus").string());
+    FakeSystemMuxer system(folder.path() / "system");
+    system.addUsbDevice(1, "00008110001A2B3C4D5E6F70");
+    PrivateMuxer::Setup setup;
+    setup.socketPath = folder.path() / "run" / "usbmuxd";
+    setup.systemMuxerPath = system.socketPath().string();
+    setup.systemRecordsFolder = folder.path() / "lockdown";
+    setup.ownRecordsFolder = folder.path() / "own";
+    PrivateMuxer muxer(setup);
+    ASSERT_TRUE(muxer.start());
+    EXPECT_FALSE(muxer.isDiscovering());
+    EXPECT_EQ(usbDevicesListedAt(setup.socketPath), 1u);
+}
+
+TEST(PrivateMuxerTest, TheUsersOwnMuxerIsLeftAlone) {
+    const ScopedVariable address("USBMUXD_SOCKET_ADDRESS", "127.0.0.1:27015");
+    TemporaryFolder folder;
+    EXPECT_EQ(startPrivateMuxer(folder.path()), nullptr);
+    EXPECT_STREQ(std::getenv("USBMUXD_SOCKET_ADDRESS"), "127.0.0.1:27015");
+}
+
+TEST(PrivateMuxerTest, TheProgramsEnvironmentPointsTheToolsAtIt) {
+    TemporaryFolder folder;
+    const ScopedVariable address("USBMUXD_SOCKET_ADDRESS", std::nullopt);
+    const ScopedVariable runtime("XDG_RUNTIME_DIR", folder.path().string());
+    const ScopedVariable bus("DBUS_SYSTEM_BUS_ADDRESS",
+                             "unix:path=" + (folder.path() / "no-bus").string());
+    FakeSystemMuxer system(folder.path() / "system");
+    const ScopedVariable systemMuxer("TOVRIN_SYSTEM_USBMUXD_FOR_TESTING",
+                                     system.socketPath().string());
+    system.addUsbDevice(4, "00008110001A2B3C4D5E6F70");
+    const auto muxer = startPrivateMuxer(folder.path() / "data");
+    ASSERT_NE(muxer, nullptr);
+    const auto socket = folder.path() / "tovrin" / "usbmuxd";
+    EXPECT_EQ(std::string(std::getenv("USBMUXD_SOCKET_ADDRESS")), "UNIX:" + socket.string());
+    EXPECT_EQ(usbDevicesListedAt(socket), 1u);
+}
+
+} // namespace
+} // namespace ambrel::testing

@@ -1,0 +1,204 @@
+#include "muxer/WifiPhoneDirectory.h"
+
+#include <thread>
+
+#include <gtest/gtest.h>
+
+#include "tests/fakes/TemporaryFolder.h"
+#include "tests/muxer/PairRecordFixtures.h"
+
+namespace ambrel::testing {
+namespace {
+
+using namespace std::chrono_literals;
+
+const std::string kPhoneA = "00008110-000A11112222333A";
+const std::string kPhoneB = "00008110-000B11112222333B";
+
+WifiAdvert advert(const std::string& mac, std::array<std::uint8_t, 4> ipv4,
+                  std::uint32_t interfaceIndex = 2) {
+    WifiAdvert result;
+    result.name = mac + "@fe80::1c2b:3aff:fe4d:5e6f";
+    result.fullServiceName = result.name + "._apple-mobdev2._tcp.local.";
+    result.interfaceIndex = interfaceIndex;
+    result.address.bytes = {ipv4[0], ipv4[1], ipv4[2], ipv4[3]};
+    result.address.port = 32498;
+    return result;
+}
+
+WifiAdvert ipv6Advert(const std::string& mac) {
+    auto result = advert(mac, {0, 0, 0, 0});
+    result.address.family = NetworkAddress::Family::ipv6;
+    result.address.bytes = {0xfe, 0x80, 0,    0,    0,    0,    0,    0,
+                            0x1c, 0x2b, 0x3a, 0xff, 0xfe, 0x4d, 0x5e, 0x6f};
+    result.address.scopeId = 2;
+    return result;
+}
+
+MuxDevice usbPhone(const std::string& serial) {
+    MuxDevice device;
+    device.deviceId = 1;
+    device.serialNumber = serial;
+    return device;
+}
+
+class WifiPhoneDirectoryTest : public ::testing::Test {
+protected:
+    WifiPhoneDirectoryTest()
+        : m_store(m_folder.path() / "lockdown", m_folder.path() / "own"),
+          m_directory(m_store, [this] { return m_now; }) {}
+
+    void pair(const std::string& udid, const std::string& mac) {
+        writeFile(m_folder.path() / "lockdown" / (udid + ".plist"), pairRecordBytes(mac, "BUID"));
+    }
+
+    TemporaryFolder m_folder;
+    std::chrono::steady_clock::time_point m_now{};
+    PairRecordStore m_store;
+    WifiPhoneDirectory m_directory;
+};
+
+TEST_F(WifiPhoneDirectoryTest, AdvertNamesGiveTheirMac) {
+    EXPECT_EQ(macOfAdvertName("AA:BB:CC:DD:EE:FF@fe80::1"), "aa:bb:cc:dd:ee:ff");
+    EXPECT_FALSE(macOfAdvertName("aa:bb:cc:dd:ee@fe80::1"));
+    EXPECT_FALSE(macOfAdvertName("aa:bb:cc:dd:ee:fg@fe80::1"));
+    EXPECT_FALSE(macOfAdvertName("aa-bb-cc-dd-ee-ff@fe80::1"));
+    EXPECT_FALSE(macOfAdvertName("My iPhone"));
+}
+
+TEST_F(WifiPhoneDirectoryTest, AnAdvertIsListedUnderThePhoneWhoseRecordHasItsMac) {
+    pair(kPhoneA, "aa:bb:cc:dd:ee:01");
+    pair(kPhoneB, "aa:bb:cc:dd:ee:02");
+    m_directory.advertResolved(advert("AA:BB:CC:DD:EE:02", {192, 168, 1, 20}));
+    const auto devices = m_directory.networkDevices();
+    ASSERT_EQ(devices.size(), 1u);
+    EXPECT_EQ(devices[0].serialNumber, kPhoneB);
+    EXPECT_EQ(devices[0].connection, MuxDevice::Connection::network);
+    EXPECT_GE(devices[0].deviceId, WifiPhoneDirectory::kFirstDeviceId);
+    ASSERT_TRUE(devices[0].address);
+    EXPECT_EQ(toText(*devices[0].address), "192.168.1.20");
+    EXPECT_EQ(devices[0].address->port, 62078);
+    EXPECT_EQ(devices[0].interfaceIndex, 2u);
+    EXPECT_EQ(devices[0].serviceName,
+              "AA:BB:CC:DD:EE:02@fe80::1c2b:3aff:fe4d:5e6f._apple-mobdev2._tcp.local.");
+    // The same phone keeps its device ID.
+    EXPECT_EQ(m_directory.networkDevices()[0].deviceId, devices[0].deviceId);
+}
+
+TEST_F(WifiPhoneDirectoryTest, Ipv4IsPreferredWhicheverResolvedFirst) {
+    pair(kPhoneA, "aa:bb:cc:dd:ee:01");
+    m_directory.advertResolved(ipv6Advert("aa:bb:cc:dd:ee:01"));
+    auto devices = m_directory.networkDevices();
+    ASSERT_EQ(devices.size(), 1u);
+    EXPECT_EQ(devices[0].address->family, NetworkAddress::Family::ipv6);
+    EXPECT_EQ(devices[0].address->scopeId, 2u);
+    m_directory.advertResolved(advert("aa:bb:cc:dd:ee:01", {10, 0, 0, 7}));
+    m_directory.advertResolved(ipv6Advert("aa:bb:cc:dd:ee:01"));
+    devices = m_directory.networkDevices();
+    ASSERT_EQ(devices.size(), 1u);
+    EXPECT_EQ(toText(*devices[0].address), "10.0.0.7");
+}
+
+TEST_F(WifiPhoneDirectoryTest, APhoneStaysListedForTheGracePeriodAfterItsAdvertWent) {
+    pair(kPhoneA, "aa:bb:cc:dd:ee:01");
+    m_directory.advertResolved(advert("aa:bb:cc:dd:ee:01", {10, 0, 0, 7}));
+    m_directory.advertRemoved(advert("aa:bb:cc:dd:ee:01", {}).name, 2);
+    m_now += WifiPhoneDirectory::kGracePeriod - 1ms;
+    EXPECT_EQ(m_directory.networkDevices().size(), 1u);
+    m_now += 1ms;
+    EXPECT_TRUE(m_directory.networkDevices().empty());
+}
+
+TEST_F(WifiPhoneDirectoryTest, AnAdvertThatComesBackEndsItsGracePeriod) {
+    pair(kPhoneA, "aa:bb:cc:dd:ee:01");
+    m_directory.advertResolved(advert("aa:bb:cc:dd:ee:01", {10, 0, 0, 7}));
+    m_directory.everyAdvertRemoved();
+    m_now += 10min;
+    m_directory.advertResolved(advert("aa:bb:cc:dd:ee:01", {10, 0, 0, 8}));
+    m_now += WifiPhoneDirectory::kGracePeriod;
+    const auto devices = m_directory.networkDevices();
+    ASSERT_EQ(devices.size(), 1u);
+    EXPECT_EQ(toText(*devices[0].address), "10.0.0.8");
+}
+
+TEST_F(WifiPhoneDirectoryTest, WithOneKnownPhoneALoneStrangerIsOfferedAsIt) {
+    pair(kPhoneA, "aa:bb:cc:dd:ee:01");
+    m_directory.advertResolved(advert("02:11:22:33:44:55", {10, 0, 0, 9}));
+    auto devices = m_directory.networkDevices();
+    ASSERT_EQ(devices.size(), 1u);
+    EXPECT_EQ(devices[0].serialNumber, kPhoneA);
+    // Two strangers: which one is ours cannot be told.
+    m_directory.advertResolved(advert("02:11:22:33:44:66", {10, 0, 0, 10}));
+    EXPECT_TRUE(m_directory.networkDevices().empty());
+}
+
+TEST_F(WifiPhoneDirectoryTest, WithTwoKnownPhonesStrangersAreNotListed) {
+    pair(kPhoneA, "aa:bb:cc:dd:ee:01");
+    pair(kPhoneB, "aa:bb:cc:dd:ee:02");
+    m_directory.advertResolved(advert("02:11:22:33:44:55", {10, 0, 0, 9}));
+    EXPECT_TRUE(m_directory.networkDevices().empty());
+}
+
+TEST_F(WifiPhoneDirectoryTest, APrivateAddressSeenWhileThePhoneIsOnUsbIsLearned) {
+    pair(kPhoneA, "aa:bb:cc:dd:ee:01");
+    pair(kPhoneB, "aa:bb:cc:dd:ee:02");
+    m_directory.advertResolved(advert("02:11:22:33:44:55", {10, 0, 0, 9}));
+    EXPECT_TRUE(m_directory.networkDevices().empty());
+    // Phone B on the cable, its record's MAC not advertised, one stranger: that is B.
+    m_directory.noteUsbDevices({usbPhone("00008110000B11112222333B")});
+    const auto devices = m_directory.networkDevices();
+    ASSERT_EQ(devices.size(), 1u);
+    EXPECT_EQ(devices[0].serialNumber, kPhoneB);
+    EXPECT_EQ(m_store.learnedMacs().at("02:11:22:33:44:55"), kPhoneB);
+}
+
+TEST_F(WifiPhoneDirectoryTest, NothingIsLearnedWhenThePhoneOnUsbAdvertisesItsOwnMac) {
+    pair(kPhoneA, "aa:bb:cc:dd:ee:01");
+    pair(kPhoneB, "aa:bb:cc:dd:ee:02");
+    m_directory.advertResolved(advert("aa:bb:cc:dd:ee:02", {10, 0, 0, 8}));
+    m_directory.advertResolved(advert("02:11:22:33:44:55", {10, 0, 0, 9}));
+    m_directory.noteUsbDevices({usbPhone("00008110000B11112222333B")});
+    EXPECT_TRUE(m_store.learnedMacs().empty());
+    // Nor with two phones on the cable, nor with an unknown one.
+    m_directory.noteUsbDevices(
+        {usbPhone("00008110000B11112222333B"), usbPhone("00008110000A11112222333A")});
+    m_directory.noteUsbDevices({usbPhone("00008110000C11112222333C")});
+    EXPECT_TRUE(m_store.learnedMacs().empty());
+}
+
+TEST_F(WifiPhoneDirectoryTest, AListingRightAfterTheStartWaitsForDiscoveryToSettle) {
+    pair(kPhoneA, "aa:bb:cc:dd:ee:01");
+    m_directory.expectDiscovery(5s);
+    std::thread discovery([this] {
+        std::this_thread::sleep_for(100ms);
+        m_directory.advertResolved(advert("aa:bb:cc:dd:ee:01", {10, 0, 0, 7}));
+        m_directory.discoverySettled();
+    });
+    const auto started = std::chrono::steady_clock::now();
+    EXPECT_EQ(m_directory.networkDevices().size(), 1u);
+    EXPECT_LT(std::chrono::steady_clock::now() - started, 4s);
+    discovery.join();
+}
+
+TEST_F(WifiPhoneDirectoryTest, ADiscoveryThatNeverSettlesCostsItsLimitOnce) {
+    m_directory.expectDiscovery(200ms);
+    const auto started = std::chrono::steady_clock::now();
+    EXPECT_TRUE(m_directory.networkDevices().empty());
+    const auto first = std::chrono::steady_clock::now() - started;
+    EXPECT_GE(first, 200ms);
+    EXPECT_LT(first, 3s);
+    const auto again = std::chrono::steady_clock::now();
+    EXPECT_TRUE(m_directory.networkDevices().empty());
+    EXPECT_LT(std::chrono::steady_clock::now() - again, 150ms);
+}
+
+TEST_F(WifiPhoneDirectoryTest, PairRecordsGivenOutByTheSystemMuxerAreKept) {
+    m_directory.notePairRecord(kPhoneA, pairRecordBytes("aa:bb:cc:dd:ee:01", "KEPT-BUID"));
+    EXPECT_EQ(systemBuidOfPairRecord(*m_directory.pairRecord(kPhoneA)), "KEPT-BUID");
+    EXPECT_EQ(m_directory.systemBuid(), "KEPT-BUID");
+    m_directory.advertResolved(advert("aa:bb:cc:dd:ee:01", {10, 0, 0, 7}));
+    ASSERT_EQ(m_directory.networkDevices().size(), 1u);
+}
+
+} // namespace
+} // namespace ambrel::testing

@@ -1,0 +1,221 @@
+#!/bin/bash
+# The iPhone read over Wi-Fi as a user lives it, with a real avahi-daemon: in private network,
+# mount and PID namespaces, a private system bus, avahi-daemon on one end of a veth pair,
+# avahi-publish announcing the phone, and the simulated iPhone as the phone and as the
+# system's usbmuxd at /run/usbmuxd. The program runs as `tovrin --readings` and starts its own
+# muxer, as on a user's desktop.
+#
+#   wifi_end_to_end.sh <tovrin> <python3> <simphone.py>
+#
+# Ends with 77 (skipped) where namespaces are refused.
+set -u
+TOVRIN=$1
+PYTHON=$2
+SIMPHONE=$3
+
+if [ "${TOVRIN_WIFI_E2E_INSIDE:-}" != 1 ]; then
+    if [ "$(id -u)" != 0 ]; then
+        echo "SKIPPED: network, mount and PID namespaces need root here"
+        exit 77
+    fi
+    if ! unshare --net --mount --pid --fork --mount-proc true 2>/dev/null; then
+        echo "SKIPPED: this system refuses network, mount and PID namespaces"
+        exit 77
+    fi
+    exec env TOVRIN_WIFI_E2E_INSIDE=1 unshare --net --mount --pid --fork --mount-proc \
+        "$0" "$@"
+fi
+
+# From here on this shell is PID 1 of its own namespace: when it ends, every process it
+# started ends with it.
+set -e
+UDID=00008110-001A2B3C4D5E6F70
+SERIAL=00008110001A2B3C4D5E6F70
+PHONE_MAC=f0:99:bf:10:20:30
+PRIVATE_MAC=02:11:22:33:44:55
+PHONE_ADDRESS=127.0.0.2
+HOST_ID=5B7A1C52-4E4B-4D2B-9A05-1C1D0E2F3A4B
+BUID=8C0F6E1A-2B3C-4D5E-8F90-A1B2C3D4E5F6
+USB_STATUS="Connected by USB · unplug to test Wi-Fi"
+WIFI_STATUS="Connected over Wi-Fi · checks every 5 min"
+
+work=$(mktemp -d /tmp/tovrin-wifi-e2e.XXXXXX)
+cleanup() { rm -rf "$work"; }
+trap cleanup EXIT
+failures=0
+fail() { echo "FAILED: $*"; failures=$((failures + 1)); }
+
+mount --make-rprivate /
+mount -t tmpfs tmpfs /run
+mkdir -p /run/dbus /run/avahi-daemon
+if [ -d /var/lib/lockdown ]; then
+    mount -t tmpfs tmpfs /var/lib/lockdown
+fi
+
+ip link set lo up
+ip link add tovrin0 type veth peer name tovrin1
+ip addr add 10.77.0.1/24 dev tovrin0
+ip addr add 10.77.0.2/24 dev tovrin1
+ip link set tovrin0 up
+ip link set tovrin1 up
+
+cat >"$work/system-bus.conf" <<'CONF'
+<!DOCTYPE busconfig PUBLIC "-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN"
+ "http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd">
+<busconfig>
+  <type>system</type>
+  <listen>unix:path=/run/dbus/system_bus_socket</listen>
+  <auth>EXTERNAL</auth>
+  <policy context="default">
+    <allow user="*"/>
+    <allow own="*"/>
+    <allow send_destination="*"/>
+    <allow receive_sender="*"/>
+  </policy>
+  <includedir>/usr/share/dbus-1/system.d</includedir>
+</busconfig>
+CONF
+dbus-daemon --config-file="$work/system-bus.conf" --nofork --nopidfile 2>"$work/bus.log" &
+export DBUS_SYSTEM_BUS_ADDRESS=unix:path=/run/dbus/system_bus_socket
+for _ in $(seq 100); do
+    [ -S /run/dbus/system_bus_socket ] && break
+    sleep 0.1
+done
+
+cat >"$work/avahi-daemon.conf" <<'CONF'
+[server]
+host-name=tovrin-test-host
+use-ipv4=yes
+use-ipv6=yes
+allow-interfaces=tovrin0
+enable-dbus=yes
+[wide-area]
+enable-wide-area=no
+[publish]
+publish-workstation=no
+publish-hinfo=no
+publish-addresses=yes
+CONF
+start_avahi() {
+    avahi-daemon -f "$work/avahi-daemon.conf" --no-drop-root --no-chroot --no-rlimits \
+        >"$work/avahi.log" 2>&1 &
+    AVAHI=$!
+    for _ in $(seq 100); do
+        if avahi-browse -a -t -p >/dev/null 2>&1; then
+            return 0
+        fi
+        sleep 0.1
+    done
+    echo "avahi-daemon did not come up:"; cat "$work/avahi.log"
+    exit 1
+}
+publish_phone() {
+    local mac=$1
+    avahi-publish -a -R iphone-sim.local "$PHONE_ADDRESS" >"$work/publish-a.log" 2>&1 &
+    PUBLISH_A=$!
+    avahi-publish -s -H iphone-sim.local "$mac@fe80::f299:bfff:fe10:2030" _apple-mobdev2._tcp \
+        62078 >"$work/publish-s.log" 2>&1 &
+    PUBLISH_S=$!
+    for _ in $(seq 100); do
+        if avahi-browse -r -t -p _apple-mobdev2._tcp 2>/dev/null | grep -q "^=.*$PHONE_ADDRESS"; then
+            return 0
+        fi
+        sleep 0.1
+    done
+    echo "the phone's advert did not resolve"; cat "$work"/publish-*.log
+    exit 1
+}
+unpublish_phone() {
+    kill "$PUBLISH_A" "$PUBLISH_S" 2>/dev/null || true
+    wait "$PUBLISH_A" "$PUBLISH_S" 2>/dev/null || true
+}
+
+# The simulated iPhone: on the cable (the system's usbmuxd at /run/usbmuxd) or on Wi-Fi only
+# (no usbmuxd at all, lockdown on its own address), always with the same pairing.
+start_phone() {
+    local connection=$1 usbmuxd=$2
+    cat >"$work/scenario.json" <<JSON
+{"usbmuxd": "$usbmuxd", "buid": "$BUID",
+ "devices": [{"udid": "$SERIAL", "connection": "$connection", "address": "$PHONE_ADDRESS",
+              "hostId": "$HOST_ID", "recordWiFiMACAddress": "$PHONE_MAC",
+              "battery": {"BatteryCurrentCapacity": 64, "BatteryIsCharging": false,
+                          "ExternalConnected": false}}]}
+JSON
+    "$PYTHON" "$SIMPHONE" --scenario "$work/scenario.json" --socket /run/usbmuxd \
+        --stats "$work/stats.json" --lifetime 120 >"$work/phone.out" 2>"$work/phone.err" &
+    PHONE=$!
+    for _ in $(seq 100); do
+        if grep -q ready "$work/phone.out" 2>/dev/null; then
+            return 0
+        fi
+        sleep 0.1
+    done
+    echo "the simulated iPhone did not start:"; cat "$work/phone.err"
+    exit 1
+}
+stop_phone() {
+    kill "$PHONE" 2>/dev/null || true
+    wait "$PHONE" 2>/dev/null || true
+    rm -f /run/usbmuxd
+}
+
+mkdir -p "$work/home" "$work/data" "$work/runtime"
+chmod 700 "$work/runtime"
+readings() {
+    env -u USBMUXD_SOCKET_ADDRESS -u DISPLAY -u WAYLAND_DISPLAY HOME="$work/home" \
+        XDG_DATA_HOME="$work/data" XDG_RUNTIME_DIR="$work/runtime" QT_QPA_PLATFORM=offscreen \
+        LANG=en_US.UTF-8 timeout 120 "$TOVRIN" --readings
+}
+# expect <what> <status> <source or "none">
+expect() {
+    local what=$1 status=$2 source=$3 report
+    report=$(readings) || true
+    local got
+    got=$("$PYTHON" -c 'import json,sys
+r = json.loads(sys.argv[1])
+p = r.get("phone") or {}
+print(r.get("phoneStatus", "") + "|" + str(p.get("source", "none")) + "|" + str(p.get("percentage")))' "$report" 2>&1) || got="unreadable report: $report"
+    if [ "$got" != "$status|$source|64" ] && { [ "$source" != none ] || [ "${got%%|*}" != "$status" ]; }; then
+        fail "$what: expected '$status' from '$source', got '$got'"
+    else
+        echo "ok: $what: $got"
+    fi
+}
+
+start_avahi
+publish_phone "$PHONE_MAC"
+
+# 1. First read over USB: the program's muxer passes the cable through and keeps the pairing.
+start_phone usb normal
+expect "first read over USB" "$USB_STATUS" USB
+stop_phone
+records="$work/data/Ambrel/pair-records"
+if [ "$(stat -c %a "$records" 2>/dev/null)" != 700 ] ||
+    [ "$(stat -c %a "$records/$UDID.plist" 2>/dev/null)" != 600 ]; then
+    fail "the kept pair record is not private: $(ls -la "$records" 2>&1)"
+fi
+
+# 2. Unplugged: no system muxer at all; the phone is found through avahi and read over Wi-Fi.
+start_phone network absent
+expect "read over Wi-Fi" "$WIFI_STATUS" Wi-Fi
+
+# 3. A private Wi-Fi address: the advert's MAC is not the record's; one known phone.
+unpublish_phone
+publish_phone "$PRIVATE_MAC"
+expect "private Wi-Fi address, one known phone" "$WIFI_STATUS" Wi-Fi
+stop_phone
+
+# 4. avahi-daemon stopped: USB only, worded as today.
+unpublish_phone
+kill "$AVAHI"
+wait "$AVAHI" 2>/dev/null || true
+start_phone usb normal
+expect "avahi-daemon stopped, USB only" "$USB_STATUS" USB
+stop_phone
+
+if [ "$failures" -ne 0 ]; then
+    echo "$failures of 4 steps failed; avahi-daemon said:"
+    cat "$work/avahi.log"
+    exit 1
+fi
+echo "all 4 steps passed"
