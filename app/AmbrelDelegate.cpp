@@ -23,8 +23,7 @@
 #include "app/WakeObserver.h"
 #include "monitor/BarState.h"
 #include "monitor/BatteryMonitor.h"
-#include "phone/CommandRunner.h"
-#include "platform/linux/XdgAutostartService.h"
+#include "platform/linux/SpawnProcessLauncher.h"
 #include "platform/qt/DeadlineTimer.h"
 #include "platform/qt/QtMainScheduler.h"
 #include "views/AmbrelView.h"
@@ -58,7 +57,8 @@ AmbrelDelegate::AmbrelDelegate(std::vector<std::string> arguments, std::shared_p
     : QObject(parent), m_arguments(std::move(arguments)), m_bundle(std::move(bundle)),
       m_loginItems(std::move(loginItems)),
       m_displayName(QString::fromStdString(ShellTexts::displayName(*m_bundle))),
-      m_forcedLook(CommandLine::previewLook(m_arguments)) {
+      m_forcedLook(CommandLine::previewLook(m_arguments)),
+      m_launcher(std::make_shared<SpawnProcessLauncher>()) {
     WidgetBrand::readFrom(m_bundle);
 }
 
@@ -91,7 +91,7 @@ void AmbrelDelegate::applicationDidFinishLaunching() {
     }
 
     m_scheduler = std::make_shared<QtMainScheduler>();
-    auto services = systemMonitorServices(m_scheduler, m_bundle);
+    auto services = systemMonitorServices(m_scheduler, m_bundle, m_launcher);
     const auto toolDirectory = bundleToolDirectory(*m_bundle);
     m_monitor = std::make_unique<BatteryMonitor>(std::move(services), toolDirectory, std::nullopt);
 
@@ -102,8 +102,7 @@ void AmbrelDelegate::applicationDidFinishLaunching() {
     actions.refresh = [this] { m_monitor->refreshAll(); };
     actions.quit = [] { QCoreApplication::quit(); };
     actions.openAutostartSettings = [this] {
-        const auto* xdg = dynamic_cast<const XdgAutostartService*>(m_loginItems.get());
-        AutostartSettings::open(xdg != nullptr ? xdg->autostartFolder() : std::filesystem::path());
+        AutostartSettings::open(m_loginItems->settingsFolder().value_or(std::filesystem::path()));
     };
     // Tray hosts show the application name as the item's title; the settings file is named
     // apart from it.
@@ -278,7 +277,7 @@ void AmbrelDelegate::applicationWillTerminate() {
     m_colorSchemeWatcher.reset();
     // A phone tool still running would outlive the program otherwise, and a read on its way
     // must not start another one.
-    CommandRunner::refuseLaunchesAndTerminate();
+    m_launcher->shutDown();
 }
 
 } // namespace ambrel

@@ -27,6 +27,7 @@ class LoginItemService;
 class LowBatteryAlertsController;
 class PanelFrameStore;
 class QtMainScheduler;
+class SpawnProcessLauncher;
 class StatusMenu;
 class WakeObserver;
 
@@ -74,6 +75,8 @@ private:
     QString m_displayName;
     std::optional<CommandLine::PreviewLook> m_forcedLook;
 
+    // Starts the phone tools; shut down at quit so that none outlives the program.
+    std::shared_ptr<SpawnProcessLauncher> m_launcher;
     std::shared_ptr<QtMainScheduler> m_scheduler;
     std::unique_ptr<BatteryMonitor> m_monitor;
     std::unique_ptr<PanelFrameStore> m_frameStore;

@@ -122,9 +122,9 @@ int run(int argc, char** argv, const std::vector<std::string>& arguments) {
     }
     QCoreApplication application(argc, argv);
     auto scheduler = std::make_shared<QtMainScheduler>();
-    auto services = systemMonitorServices(scheduler, std::make_shared<ExecutableBundle>());
-    // The bar never reads the phone: only the saved reading or the widget's is shown.
-    services.readPhone = nullptr;
+    // The bar never reads the phone, so it gets no launcher: only the saved reading or the
+    // widget's is shown.
+    auto services = systemMonitorServices(scheduler, std::make_shared<ExecutableBundle>(), nullptr);
     BatteryMonitor monitor(std::move(services), std::nullopt, std::nullopt);
 
     const auto stateFile = BarStateFile::location();

@@ -9,6 +9,7 @@
 
 #include "app/SystemServices.h"
 #include "platform/linux/ExecutableBundle.h"
+#include "platform/linux/SpawnProcessLauncher.h"
 #include "platform/qt/QtMainScheduler.h"
 
 namespace ambrel::ReadingsCommand {
@@ -36,7 +37,9 @@ int run(int argc, char** argv) {
     // A core application, not a GUI one: this works over SSH and without any display.
     QCoreApplication application(argc, argv);
     auto scheduler = std::make_shared<QtMainScheduler>();
-    auto services = systemMonitorServices(scheduler, std::make_shared<ExecutableBundle>());
+    const auto launcher = std::make_shared<SpawnProcessLauncher>();
+    auto services =
+        systemMonitorServices(scheduler, std::make_shared<ExecutableBundle>(), launcher);
     const auto toolDirectory = bundleToolDirectory(*services.bundle);
     BatteryMonitor monitor(std::move(services), toolDirectory, std::nullopt);
 
@@ -57,6 +60,7 @@ int run(int argc, char** argv) {
     const std::string line = report(monitor) + "\n";
     std::fwrite(line.data(), 1, line.size(), stdout);
     std::fflush(stdout);
+    launcher->shutDown();
     return 0;
 }
 

@@ -12,7 +12,8 @@
 namespace ambrel {
 
 MonitorServices systemMonitorServices(std::shared_ptr<MainScheduler> scheduler,
-                                      std::shared_ptr<Bundle> bundle) {
+                                      std::shared_ptr<Bundle> bundle,
+                                      std::shared_ptr<ProcessLauncher> launcher) {
     auto clock = std::make_shared<SystemClock>();
     MonitorServices services;
     services.clock = clock;
@@ -22,10 +23,16 @@ MonitorServices systemMonitorServices(std::shared_ptr<MainScheduler> scheduler,
     services.host = std::make_shared<LinuxHostInfo>();
     services.folders = std::make_shared<XdgFolders>();
     services.bundle = std::move(bundle);
-    services.readPhone = [clock](const std::filesystem::path& toolDirectory,
-                                 const std::optional<std::string>& preferredID,
-                                 const std::optional<PhoneIdentity>& identity) {
-        return PhoneReader::readAttempt(toolDirectory, preferredID, identity, *clock);
+    if (!launcher) {
+        return services;
+    }
+    // The read keeps its own share of the launcher: it may still be on its way when the program
+    // quits.
+    services.readPhone = [clock, launcher = std::move(launcher)](
+                             const std::filesystem::path& toolDirectory,
+                             const std::optional<std::string>& preferredID,
+                             const std::optional<PhoneIdentity>& identity) {
+        return PhoneReader::readAttempt(toolDirectory, preferredID, identity, *clock, *launcher);
     };
     return services;
 }

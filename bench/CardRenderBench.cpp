@@ -33,7 +33,7 @@ public:
         std::lock_guard lock(m_mutex);
         m_jobs.push_back(std::move(job));
     }
-    void pause(double) override {}
+    void pause(std::chrono::milliseconds) override {}
 
     // Runs the phone read that was started and applies its outcome.
     void drain() {

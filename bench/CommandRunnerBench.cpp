@@ -1,6 +1,7 @@
 // How much the command runner costs: (a) one run of /bin/true through the runner against a bare
 // posix_spawn + waitpid of the same program; (b) draining 1 GiB of standard output through the
 // runner against the same producer piped into dd reading 4,096 bytes at a time.
+#include <chrono>
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -12,6 +13,7 @@
 #include <benchmark/benchmark.h>
 
 #include "phone/CommandRunner.h"
+#include "platform/linux/SpawnProcessLauncher.h"
 
 extern char** environ;
 
@@ -45,9 +47,16 @@ int spawnAndWait(std::vector<std::string> arguments) {
     return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 
+// The program's one launcher.
+ambrel::SpawnProcessLauncher& launcher() {
+    static ambrel::SpawnProcessLauncher instance;
+    return instance;
+}
+
 void runTrueThroughRunner(benchmark::State& state) {
     for (auto _ : state) {
-        const auto output = ambrel::CommandRunner::run(kTrue, {}, 5.0);
+        const auto output =
+            ambrel::CommandRunner::run(launcher(), kTrue, {}, std::chrono::seconds(5));
         if (output.status != 0) {
             state.SkipWithError("/bin/true did not succeed");
             break;
@@ -67,8 +76,8 @@ void spawnTrueBare(benchmark::State& state) {
 void drainGibibyteThroughRunner(benchmark::State& state) {
     const double residentBefore = maxResidentKiB();
     for (auto _ : state) {
-        const auto output =
-            ambrel::CommandRunner::run(kHead, {"-c", kFloodBytes, "/dev/zero"}, 120.0);
+        const auto output = ambrel::CommandRunner::run(
+            launcher(), kHead, {"-c", kFloodBytes, "/dev/zero"}, std::chrono::seconds(120));
         if (output.status != 0 || output.timedOut ||
             output.stdoutText.size() != ambrel::CommandRunner::kCapturedBytesLimit) {
             state.SkipWithError("the flood did not drain as expected");

@@ -20,6 +20,7 @@
 #include <benchmark/benchmark.h>
 
 #include "phone/PhoneReader.h"
+#include "platform/linux/SpawnProcessLauncher.h"
 #include "platform/linux/SystemClock.h"
 
 extern char** environ;
@@ -125,6 +126,7 @@ void phoneRead(benchmark::State& state) {
         return;
     }
     const ambrel::SystemClock clock;
+    ambrel::SpawnProcessLauncher launcher;
     const std::optional<std::string> preferred =
         identityKnown ? std::optional<std::string>(kUdid) : std::nullopt;
     const std::optional<ambrel::PhoneIdentity> identity =
@@ -137,7 +139,7 @@ void phoneRead(benchmark::State& state) {
     for (auto _ : state) {
         const auto readStart = std::chrono::steady_clock::now();
         const auto result =
-            ambrel::PhoneReader::readAttempt(tools().path(), preferred, identity, clock);
+            ambrel::PhoneReader::readAttempt(tools().path(), preferred, identity, clock, launcher);
         const Seconds read = std::chrono::steady_clock::now() - readStart;
         if (!result || result.value().snapshot.percentage() != 87) {
             state.SkipWithError("the read did not succeed");

@@ -6,6 +6,7 @@
 #include <string_view>
 
 #include "fuzz/FuzzCheck.h"
+#include "model/WhiteSpace.h"
 #include "phone/UnicodeText.h"
 
 using ambrel::fuzzing::check;

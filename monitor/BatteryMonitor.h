@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <filesystem>
 #include <functional>
@@ -55,7 +56,7 @@ public:
     static constexpr const char* kCheckingPhoneStatus = "Checking iPhone\u2026";
     static constexpr const char* kUsbStatus = "Connected by USB \u00b7 unplug to test Wi-Fi";
     // Delay before the one retry of a transient phone failure, in seconds.
-    static constexpr double kTransientRetryDelay = 0.5;
+    static constexpr std::chrono::milliseconds kTransientRetryDelay{500};
 
     // A missing tool folder becomes the bundle's resource folder (else the executable's folder)
     // + "Runtime/bin"; a missing cache file becomes Application Support (else the temporary

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <array>
 
-#include "phone/UnicodeText.h"
+#include "model/WhiteSpace.h"
 
 namespace ambrel {
 

@@ -1,15 +1,17 @@
 #pragma once
 
+#include <chrono>
+
 namespace ambrel {
 
-// The time limits, in seconds, of the tool runs of one phone read.
+// The time limits of the tool runs of one phone read.
 struct PhoneReadTimeouts {
     // `idevice_id -n` and `idevice_id -l`.
-    double list = 6.0;
+    std::chrono::milliseconds list{6000};
     // `ideviceinfo ... -q com.apple.mobile.battery -x`.
-    double battery = 8.0;
+    std::chrono::milliseconds battery{8000};
     // `ideviceinfo ... -k DeviceName` and `-k ProductType`.
-    double key = 5.0;
+    std::chrono::milliseconds key{5000};
 };
 
 } // namespace ambrel

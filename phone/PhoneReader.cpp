@@ -8,6 +8,7 @@
 
 #include <unistd.h>
 
+#include "model/WhiteSpace.h"
 #include "phone/CommandRunner.h"
 #include "phone/DeviceIdentifiers.h"
 #include "phone/PhoneIssueClassifier.h"
@@ -85,9 +86,10 @@ std::optional<PhoneReading> readPass(bool network, const std::filesystem::path& 
                                      const std::filesystem::path& infoTool,
                                      const std::optional<std::string>& preferredID,
                                      const std::optional<PhoneIdentity>& identity,
-                                     const Clock& clock, const PhoneReadTimeouts& timeouts,
-                                     AttemptState& state) {
-    const auto list = CommandRunner::run(listTool, {network ? "-n" : "-l"}, timeouts.list);
+                                     const Clock& clock, ProcessLauncher& launcher,
+                                     const PhoneReadTimeouts& timeouts, AttemptState& state) {
+    const auto list =
+        CommandRunner::run(launcher, listTool, {network ? "-n" : "-l"}, timeouts.list);
     if (!list.succeeded()) {
         state.lastFailure = list;
         return std::nullopt;
@@ -116,8 +118,9 @@ std::optional<PhoneReading> readPass(bool network, const std::filesystem::path& 
         base.emplace_back("-u");
         base.push_back(udid);
 
-        const auto battery = CommandRunner::run(
-            infoTool, withArguments(base, {"-q", kBatteryDomain, "-x"}), timeouts.battery);
+        const auto battery =
+            CommandRunner::run(launcher, infoTool,
+                               withArguments(base, {"-q", kBatteryDomain, "-x"}), timeouts.battery);
         if (!battery.succeeded()) {
             state.lastFailure = battery;
             continue;
@@ -133,8 +136,9 @@ std::optional<PhoneReading> readPass(bool network, const std::filesystem::path& 
             who = *identity;
         } else {
             who.udid = udid;
-            who.name = readKey("DeviceName", infoTool, base, timeouts.key).value_or(kFallbackName);
-            who.model = readKey("ProductType", infoTool, base, timeouts.key);
+            who.name = readKey("DeviceName", infoTool, base, launcher, timeouts.key)
+                           .value_or(kFallbackName);
+            who.model = readKey("ProductType", infoTool, base, launcher, timeouts.key);
             if (who.model && !who.model->starts_with(kPhoneModelPrefix)) {
                 // Not a phone (an iPad, say): passed over without a word.
                 continue;
@@ -154,14 +158,8 @@ std::optional<PhoneReading> readPass(bool network, const std::filesystem::path& 
 
 PhoneReadResult readAttempt(const std::filesystem::path& toolDirectory,
                             const std::optional<std::string>& preferredID,
-                            const std::optional<PhoneIdentity>& identity, const Clock& clock) {
-    return readAttempt(toolDirectory, preferredID, identity, clock, PhoneReadTimeouts{});
-}
-
-PhoneReadResult readAttempt(const std::filesystem::path& toolDirectory,
-                            const std::optional<std::string>& preferredID,
                             const std::optional<PhoneIdentity>& identity, const Clock& clock,
-                            const PhoneReadTimeouts& timeouts) {
+                            ProcessLauncher& launcher, const PhoneReadTimeouts& timeouts) {
     const auto listTool = toolDirectory / "idevice_id";
     const auto infoTool = toolDirectory / "ideviceinfo";
     if (!isExecutableFile(listTool) || !isExecutableFile(infoTool)) {
@@ -173,7 +171,7 @@ PhoneReadResult readAttempt(const std::filesystem::path& toolDirectory,
     // Wi-Fi first on purpose: USB is only asked when no phone answered over the network.
     for (const bool network : {true, false}) {
         if (auto reading = readPass(network, listTool, infoTool, preferredID, identity, clock,
-                                    timeouts, state)) {
+                                    launcher, timeouts, state)) {
             return std::move(*reading);
         }
     }
@@ -182,16 +180,12 @@ PhoneReadResult readAttempt(const std::filesystem::path& toolDirectory,
 }
 
 std::optional<std::string> readKey(const std::string& key, const std::filesystem::path& infoTool,
-                                   const std::vector<std::string>& base) {
-    return readKey(key, infoTool, base, PhoneReadTimeouts{}.key);
-}
-
-std::optional<std::string> readKey(const std::string& key, const std::filesystem::path& infoTool,
-                                   const std::vector<std::string>& base, double timeout) {
+                                   const std::vector<std::string>& base, ProcessLauncher& launcher,
+                                   std::chrono::milliseconds timeout) {
     auto arguments = base;
     arguments.emplace_back("-k");
     arguments.push_back(key);
-    const auto output = CommandRunner::run(infoTool, arguments, timeout);
+    const auto output = CommandRunner::run(launcher, infoTool, arguments, timeout);
     if (!output.succeeded()) {
         return std::nullopt;
     }

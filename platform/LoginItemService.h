@@ -1,5 +1,7 @@
 #pragma once
 
+#include <filesystem>
+#include <optional>
 #include <string>
 #include <variant>
 
@@ -37,6 +39,9 @@ public:
     virtual LoginItemStatus status() const = 0;
     virtual LoginItemResult registerItem() = 0;
     virtual LoginItemResult unregisterItem() = 0;
+    // The folder the desktop keeps start-at-login entries in, for the user to manage them
+    // there; absent when there is no such folder.
+    virtual std::optional<std::filesystem::path> settingsFolder() const { return std::nullopt; }
 };
 
 } // namespace ambrel

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <functional>
 
 namespace ambrel {
@@ -11,8 +12,8 @@ public:
     virtual ~Worker() = default;
     // Thread-safe. Starts `job` on a background thread and returns at once.
     virtual void run(std::function<void()> job) = 0;
-    // Called from inside a job: waits `seconds` before the job goes on.
-    virtual void pause(double seconds) = 0;
+    // Called from inside a job: waits `delay` before the job goes on.
+    virtual void pause(std::chrono::milliseconds delay) = 0;
 };
 
 } // namespace ambrel

@@ -1,11 +1,8 @@
 #include "views/WidgetBrand.h"
 
-#include <string_view>
 #include <utility>
 
-#include <unicode/uchar.h>
-#include <unicode/utf8.h>
-
+#include "model/WhiteSpace.h"
 #include "platform/Bundle.h"
 
 namespace ambrel::WidgetBrand {
@@ -22,45 +19,17 @@ std::shared_ptr<const Bundle>& givenBundle() {
     return bundle;
 }
 
-// Byte offsets of the first and one past the last code point that is not white space (spaces
-// of every kind, tabs and line breaks); equal when there is none.
-std::pair<std::size_t, std::size_t> contentRange(std::string_view text) {
-    const auto* bytes = reinterpret_cast<const uint8_t*>(text.data());
-    const auto length = static_cast<int32_t>(text.size());
-    std::size_t begin = text.size();
-    std::size_t end = text.size();
-    int32_t offset = 0;
-    bool seenContent = false;
-    while (offset < length) {
-        const int32_t start = offset;
-        UChar32 c = 0;
-        U8_NEXT(bytes, offset, length, c);
-        // A malformed byte sequence is content, not space.
-        if (c < 0 || !u_isUWhiteSpace(c)) {
-            if (!seenContent) {
-                begin = static_cast<std::size_t>(start);
-                seenContent = true;
-            }
-            end = static_cast<std::size_t>(offset);
-        }
-    }
-    if (!seenContent) {
-        return {0, 0};
-    }
-    return {begin, end};
-}
-
 } // namespace
 
 std::string brandName(const std::optional<std::string>& displayName) {
     if (!displayName) {
         return kDefaultName;
     }
-    const auto [begin, end] = contentRange(*displayName);
-    if (begin == end) {
+    const auto trimmed = trimmingWhitespaceAndNewlines(*displayName);
+    if (trimmed.empty()) {
         return kDefaultName;
     }
-    return displayName->substr(begin, end - begin);
+    return std::string(trimmed);
 }
 
 const std::string& name() {

@@ -43,8 +43,8 @@ void ThreadWorker::run(std::function<void()> job) {
     }
 }
 
-void ThreadWorker::pause(double seconds) {
-    std::this_thread::sleep_for(std::chrono::duration<double>(seconds));
+void ThreadWorker::pause(std::chrono::milliseconds delay) {
+    std::this_thread::sleep_for(delay);
 }
 
 } // namespace ambrel

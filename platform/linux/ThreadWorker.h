@@ -11,7 +11,7 @@ namespace ambrel {
 class ThreadWorker final : public Worker {
 public:
     void run(std::function<void()> job) override;
-    void pause(double seconds) override;
+    void pause(std::chrono::milliseconds delay) override;
 };
 
 } // namespace ambrel

@@ -95,6 +95,10 @@ std::filesystem::path XdgAutostartService::autostartFolder() const {
     return configHome() / "autostart";
 }
 
+std::optional<std::filesystem::path> XdgAutostartService::settingsFolder() const {
+    return autostartFolder();
+}
+
 std::filesystem::path XdgAutostartService::entryPath() const {
     const auto& identifier = m_program.identifier;
     const bool usable = !identifier.empty() && identifier.find('/') == std::string::npos &&

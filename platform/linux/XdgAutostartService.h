@@ -48,6 +48,7 @@ public:
     std::filesystem::path entryPath() const;
     // The autostart folder's parent, as the desktop's settings would show it.
     std::filesystem::path autostartFolder() const;
+    std::optional<std::filesystem::path> settingsFolder() const override;
     // Why this copy cannot be started at login, in words for the user; absent when it can.
     std::optional<std::string> installationProblem() const;
     // The entry file's text for this program.

@@ -4,7 +4,8 @@
 
 namespace ambrel::testing {
 
-void ManualWorker::pause(double seconds) {
+void ManualWorker::pause(std::chrono::milliseconds delay) {
+    const double seconds = std::chrono::duration<double>(delay).count();
     m_pauses.push_back(seconds);
     m_scheduler.shiftClock(seconds);
 }

@@ -17,11 +17,12 @@ public:
     explicit ManualWorker(SimulatedScheduler& scheduler) : m_scheduler(scheduler) {}
 
     void run(std::function<void()> job) override { m_jobs.push_back(std::move(job)); }
-    void pause(double seconds) override;
+    void pause(std::chrono::milliseconds delay) override;
 
     // Runs the jobs started so far (and any they start). Returns how many ran.
     int runJobs();
     std::size_t pendingJobs() const { return m_jobs.size(); }
+    // Every pause so far, in seconds.
     const std::vector<double>& pauses() const { return m_pauses; }
 
 private:

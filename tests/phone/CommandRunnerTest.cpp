@@ -16,6 +16,8 @@
 
 #include <gtest/gtest.h>
 
+#include "platform/linux/SpawnProcessLauncher.h"
+#include "tests/fakes/FakeProcessLauncher.h"
 #include "tests/fakes/TemporaryFolder.h"
 
 namespace ambrel {
@@ -24,6 +26,18 @@ namespace {
 using testing::TemporaryFolder;
 
 using Seconds = std::chrono::duration<double>;
+using std::chrono::milliseconds;
+
+// The limit in seconds, as the runner's callers think of it.
+milliseconds limit(double seconds) {
+    return std::chrono::duration_cast<milliseconds>(Seconds(seconds));
+}
+
+// One launcher for the tests that run real children, as the program has one.
+SpawnProcessLauncher& launcher() {
+    static SpawnProcessLauncher instance;
+    return instance;
+}
 
 const std::filesystem::path& testChild() {
     static const std::filesystem::path path =
@@ -48,7 +62,7 @@ struct TimedOutput {
 TimedOutput timedRun(const std::filesystem::path& executable,
                      const std::vector<std::string>& arguments, double timeout) {
     const auto start = std::chrono::steady_clock::now();
-    auto output = CommandRunner::run(executable, arguments, timeout);
+    auto output = CommandRunner::run(launcher(), executable, arguments, limit(timeout));
     return {std::move(output), Seconds(std::chrono::steady_clock::now() - start).count()};
 }
 
@@ -230,11 +244,12 @@ TEST(CommandRunnerTest, ChildStartsWithDefaultSignalsAndEmptyMask) {
 
 TEST(CommandRunnerTest, NoZombieIsLeftAfterRuns) {
     ASSERT_TRUE(hasNoChildren());
-    (void)CommandRunner::run(testChild(), {"silent"}, 5.0);
+    (void)CommandRunner::run(launcher(), testChild(), {"silent"}, limit(5.0));
     EXPECT_TRUE(hasNoChildren());
-    (void)CommandRunner::run(testChild(), {"raise", std::to_string(SIGKILL)}, 5.0);
+    (void)CommandRunner::run(launcher(), testChild(), {"raise", std::to_string(SIGKILL)},
+                             limit(5.0));
     EXPECT_TRUE(hasNoChildren());
-    (void)CommandRunner::run(testChild(), {"sleep", "30"}, 0.1);
+    (void)CommandRunner::run(launcher(), testChild(), {"sleep", "30"}, limit(0.1));
     EXPECT_TRUE(hasNoChildren());
 }
 
@@ -259,10 +274,11 @@ TEST(CommandRunnerTest, EightRunsOnEightThreadsAtOnce) {
     for (int index = 0; index < kThreads; ++index) {
         threads.emplace_back([&outputs, index] {
             if (index % 2 == 0) {
-                outputs[index] = CommandRunner::run(testChild(), {"both-bytes", "100000"}, 10.0);
+                outputs[index] = CommandRunner::run(launcher(), testChild(),
+                                                    {"both-bytes", "100000"}, limit(10.0));
             } else {
-                outputs[index] =
-                    CommandRunner::run(testChild(), {"exit", std::to_string(index)}, 10.0);
+                outputs[index] = CommandRunner::run(launcher(), testChild(),
+                                                    {"exit", std::to_string(index)}, limit(10.0));
             }
         });
     }
@@ -286,81 +302,6 @@ TEST(CommandRunnerTest, EightRunsOnEightThreadsAtOnce) {
     EXPECT_TRUE(hasNoChildren());
 }
 
-TEST(CommandRunnerTest, TerminateRunningChildrenEndsEveryRunInProgress) {
-    TemporaryFolder folder;
-    constexpr int kRuns = 3;
-    std::vector<CommandOutput> outputs(kRuns);
-    std::vector<double> durations(kRuns);
-    std::vector<std::thread> threads;
-    for (int index = 0; index < kRuns; ++index) {
-        threads.emplace_back([&, index] {
-            const auto marker = folder.path() / ("started-" + std::to_string(index));
-            const auto result = timedRun(testChild(), {"mark-then-sleep", marker, "30"}, 20.0);
-            outputs[index] = result.output;
-            durations[index] = result.seconds;
-        });
-    }
-    // Wait (at most 5 s) until every child is running.
-    const auto giveUp = std::chrono::steady_clock::now() + std::chrono::seconds(5);
-    const auto allStarted = [&] {
-        for (int index = 0; index < kRuns; ++index) {
-            if (!std::filesystem::exists(folder.path() / ("started-" + std::to_string(index)))) {
-                return false;
-            }
-        }
-        return true;
-    };
-    while (!allStarted() && std::chrono::steady_clock::now() < giveUp) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    }
-    ASSERT_TRUE(allStarted());
-
-    CommandRunner::terminateRunningChildren();
-    for (auto& thread : threads) {
-        thread.join();
-    }
-    for (int index = 0; index < kRuns; ++index) {
-        SCOPED_TRACE(index);
-        EXPECT_EQ(outputs[index].status, 128 + SIGKILL);
-        EXPECT_FALSE(outputs[index].timedOut);
-        EXPECT_LT(durations[index], 7.0);
-    }
-    EXPECT_TRUE(hasNoChildren());
-
-    // Later runs are not affected.
-    EXPECT_EQ(CommandRunner::run(testChild(), {"exit", "7"}, 5.0).status, 7);
-}
-
-TEST(CommandRunnerTest, TerminateWithNothingRunningDoesNothing) {
-    CommandRunner::terminateRunningChildren();
-    EXPECT_EQ(CommandRunner::run(testChild(), {"exit", "3"}, 5.0).status, 3);
-}
-
-// Refusing launches cannot be undone, so it is tried in a child process of its own.
-TEST(CommandRunnerDeathTest, RefusingLaunchesKillsRunsInProgressAndStopsNewOnes) {
-    GTEST_FLAG_SET(death_test_style, "threadsafe");
-    const auto quitWhileRunning = [] {
-        TemporaryFolder folder;
-        const auto marker = folder.path() / "started";
-        CommandOutput running;
-        std::thread thread([&] {
-            running = CommandRunner::run(testChild(), {"mark-then-sleep", marker, "30"}, 20.0);
-        });
-        const auto giveUp = std::chrono::steady_clock::now() + std::chrono::seconds(5);
-        while (!std::filesystem::exists(marker) && std::chrono::steady_clock::now() < giveUp) {
-            std::this_thread::sleep_for(std::chrono::milliseconds(5));
-        }
-        CommandRunner::refuseLaunchesAndTerminate();
-        thread.join();
-        const auto later = CommandRunner::run(testChild(), {"exit", "3"}, 5.0);
-        const bool killed = running.status == 128 + SIGKILL;
-        const bool refused =
-            later.status == -1 && later.stderrText == CommandRunner::kLaunchFailure;
-        std::exit(killed && refused ? 0 : 1);
-    };
-    EXPECT_EXIT(quitWhileRunning(), ::testing::ExitedWithCode(0), "");
-}
-
 TEST(CommandRunnerTest, ZeroAndNegativeTimeoutsEndTheChildAtOnce) {
     for (const double timeout : {0.0, -1.0}) {
         const auto result = timedRun(testChild(), {"sleep", "30"}, timeout);
@@ -368,6 +309,100 @@ TEST(CommandRunnerTest, ZeroAndNegativeTimeoutsEndTheChildAtOnce) {
         EXPECT_EQ(result.output.status, 128 + SIGTERM);
         EXPECT_LT(result.seconds, 1.5);
     }
+}
+
+// The runner's own part, on a launcher that starts nothing.
+TEST(CommandRunnerOnFakeLauncherTest, AskedForTheContractsLimitsAndCap) {
+    testing::FakeProcessLauncher fake;
+    fake.enqueue(testing::exitedWith(0));
+    (void)CommandRunner::run(fake, "/opt/tools/idevice_id", {"-n", "a b"}, milliseconds(6000));
+    ASSERT_EQ(fake.launches().size(), 1u);
+    const auto& options = fake.launches().front();
+    EXPECT_EQ(options.program, "/opt/tools/idevice_id");
+    EXPECT_EQ(options.arguments, (std::vector<std::string>{"-n", "a b"}));
+    EXPECT_EQ(options.timeLimit, milliseconds(6000));
+    EXPECT_EQ(options.terminateGrace, milliseconds(500));
+    EXPECT_EQ(options.killGrace, milliseconds(1000));
+    EXPECT_EQ(options.outputDrainLimit, milliseconds(1000));
+    EXPECT_EQ(options.outputCap, 65536u);
+}
+
+TEST(CommandRunnerOnFakeLauncherTest, NotStartedIsTheLaunchFailureWhateverWasCaptured) {
+    testing::FakeProcessLauncher fake;
+    LaunchResult refused;
+    refused.end = LaunchEnd::notStarted;
+    refused.standardOutput = "stray";
+    refused.standardError = "posix_spawn: No such file or directory";
+    fake.enqueue(refused);
+    const auto output = CommandRunner::run(fake, "/missing", {}, milliseconds(5000));
+    EXPECT_EQ(output.stdoutText, "");
+    EXPECT_EQ(output.stderrText, "Unable to launch iPhone helper");
+    EXPECT_EQ(output.status, -1);
+    EXPECT_FALSE(output.timedOut);
+}
+
+TEST(CommandRunnerOnFakeLauncherTest, ToolPrintingTheLaunchFailureTextIsNoLaunchFailure) {
+    testing::FakeProcessLauncher fake;
+    fake.enqueue(testing::exitedWith(0, "", "Unable to launch iPhone helper"));
+    const auto output = CommandRunner::run(fake, "/bin/tool", {}, milliseconds(5000));
+    EXPECT_EQ(output.status, 0);
+    EXPECT_TRUE(output.succeeded());
+}
+
+TEST(CommandRunnerOnFakeLauncherTest, EachEndBecomesItsStatus) {
+    testing::FakeProcessLauncher fake;
+    LaunchResult signalled;
+    signalled.end = LaunchEnd::signalled;
+    signalled.signal = SIGSEGV;
+    LaunchResult terminated;
+    terminated.end = LaunchEnd::killedAtTimeLimit;
+    terminated.signal = SIGTERM;
+    terminated.standardOutput = "before the limit\n";
+    LaunchResult exitedInGrace;
+    exitedInGrace.end = LaunchEnd::killedAtTimeLimit;
+    exitedInGrace.exitCode = 0;
+    LaunchResult givenUp;
+    givenUp.end = LaunchEnd::killedAtTimeLimit;
+    for (const auto& result :
+         {testing::exitedWith(255), signalled, terminated, exitedInGrace, givenUp}) {
+        fake.enqueue(result);
+    }
+    const auto run = [&fake] { return CommandRunner::run(fake, "/bin/tool", {}, limit(1.0)); };
+
+    const auto exited = run();
+    EXPECT_EQ(exited.status, 255);
+    EXPECT_FALSE(exited.timedOut);
+    const auto crashed = run();
+    EXPECT_EQ(crashed.status, 128 + SIGSEGV);
+    EXPECT_FALSE(crashed.timedOut);
+    const auto stopped = run();
+    EXPECT_EQ(stopped.status, 128 + SIGTERM);
+    EXPECT_TRUE(stopped.timedOut);
+    EXPECT_EQ(stopped.stdoutText, "before the limit\n");
+    const auto late = run();
+    EXPECT_EQ(late.status, 0);
+    EXPECT_TRUE(late.timedOut);
+    EXPECT_FALSE(late.succeeded());
+    const auto lost = run();
+    EXPECT_EQ(lost.status, -1);
+    EXPECT_TRUE(lost.timedOut);
+}
+
+TEST(CommandRunnerOnFakeLauncherTest, BytesAreDecodedLossily) {
+    testing::FakeProcessLauncher fake;
+    fake.enqueue(testing::exitedWith(0, "caf\xC3\xA9 \xFF", "\xE2\x82"));
+    const auto output = CommandRunner::run(fake, "/bin/tool", {}, limit(1.0));
+    EXPECT_EQ(output.stdoutText, "caf\xC3\xA9 \xEF\xBF\xBD");
+    EXPECT_EQ(output.stderrText, "\xEF\xBF\xBD");
+}
+
+TEST(CommandRunnerTest, ShutDownLauncherIsALaunchFailure) {
+    SpawnProcessLauncher own;
+    own.shutDown();
+    const auto output = CommandRunner::run(own, testChild(), {"exit", "3"}, limit(5.0));
+    EXPECT_EQ(output.status, -1);
+    EXPECT_EQ(output.stderrText, CommandRunner::kLaunchFailure);
+    EXPECT_FALSE(output.timedOut);
 }
 
 } // namespace

@@ -14,8 +14,10 @@
 
 #include "phone/CommandRunner.h"
 #include "phone/PhoneIssueClassifier.h"
+#include "platform/linux/SpawnProcessLauncher.h"
 #include "tests/fakes/SimulatedScheduler.h"
 #include "tests/phone/FakeTools.h"
+#include "tests/phone/ScriptedTools.h"
 
 namespace ambrel {
 namespace {
@@ -102,11 +104,18 @@ const std::string kLockedError =
     "ERROR: Could not connect to lockdownd: Password protected (-17)\n";
 const std::string kMuxError = "ERROR: Could not connect to lockdownd: Mux error (-8)\n";
 
+void expectIssueOf(const PhoneReadResult& result, const char* message, bool isTransient) {
+    ASSERT_FALSE(result.hasValue());
+    EXPECT_EQ(result.error().message, message);
+    EXPECT_EQ(result.error().isTransient, isTransient);
+}
+
 class PhoneReaderTest : public ::testing::Test {
 protected:
     PhoneReadResult read(const std::optional<std::string>& preferredID = std::nullopt,
                          const std::optional<PhoneIdentity>& identity = std::nullopt) {
-        return PhoneReader::readAttempt(tools.toolDirectory(), preferredID, identity, clock);
+        return PhoneReader::readAttempt(tools.toolDirectory(), preferredID, identity, clock,
+                                        tools.launcher());
     }
 
     void expectIssue(const PhoneReadResult& result, PhoneSetupState state, const char* message,
@@ -117,7 +126,7 @@ protected:
         EXPECT_EQ(result.error().isTransient, isTransient);
     }
 
-    FakeTools tools;
+    ScriptedTools tools;
     testing::SimulatedScheduler clock;
 };
 
@@ -160,7 +169,8 @@ TEST_F(PhoneReaderTest, ToolFolderWorksWithoutTrailingSlash) {
     auto folder = tools.toolDirectory().string();
     ASSERT_EQ(folder.back(), '/');
     folder.pop_back();
-    const auto result = PhoneReader::readAttempt(folder, std::nullopt, std::nullopt, clock);
+    const auto result =
+        PhoneReader::readAttempt(folder, std::nullopt, std::nullopt, clock, tools.launcher());
     ASSERT_TRUE(result.hasValue());
     EXPECT_EQ(result.value().snapshot.percentage(), 87);
 }
@@ -258,26 +268,26 @@ TEST_F(PhoneReaderTest, OutOfRangeCapacityIsNoReadingAndTheNextCandidateIsTried)
 
     // With no candidate left, the unusable answers end the attempt as "temporarily
     // unavailable", transient because the phone was asked over Wi-Fi.
-    FakeTools fresh;
+    ScriptedTools fresh;
     fresh.setRules(
         json::array({listRule(true, kPhone + "\n" + kSecond + "\n"),
                      batteryRule(kPhone, true, batteryXml(over)),
                      batteryRule(kSecond, true, batteryXml(under)), listRule(false, "")}));
-    const auto failed =
-        PhoneReader::readAttempt(fresh.toolDirectory(), std::nullopt, std::nullopt, clock);
+    const auto failed = PhoneReader::readAttempt(fresh.toolDirectory(), std::nullopt, std::nullopt,
+                                                 clock, fresh.launcher());
     expectIssue(failed, PhoneSetupState::notFound, PhoneIssueClassifier::kTemporarilyUnavailable,
                 true);
 }
 
 TEST_F(PhoneReaderTest, CapacityBoundsZeroAndHundredAreReadings) {
     for (const char* value : {"0", "100"}) {
-        FakeTools fresh;
+        ScriptedTools fresh;
         fresh.setRules(rules({{listRule(true, kPhone + "\n")},
                               phoneRules(kPhone, true,
                                          std::string("<key>BatteryCurrentCapacity</key><integer>") +
                                              value + "</integer>")}));
-        const auto result =
-            PhoneReader::readAttempt(fresh.toolDirectory(), std::nullopt, std::nullopt, clock);
+        const auto result = PhoneReader::readAttempt(fresh.toolDirectory(), std::nullopt,
+                                                     std::nullopt, clock, fresh.launcher());
         ASSERT_TRUE(result.hasValue()) << value;
         EXPECT_EQ(result.value().snapshot.percentage(), std::atoi(value));
     }
@@ -297,11 +307,11 @@ TEST_F(PhoneReaderTest, UnusableAnswersAreNoReadings) {
     };
     for (const auto& answer : answers) {
         SCOPED_TRACE(answer);
-        FakeTools fresh;
+        ScriptedTools fresh;
         fresh.setRules(json::array({listRule(true, ""), listRule(false, kPhone + "\n"),
                                     batteryRule(kPhone, false, answer)}));
-        const auto result =
-            PhoneReader::readAttempt(fresh.toolDirectory(), std::nullopt, std::nullopt, clock);
+        const auto result = PhoneReader::readAttempt(fresh.toolDirectory(), std::nullopt,
+                                                     std::nullopt, clock, fresh.launcher());
         expectIssue(result, PhoneSetupState::notFound,
                     PhoneIssueClassifier::kTemporarilyUnavailable, false);
         EXPECT_EQ(fresh.commandLines().size(), 3u);
@@ -353,13 +363,13 @@ TEST_F(PhoneReaderTest, ChargingAndPowerFlagsFollowTheAnswer) {
     };
     for (const auto& testCase : cases) {
         SCOPED_TRACE(testCase.entries);
-        FakeTools fresh;
+        ScriptedTools fresh;
         fresh.setRules(rules({{listRule(true, kPhone + "\n")},
                               phoneRules(kPhone, true,
                                          "<key>BatteryCurrentCapacity</key><integer>60</integer>" +
                                              testCase.entries)}));
-        const auto result =
-            PhoneReader::readAttempt(fresh.toolDirectory(), std::nullopt, std::nullopt, clock);
+        const auto result = PhoneReader::readAttempt(fresh.toolDirectory(), std::nullopt,
+                                                     std::nullopt, clock, fresh.launcher());
         ASSERT_TRUE(result.hasValue());
         EXPECT_EQ(result.value().snapshot.isCharging(), testCase.isCharging);
         EXPECT_EQ(result.value().snapshot.isPluggedIn(), testCase.isPluggedIn);
@@ -371,12 +381,12 @@ TEST_F(PhoneReaderTest, RealAndBooleanCapacitiesCountAsNumbers) {
         {"<real>87.6</real>", 87}, {"<real>100.9</real>", 100}, {"<true/>", 1}, {"<false/>", 0}};
     for (const auto& [element, percentage] : cases) {
         SCOPED_TRACE(element);
-        FakeTools fresh;
+        ScriptedTools fresh;
         fresh.setRules(
             rules({{listRule(true, kPhone + "\n")},
                    phoneRules(kPhone, true, "<key>BatteryCurrentCapacity</key>" + element)}));
-        const auto result =
-            PhoneReader::readAttempt(fresh.toolDirectory(), std::nullopt, std::nullopt, clock);
+        const auto result = PhoneReader::readAttempt(fresh.toolDirectory(), std::nullopt,
+                                                     std::nullopt, clock, fresh.launcher());
         ASSERT_TRUE(result.hasValue());
         EXPECT_EQ(result.value().snapshot.percentage(), percentage);
     }
@@ -386,11 +396,11 @@ TEST_F(PhoneReaderTest, UnreadableNameFallsBackToIPhone) {
     for (const std::string& nameOutput :
          {std::string("Anna\nSecond line\n"), std::string(""), std::string("   \n")}) {
         SCOPED_TRACE(nameOutput);
-        FakeTools fresh;
+        ScriptedTools fresh;
         fresh.setRules(rules({{listRule(true, kPhone + "\n")},
                               phoneRules(kPhone, true, kHealthyEntries, nameOutput)}));
-        const auto result =
-            PhoneReader::readAttempt(fresh.toolDirectory(), std::nullopt, std::nullopt, clock);
+        const auto result = PhoneReader::readAttempt(fresh.toolDirectory(), std::nullopt,
+                                                     std::nullopt, clock, fresh.launcher());
         ASSERT_TRUE(result.hasValue());
         EXPECT_EQ(result.value().snapshot.name(), "iPhone");
         EXPECT_EQ(result.value().identity.name, "iPhone");
@@ -430,11 +440,11 @@ TEST_F(PhoneReaderTest, NonPhoneIsSkippedAndThePhoneAfterItIsRead) {
     ASSERT_TRUE(result.hasValue());
     EXPECT_EQ(result.value().udid, kPhone);
     // The model test is on the exact prefix "iPhone".
-    FakeTools fresh;
+    ScriptedTools fresh;
     fresh.setRules(rules({{listRule(true, kPhone + "\n"), listRule(false, "")},
                           phoneRules(kPhone, true, kHealthyEntries, "Phone\n", "iphone14,2\n")}));
-    const auto lowerCase =
-        PhoneReader::readAttempt(fresh.toolDirectory(), std::nullopt, std::nullopt, clock);
+    const auto lowerCase = PhoneReader::readAttempt(fresh.toolDirectory(), std::nullopt,
+                                                    std::nullopt, clock, fresh.launcher());
     EXPECT_FALSE(lowerCase.hasValue());
 }
 
@@ -531,32 +541,41 @@ TEST_F(PhoneReaderTest, BatteryQueryTimingOutOverWiFiIsTransient) {
          {{"tool", "ideviceinfo"}, {"args", batteryArguments(kPhone, true)}, {"delay", 20}},
          listRule(false, "")}));
     PhoneReadTimeouts shortLimits;
-    shortLimits.battery = 0.6;
-    const auto start = std::chrono::steady_clock::now();
+    shortLimits.battery = std::chrono::milliseconds(600);
     const auto result = PhoneReader::readAttempt(tools.toolDirectory(), std::nullopt, std::nullopt,
-                                                 clock, shortLimits);
-    const std::chrono::duration<double> elapsed = std::chrono::steady_clock::now() - start;
+                                                 clock, tools.launcher(), shortLimits);
     // The USB list that follows succeeds with nothing listed, so the timed-out query stays the
     // last failure.
     expectIssue(result, PhoneSetupState::notFound, PhoneIssueClassifier::kTimedOut, true);
-    EXPECT_LT(elapsed.count(), 5.0);
+    EXPECT_EQ(tools.timeLimits(), (std::vector<std::chrono::milliseconds>{
+                                      std::chrono::seconds(6), std::chrono::milliseconds(600),
+                                      std::chrono::seconds(6)}));
+}
+
+TEST_F(PhoneReaderTest, EveryRunGetsItsOwnDefaultLimit) {
+    tools.setRules(
+        rules({{listRule(true, ""), listRule(false, kPhone + "\n")}, phoneRules(kPhone, false)}));
+    ASSERT_TRUE(read().hasValue());
+    using std::chrono::seconds;
+    EXPECT_EQ(tools.timeLimits(), (std::vector<std::chrono::milliseconds>{
+                                      seconds(6), seconds(6), seconds(8), seconds(5), seconds(5)}));
 }
 
 TEST_F(PhoneReaderTest, ListTimingOutIsReportedAsNoResponse) {
     tools.setRules(json::array({{{"tool", "idevice_id"}, {"args", {"-n"}}, {"delay", 20}},
                                 {{"tool", "idevice_id"}, {"args", {"-l"}}, {"delay", 20}}}));
     PhoneReadTimeouts shortLimits;
-    shortLimits.list = 0.5;
+    shortLimits.list = std::chrono::milliseconds(500);
     const auto result = PhoneReader::readAttempt(tools.toolDirectory(), std::nullopt, std::nullopt,
-                                                 clock, shortLimits);
+                                                 clock, tools.launcher(), shortLimits);
     expectIssue(result, PhoneSetupState::notFound, PhoneIssueClassifier::kTimedOut, false);
 }
 
 TEST(PhoneReadTimeoutsTest, DefaultsAreSixEightAndFiveSeconds) {
     const PhoneReadTimeouts defaults;
-    EXPECT_EQ(defaults.list, 6.0);
-    EXPECT_EQ(defaults.battery, 8.0);
-    EXPECT_EQ(defaults.key, 5.0);
+    EXPECT_EQ(defaults.list, std::chrono::seconds(6));
+    EXPECT_EQ(defaults.battery, std::chrono::seconds(8));
+    EXPECT_EQ(defaults.key, std::chrono::seconds(5));
 }
 
 TEST_F(PhoneReaderTest, SlowToolWithinTheDefaultLimitsStillAnswers) {
@@ -595,7 +614,7 @@ TEST_F(PhoneReaderTest, ReadKeyTrimsAndLimitsTheValue) {
                             int status = 0) {
         tools.setRules(json::array({answerRule("ideviceinfo", {"-u", kPhone, "-k", "DeviceName"},
                                                output, error, status)}));
-        return PhoneReader::readKey("DeviceName", info, base);
+        return PhoneReader::readKey("DeviceName", info, base, tools.launcher());
     };
     EXPECT_EQ(answer(" \t Anna\u2019s iPhone \n"), "Anna\u2019s iPhone");
     EXPECT_EQ(answer("Anna", "warning: ignored\n"), "Anna");
@@ -615,17 +634,69 @@ TEST_F(PhoneReaderTest, ReadKeyTrimsAndLimitsTheValue) {
               (std::vector<std::string>{"ideviceinfo", "-u", kPhone, "-k", "DeviceName"}));
 }
 
-TEST_F(PhoneReaderTest, UnmatchedFakeRunFailsWithClearText) {
+// A few reads run the fake tools as real children, through the program's own launcher.
+class PhoneReaderRealChildrenTest : public ::testing::Test {
+protected:
+    FakeTools tools;
+    SpawnProcessLauncher launcher;
+    testing::SimulatedScheduler clock;
+};
+
+TEST_F(PhoneReaderRealChildrenTest, OnlyUsbPhoneIsReadOverUsb) {
+    tools.setRules(
+        rules({{listRule(true, ""), listRule(false, kPhone + "\n")}, phoneRules(kPhone, false)}));
+    const auto result = PhoneReader::readAttempt(tools.toolDirectory(), std::nullopt, std::nullopt,
+                                                 clock, launcher);
+    ASSERT_TRUE(result.hasValue());
+    EXPECT_EQ(result.value().snapshot.source(), "USB");
+    EXPECT_EQ(result.value().identity, (PhoneIdentity{kPhone, "Anna\u2019s iPhone", "iPhone14,2"}));
+    EXPECT_EQ(tools.commandLines(),
+              (CommandLines{listCommand(true), listCommand(false), batteryCommand(kPhone, false),
+                            keyCommand(kPhone, false, "DeviceName"),
+                            keyCommand(kPhone, false, "ProductType")}));
+}
+
+TEST_F(PhoneReaderRealChildrenTest, BatteryQueryTimingOutIsStoppedAtItsLimit) {
+    tools.setRules(json::array(
+        {listRule(true, kPhone + "\n"),
+         {{"tool", "ideviceinfo"}, {"args", batteryArguments(kPhone, true)}, {"delay", 20}},
+         listRule(false, "")}));
+    PhoneReadTimeouts shortLimits;
+    shortLimits.battery = std::chrono::milliseconds(600);
+    const auto start = std::chrono::steady_clock::now();
+    const auto result = PhoneReader::readAttempt(tools.toolDirectory(), std::nullopt, std::nullopt,
+                                                 clock, launcher, shortLimits);
+    const std::chrono::duration<double> elapsed = std::chrono::steady_clock::now() - start;
+    expectIssueOf(result, PhoneIssueClassifier::kTimedOut, true);
+    EXPECT_GE(elapsed.count(), 0.6);
+    EXPECT_LT(elapsed.count(), 5.0);
+}
+
+TEST_F(PhoneReaderRealChildrenTest, UnmatchedFakeRunFailsWithClearText) {
     tools.setRules(json::array({listRule(true, "")}));
-    const auto output = CommandRunner::run(tools.toolDirectory() / "ideviceinfo",
-                                           {"-u", kPhone, "-k", "DeviceName"}, 10.0);
+    const auto output =
+        CommandRunner::run(launcher, tools.toolDirectory() / "ideviceinfo",
+                           {"-u", kPhone, "-k", "DeviceName"}, std::chrono::seconds(10));
     EXPECT_EQ(output.status, 1);
     EXPECT_EQ(output.stderrText,
               "fake_tool: no rule for ideviceinfo -u " + kPhone + " -k DeviceName\n");
-    EXPECT_EQ(
-        PhoneReader::readKey("DeviceName", tools.toolDirectory() / "ideviceinfo", {"-u", kPhone}),
-        std::nullopt);
+    EXPECT_EQ(PhoneReader::readKey("DeviceName", tools.toolDirectory() / "ideviceinfo",
+                                   {"-u", kPhone}, launcher),
+              std::nullopt);
     EXPECT_EQ(tools.commandLines().size(), 2u);
+}
+
+TEST_F(PhoneReaderTest, UnmatchedScriptedRunFailsWithTheFakeToolsText) {
+    tools.setRules(json::array({listRule(true, "")}));
+    EXPECT_EQ(PhoneReader::readKey("DeviceName", tools.toolDirectory() / "ideviceinfo",
+                                   {"-u", kPhone}, tools.launcher()),
+              std::nullopt);
+    const auto output =
+        CommandRunner::run(tools.launcher(), tools.toolDirectory() / "ideviceinfo",
+                           {"-u", kPhone, "-k", "DeviceName"}, std::chrono::seconds(10));
+    EXPECT_EQ(output.status, 1);
+    EXPECT_EQ(output.stderrText,
+              "fake_tool: no rule for ideviceinfo -u " + kPhone + " -k DeviceName\n");
 }
 
 // The Debian tools against a usbmuxd socket that does not exist.
@@ -643,7 +714,8 @@ TEST(PhoneReaderRealToolsTest, UnreachableServiceIsReported) {
     const std::string address = "UNIX:" + (folder.path() / "no-usbmuxd.sock").string();
     ::setenv("USBMUXD_SOCKET_ADDRESS", address.c_str(), 1);
     testing::SimulatedScheduler clock;
-    const auto result = PhoneReader::readAttempt(bin, std::nullopt, std::nullopt, clock);
+    SpawnProcessLauncher launcher;
+    const auto result = PhoneReader::readAttempt(bin, std::nullopt, std::nullopt, clock, launcher);
     ::unsetenv("USBMUXD_SOCKET_ADDRESS");
     ASSERT_FALSE(result.hasValue());
     EXPECT_EQ(result.error().state, PhoneSetupState::unavailable);

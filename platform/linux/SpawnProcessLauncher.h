@@ -1,0 +1,47 @@
+#pragma once
+
+#include <memory>
+#include <mutex>
+#include <vector>
+
+#include "platform/ProcessLauncher.h"
+
+namespace ambrel {
+
+// Starts children with posix_spawn. A child gets every signal at its default disposition, an
+// empty signal mask, standard input on /dev/null, and no open descriptor besides 0, 1 and 2; it
+// inherits the environment and the working directory. Both pipes are drained by a thread each,
+// past the cap, so the child never blocks on a full pipe; the launcher only ever reads from
+// them, so it cannot raise SIGPIPE in this program. A thread per child waits for its end and
+// reaps it exactly once, in the background when the launch has given up on it. A signalled
+// child's status is reported by its signal number.
+//
+// One object serves the whole program, which owns it and shuts it down when it quits.
+// Thread-safe.
+class SpawnProcessLauncher final : public ProcessLauncher {
+public:
+    SpawnProcessLauncher();
+    // Shuts down first; launches must have returned by then.
+    ~SpawnProcessLauncher() override;
+    SpawnProcessLauncher(const SpawnProcessLauncher&) = delete;
+    SpawnProcessLauncher& operator=(const SpawnProcessLauncher&) = delete;
+
+    LaunchResult launch(const LaunchOptions& options) override;
+
+    // For a program that is quitting: from now on every launch ends at once as not started, and
+    // the children of launches in progress get SIGKILL (those launches then end promptly as
+    // signalled). A read on its way then cannot start its next tool behind the program's back.
+    // Any thread; there is no way back.
+    void shutDown();
+
+private:
+    class Child;
+
+    std::mutex m_lock;
+    // The children of launches in progress. Spawning happens under the same lock, so a child
+    // can never be started but not yet listed when shutDown() looks.
+    std::vector<std::shared_ptr<Child>> m_children;
+    bool m_isShutDown = false;
+};
+
+} // namespace ambrel

@@ -1,0 +1,199 @@
+#include "platform/linux/SpawnProcessLauncher.h"
+
+#include <chrono>
+#include <csignal>
+#include <filesystem>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <sys/wait.h>
+
+#include <gtest/gtest.h>
+
+#include "tests/fakes/TemporaryFolder.h"
+
+namespace ambrel {
+namespace {
+
+using std::chrono::milliseconds;
+using Seconds = std::chrono::duration<double>;
+
+const std::filesystem::path& testChild() {
+    static const std::filesystem::path path =
+        std::filesystem::path(TOVRIN_BINARY_DIR) / "tests" / "ambrel_phone_test_child";
+    return path;
+}
+
+LaunchOptions childOptions(std::vector<std::string> arguments,
+                           milliseconds timeLimit = milliseconds(5000)) {
+    LaunchOptions options;
+    options.program = testChild();
+    options.arguments = std::move(arguments);
+    options.timeLimit = timeLimit;
+    return options;
+}
+
+bool hasNoChildren() {
+    siginfo_t info{};
+    const int result = ::waitid(P_ALL, 0, &info, WEXITED | WNOHANG | WNOWAIT);
+    return result == -1 && errno == ECHILD;
+}
+
+// Waits (at most 5 s) until every path in `markers` exists.
+bool waitForMarkers(const std::vector<std::filesystem::path>& markers) {
+    const auto giveUp = std::chrono::steady_clock::now() + std::chrono::seconds(5);
+    const auto allThere = [&] {
+        for (const auto& marker : markers) {
+            if (!std::filesystem::exists(marker)) {
+                return false;
+            }
+        }
+        return true;
+    };
+    while (!allThere() && std::chrono::steady_clock::now() < giveUp) {
+        std::this_thread::sleep_for(milliseconds(5));
+    }
+    return allThere();
+}
+
+TEST(SpawnProcessLauncherTest, ExitedChildGivesItsCodeAndOutput) {
+    SpawnProcessLauncher launcher;
+    const auto result = launcher.launch(childOptions({"arguments", "a b", "$HOME"}));
+    EXPECT_EQ(result.end, LaunchEnd::exited);
+    EXPECT_EQ(result.exitCode, 0);
+    EXPECT_EQ(result.signal, std::nullopt);
+    EXPECT_EQ(result.standardOutput, "[a b]\n[$HOME]\n");
+    EXPECT_EQ(result.standardError, "");
+
+    const auto failing = launcher.launch(childOptions({"exit", "42"}));
+    EXPECT_EQ(failing.end, LaunchEnd::exited);
+    EXPECT_EQ(failing.exitCode, 42);
+}
+
+TEST(SpawnProcessLauncherTest, SignalledChildGivesTheSignal) {
+    SpawnProcessLauncher launcher;
+    const auto result = launcher.launch(childOptions({"raise", std::to_string(SIGSEGV)}));
+    EXPECT_EQ(result.end, LaunchEnd::signalled);
+    EXPECT_EQ(result.signal, SIGSEGV);
+    EXPECT_EQ(result.exitCode, std::nullopt);
+}
+
+TEST(SpawnProcessLauncherTest, MissingProgramIsNotStarted) {
+    testing::TemporaryFolder folder;
+    SpawnProcessLauncher launcher;
+    LaunchOptions options;
+    options.program = folder.path() / "no-such-tool";
+    options.timeLimit = milliseconds(5000);
+    const auto start = std::chrono::steady_clock::now();
+    const auto result = launcher.launch(options);
+    EXPECT_EQ(result.end, LaunchEnd::notStarted);
+    EXPECT_EQ(result.exitCode, std::nullopt);
+    EXPECT_EQ(result.signal, std::nullopt);
+    EXPECT_EQ(result.standardError, "");
+    EXPECT_LT(Seconds(std::chrono::steady_clock::now() - start).count(), 0.5);
+    EXPECT_TRUE(hasNoChildren());
+}
+
+TEST(SpawnProcessLauncherTest, ChildEndedByTerminateIsKilledAtTheLimit) {
+    SpawnProcessLauncher launcher;
+    const auto start = std::chrono::steady_clock::now();
+    const auto result =
+        launcher.launch(childOptions({"print-then-sleep", "30"}, milliseconds(300)));
+    const double seconds = Seconds(std::chrono::steady_clock::now() - start).count();
+    EXPECT_EQ(result.end, LaunchEnd::killedAtTimeLimit);
+    EXPECT_EQ(result.signal, SIGTERM);
+    EXPECT_EQ(result.standardOutput, "before the wait\n");
+    EXPECT_GE(seconds, 0.3);
+    EXPECT_LT(seconds, 2.0);
+}
+
+TEST(SpawnProcessLauncherTest, ChildIgnoringTerminateGetsKillAfterTheGivenGrace) {
+    SpawnProcessLauncher launcher;
+    auto options = childOptions({"ignore-term", "30"}, milliseconds(200));
+    options.terminateGrace = milliseconds(300);
+    const auto start = std::chrono::steady_clock::now();
+    const auto result = launcher.launch(options);
+    const double seconds = Seconds(std::chrono::steady_clock::now() - start).count();
+    EXPECT_EQ(result.end, LaunchEnd::killedAtTimeLimit);
+    EXPECT_EQ(result.signal, SIGKILL);
+    EXPECT_GE(seconds, 0.2 + 0.3);
+    EXPECT_LT(seconds, 0.2 + 0.3 + 1.0 + 1.0 + 1.0);
+    EXPECT_TRUE(hasNoChildren());
+}
+
+TEST(SpawnProcessLauncherTest, OutputIsCappedAtTheGivenSizeAndDrained) {
+    SpawnProcessLauncher launcher;
+    auto options = childOptions({"both-bytes", "200000"});
+    options.outputCap = 10;
+    const auto result = launcher.launch(options);
+    EXPECT_EQ(result.end, LaunchEnd::exited);
+    EXPECT_EQ(result.exitCode, 0);
+    EXPECT_EQ(result.standardOutput, "abcdefghij");
+    EXPECT_EQ(result.standardError, "abcdefghij");
+}
+
+TEST(SpawnProcessLauncherTest, BytesArePassedOnAsTheyCame) {
+    SpawnProcessLauncher launcher;
+    const auto result = launcher.launch(childOptions({"invalid-utf8"}));
+    // Decoding is the caller's business: the bytes are not touched.
+    EXPECT_EQ(result.standardOutput, "ok \xFF\xFE end \xE2\x82 caf\xC3\xA9");
+    EXPECT_EQ(result.standardError, "\xC0\xAF");
+}
+
+TEST(SpawnProcessLauncherTest, ShutDownKillsRunningChildrenAndRefusesNewOnes) {
+    testing::TemporaryFolder folder;
+    SpawnProcessLauncher launcher;
+    constexpr int kRuns = 3;
+    std::vector<LaunchResult> results(kRuns);
+    std::vector<double> durations(kRuns);
+    std::vector<std::filesystem::path> markers;
+    std::vector<std::thread> threads;
+    for (int index = 0; index < kRuns; ++index) {
+        markers.push_back(folder.path() / ("started-" + std::to_string(index)));
+        threads.emplace_back([&, index] {
+            const auto start = std::chrono::steady_clock::now();
+            results[index] = launcher.launch(childOptions(
+                {"mark-then-sleep", markers[index].string(), "30"}, milliseconds(20000)));
+            durations[index] = Seconds(std::chrono::steady_clock::now() - start).count();
+        });
+    }
+    ASSERT_TRUE(waitForMarkers(markers));
+
+    launcher.shutDown();
+    for (auto& thread : threads) {
+        thread.join();
+    }
+    for (int index = 0; index < kRuns; ++index) {
+        SCOPED_TRACE(index);
+        EXPECT_EQ(results[index].end, LaunchEnd::signalled);
+        EXPECT_EQ(results[index].signal, SIGKILL);
+        EXPECT_LT(durations[index], 7.0);
+    }
+    EXPECT_TRUE(hasNoChildren());
+
+    const auto later = launcher.launch(childOptions({"exit", "3"}));
+    EXPECT_EQ(later.end, LaunchEnd::notStarted);
+    EXPECT_TRUE(hasNoChildren());
+}
+
+TEST(SpawnProcessLauncherTest, ShutDownOfOneLauncherLeavesAnotherAlone) {
+    SpawnProcessLauncher quitting;
+    SpawnProcessLauncher other;
+    quitting.shutDown();
+    EXPECT_EQ(quitting.launch(childOptions({"exit", "3"})).end, LaunchEnd::notStarted);
+    const auto result = other.launch(childOptions({"exit", "3"}));
+    EXPECT_EQ(result.end, LaunchEnd::exited);
+    EXPECT_EQ(result.exitCode, 3);
+}
+
+TEST(SpawnProcessLauncherTest, ShutDownWithNothingRunningOnlyRefuses) {
+    SpawnProcessLauncher launcher;
+    EXPECT_EQ(launcher.launch(childOptions({"exit", "5"})).exitCode, 5);
+    launcher.shutDown();
+    launcher.shutDown();
+    EXPECT_EQ(launcher.launch(childOptions({"exit", "5"})).end, LaunchEnd::notStarted);
+}
+
+} // namespace
+} // namespace ambrel
