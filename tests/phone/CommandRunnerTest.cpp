@@ -316,8 +316,9 @@ TEST(CommandRunnerOnFakeLauncherTest, AskedForTheContractsLimitsAndCap) {
     testing::FakeProcessLauncher fake;
     fake.enqueue(testing::exitedWith(0));
     (void)CommandRunner::run(fake, "/opt/tools/idevice_id", {"-n", "a b"}, milliseconds(6000));
-    ASSERT_EQ(fake.launches().size(), 1u);
-    const auto& options = fake.launches().front();
+    const auto launches = fake.launches();
+    ASSERT_EQ(launches.size(), 1u);
+    const auto& options = launches.front();
     EXPECT_EQ(options.program, "/opt/tools/idevice_id");
     EXPECT_EQ(options.arguments, (std::vector<std::string>{"-n", "a b"}));
     EXPECT_EQ(options.timeLimit, milliseconds(6000));
