@@ -3,14 +3,18 @@
 #   - the command runner's cost per run and its drain rate (ambrel_command_runner_bench),
 #   - the card's render time (ambrel_card_render_bench, offscreen),
 #   - a phone read against the sum of its tool runs (ambrel_phone_read_bench),
+#   - a USB read through the program's muxer against the same read straight, and the memory
+#     the muxer adds (ambrel_muxer_bench; built when libimobiledevice's ideviceinfo is there),
 #   - the widget's startup, memory and idle CPU next to a minimal Qt window
 #     (bench/footprint/footprint.py, with a short idle window unless told otherwise).
 # Each program runs --runs times; every figure is the min / median / max over those runs of
-# the program's own median.
+# the program's own median. bench/report.py writes the report from the measurements.
 #
 # Usage: bench/report.sh [--build DIR] [--runs N] [--idle-minutes M] [--memory-after S]
+#                        [--only muxer]
 # The build folder (default: build) must be an optimised build without sanitizers; it is
-# configured when missing and the needed targets are built.
+# configured when missing and the needed targets are built. --only muxer measures the muxer
+# alone and puts its section in place of the one the report has, leaving the rest as it is.
 set -euo pipefail
 
 ROOT=$(cd "$(dirname "$0")/.." && pwd)
@@ -19,6 +23,7 @@ RUNS=3
 IDLE_MINUTES=0.25
 MEMORY_AFTER=10
 FOOTPRINT_LAUNCHES=3
+ONLY=
 
 while [ $# -gt 0 ]; do
     case "$1" in
@@ -26,11 +31,13 @@ while [ $# -gt 0 ]; do
         --runs) RUNS=$2; shift 2 ;;
         --idle-minutes) IDLE_MINUTES=$2; shift 2 ;;
         --memory-after) MEMORY_AFTER=$2; shift 2 ;;
-        -h|--help) sed -n '2,15p' "$0"; exit 0 ;;
+        --only) ONLY=$2; shift 2 ;;
+        -h|--help) sed -n '2,17p' "$0"; exit 0 ;;
         *) echo "unknown option: $1" >&2; exit 2 ;;
     esac
 done
 case "$RUNS" in ''|*[!0-9]*|0) echo "--runs needs a positive whole number" >&2; exit 2 ;; esac
+case "$ONLY" in ''|muxer) ;; *) echo "--only knows only: muxer" >&2; exit 2 ;; esac
 
 say() { printf '\033[1m==> %s\033[0m\n' "$*"; }
 
@@ -44,9 +51,25 @@ if grep -Eq '^TOVRIN_SANITIZE:STRING=.+' "$BUILD/CMakeCache.txt"; then
 fi
 BUILD_TYPE=$(sed -n 's/^CMAKE_BUILD_TYPE:STRING=//p' "$BUILD/CMakeCache.txt")
 
+# The muxer's benchmark needs libimobiledevice's ideviceinfo at configure time.
+MUXER_BENCH=
+if grep -q 'ambrel_muxer_bench' "$BUILD/build.ninja"; then
+    MUXER_BENCH=ambrel_muxer_bench
+elif [ -n "$ONLY" ]; then
+    echo "$BUILD has no ambrel_muxer_bench (ideviceinfo was not found when it was configured)" >&2
+    exit 2
+fi
+if [ -n "$ONLY" ]; then
+    BENCHES=$MUXER_BENCH
+    TARGETS=$MUXER_BENCH
+else
+    BENCHES="ambrel_command_runner_bench ambrel_card_render_bench ambrel_phone_read_bench $MUXER_BENCH"
+    TARGETS="tovrin tovrin_footprint_floor $BENCHES"
+fi
+
 say "Building the measured programs in $BUILD"
-cmake --build "$BUILD" --parallel 2 --target tovrin tovrin_footprint_floor \
-    ambrel_command_runner_bench ambrel_card_render_bench ambrel_phone_read_bench
+# shellcheck disable=SC2086 # word splitting of the target list is meant
+cmake --build "$BUILD" --parallel 2 --target $TARGETS
 
 SCRATCH=$(mktemp -d "${TMPDIR:-/tmp}/tovrin-report-XXXXXX")
 trap 'rm -rf "$SCRATCH"' EXIT
@@ -54,16 +77,18 @@ LOAD_BEFORE=$(cut -d' ' -f1-3 /proc/loadavg)
 STARTED=$(date -u '+%Y-%m-%d %H:%M UTC')
 
 for run in $(seq 1 "$RUNS"); do
-    for bench in ambrel_command_runner_bench ambrel_card_render_bench ambrel_phone_read_bench; do
+    for bench in $BENCHES; do
         say "Run $run of $RUNS: $bench"
         QT_QPA_PLATFORM=${QT_QPA_PLATFORM:-offscreen} "$BUILD/bench/$bench" \
             --benchmark_out="$SCRATCH/$bench-$run.json" --benchmark_out_format=json \
             >/dev/null
     done
-    say "Run $run of $RUNS: footprint (idle window $IDLE_MINUTES min)"
-    python3 "$ROOT/bench/footprint/footprint.py" --build "$BUILD" --runs "$FOOTPRINT_LAUNCHES" \
-        --memory-after "$MEMORY_AFTER" --idle-minutes "$IDLE_MINUTES" \
-        >"$SCRATCH/footprint-$run.txt"
+    if [ -z "$ONLY" ]; then
+        say "Run $run of $RUNS: footprint (idle window $IDLE_MINUTES min)"
+        python3 "$ROOT/bench/footprint/footprint.py" --build "$BUILD" --runs "$FOOTPRINT_LAUNCHES" \
+            --memory-after "$MEMORY_AFTER" --idle-minutes "$IDLE_MINUTES" \
+            >"$SCRATCH/footprint-$run.txt"
+    fi
 done
 LOAD_AFTER=$(cut -d' ' -f1-3 /proc/loadavg)
 
@@ -74,185 +99,10 @@ fi
 
 export SCRATCH RUNS IDLE_MINUTES MEMORY_AFTER FOOTPRINT_LAUNCHES STARTED LOAD_BEFORE LOAD_AFTER \
     COMMIT BUILD_TYPE
-python3 - "$ROOT/bench/REPORT.md" <<'PYTHON'
-import glob
-import json
-import os
-import platform
-import re
-import statistics
-import sys
-
-scratch = os.environ["SCRATCH"]
-runs = int(os.environ["RUNS"])
-
-
-def medians(bench):
-    """Per run: {benchmark name: its median aggregate entry}."""
-    result = []
-    for run in range(1, runs + 1):
-        with open(os.path.join(scratch, f"{bench}-{run}.json")) as source:
-            entries = json.load(source)["benchmarks"]
-        result.append({entry["run_name"]: entry for entry in entries
-                       if entry.get("aggregate_name") == "median"})
-    return result
-
-
-def spread(values):
-    return min(values), statistics.median(values), max(values)
-
-
-def row(label, values, unit, digits=2):
-    low, middle, high = spread(values)
-    return f"| {label} | {low:.{digits}f} | {middle:.{digits}f} | {high:.{digits}f} | {unit} |"
-
-
-def to_ms(entry):
-    scale = {"ns": 1e-6, "us": 1e-3, "ms": 1.0, "s": 1e3}[entry["time_unit"]]
-    return entry["real_time"] * scale
-
-
-def named(per_run, prefix):
-    found = []
-    for run in per_run:
-        matches = [entry for name, entry in run.items() if name.startswith(prefix)]
-        if len(matches) != 1:
-            sys.exit(f"expected one benchmark named {prefix}, found {len(matches)}")
-        found.append(matches[0])
-    return found
-
-
-header = "| measure | min | median | max | unit |\n|---|---:|---:|---:|---|"
-lines = []
-cpu = "unknown"
-with open("/proc/cpuinfo") as info:
-    for line in info:
-        if line.startswith("model name"):
-            cpu = line.split(":", 1)[1].strip()
-            break
-lines += [
-    "# Performance report",
-    "",
-    "Generated by `bench/report.sh`; do not edit by hand. Every figure is the minimum, median",
-    f"and maximum over {runs} run{'s' if runs != 1 else ''} of each program (each run's own median), all made in one go",
-    "on the machine below. Absolute times depend on the machine and on what else runs on it;",
-    "the ratios are the figures to compare.",
-    "",
-    f"- when: {os.environ['STARTED']}; source: {os.environ['COMMIT']}; build: "
-    f"{os.environ['BUILD_TYPE']}",
-    f"- machine: {cpu}, {os.cpu_count()} logical CPUs, Linux {platform.release()}",
-    f"- load average (1, 5, 15 min) before: {os.environ['LOAD_BEFORE']}; after: "
-    f"{os.environ['LOAD_AFTER']}",
-    "",
-]
-
-# Command runner.
-runner = medians("ambrel_command_runner_bench")
-through = [to_ms(entry) * 1000 for entry in named(runner, "runTrueThroughRunner")]
-bare = [to_ms(entry) * 1000 for entry in named(runner, "spawnTrueBare")]
-drain = [to_ms(entry) for entry in named(runner, "drainGibibyteThroughRunner")]
-dd = [to_ms(entry) for entry in named(runner, "drainGibibyteThroughDd")]
-lines += [
-    "## Command runner (`ambrel_command_runner_bench`)",
-    "",
-    "One run of `/bin/true` through `CommandRunner::run` against a bare `posix_spawn` +",
-    "`waitpid`; draining 1 GiB of standard output through the runner (which keeps 64 KiB and",
-    "drops the rest) against the same producer piped into `dd bs=4096`.",
-    "",
-    header,
-    row("`/bin/true` through the runner", through, "µs", 1),
-    row("`/bin/true` spawned bare", bare, "µs", 1),
-    row("runner overhead ratio (runner / bare)", [a / b for a, b in zip(through, bare)], "×"),
-    row("1 GiB drained through the runner", drain, "ms", 1),
-    row("1 GiB through `dd`", dd, "ms", 1),
-    row("drain ratio (runner / dd)", [a / b for a, b in zip(drain, dd)], "×"),
-    row("runner drain rate", [1024.0 / ms for ms in drain], "GiB/s"),
-    "",
-]
-
-# Card rendering.
-card = medians("ambrel_card_render_bench")
-lines += [
-    "## Card rendering (`ambrel_card_render_bench`, offscreen)",
-    "",
-    "Drawing the whole 360 × 170 card into an image at one and two device pixels per point,",
-    "with and without a new reading first, and bringing the card up to date with the monitor.",
-    "",
-    header,
-]
-for name in sorted(card[0]):
-    label = name.split("/")[0]
-    lines.append(row(f"`{label}`", [to_ms(run[name]) * 1000 for run in card], "µs", 1))
-lines.append("")
-
-# Phone read.
-phone = medians("ambrel_phone_read_bench")
-lines += [
-    "## Phone read (`ambrel_phone_read_bench`)",
-    "",
-    "`PhoneReader::readAttempt` against stand-in tools that each work 0.1 s, next to the same",
-    "tool runs started bare one after another. The overhead is (read − bare) / bare; the aim is",
-    "under 5 %. A first read runs four tools (list, battery, name, model); with the phone's",
-    "identity remembered it runs two.",
-    "",
-    header,
-]
-for prefix, label in (("phoneRead/identityKnown:0", "first read"),
-                      ("phoneRead/identityKnown:1", "identity remembered")):
-    entries = named(phone, prefix)
-    lines += [
-        row(f"{label}: read", [entry["read_ms"] for entry in entries], "ms", 1),
-        row(f"{label}: sum of its {int(entries[0]['tool_runs'])} tool runs",
-            [entry["bare_ms"] for entry in entries], "ms", 1),
-        row(f"{label}: overhead", [entry["overhead_pct"] for entry in entries], "%"),
-    ]
-worst = max(entry["overhead_pct"] for run in phone for name, entry in run.items())
-lines += ["", f"Largest overhead of any run: {worst:.2f} % "
-          f"({'within' if worst < 5 else 'NOT within'} the 5 % aim).", ""]
-
-# Footprint.
-# footprint.py prints a table: a 44-character label, then the widget's and the floor's figures.
-footprint = {"first paint, no reading": [], "first paint, readings": [],
-             "resident memory, no reading": [], "resident memory, readings": [], "idle CPU": []}
-for run in range(1, runs + 1):
-    with open(os.path.join(scratch, f"footprint-{run}.txt")) as source:
-        for line in source:
-            for key in footprint:
-                if line.startswith(key):
-                    numbers = re.findall(r"-?\d+\.\d+", line[44:])
-                    footprint[key].append((float(numbers[0]), float(numbers[1])))
-for key, values in footprint.items():
-    if len(values) != runs:
-        sys.exit(f"footprint.py gave no '{key}' line in some run")
-lines += [
-    "## Widget footprint (`bench/footprint/footprint.py`, Xvfb)",
-    "",
-    f"The widget against a minimal Qt Widgets window (the floor), side by side in one run: "
-    f"each started {os.environ['FOOTPRINT_LAUNCHES']} times per run for the first-paint median, "
-    f"and as many copies at once for memory, read {os.environ['MEMORY_AFTER']} s after start "
-    f"(the median copy); idle CPU over {os.environ['IDLE_MINUTES']} min (the busiest copy). "
-    "The widget runs twice: with nothing to show (no reading) and as a laptop user sees it "
-    "(readings: a battery at 76 % from a made-up power-supply folder and a saved phone "
-    "reading, so the card shows two dated readings). Targets: startup within 1.5× and memory "
-    "within 1.25× of the floor, idle CPU under 0.05 % of a core. The idle window here is "
-    "short; `footprint.py --idle-minutes 10` measures the full one.",
-    "",
-    header,
-]
-for key, unit in (("first paint, no reading", "ms"), ("first paint, readings", "ms"),
-                  ("resident memory, no reading", "MiB"), ("resident memory, readings", "MiB"),
-                  ("idle CPU", "% of a core")):
-    widget = [pair[0] for pair in footprint[key]]
-    floor = [pair[1] for pair in footprint[key]]
-    digits = 3 if key == "idle CPU" else 1
-    lines.append(row(f"{key}: widget", widget, unit, digits))
-    lines.append(row(f"{key}: floor", floor, unit, digits))
-    if key != "idle CPU":
-        lines.append(row(f"{key}: ratio (widget / floor)",
-                         [w / f for w, f in zip(widget, floor)], "×"))
-lines.append("")
-
-with open(sys.argv[1], "w") as report:
-    report.write("\n".join(lines))
-PYTHON
-say "Wrote bench/REPORT.md"
+if [ -n "$ONLY" ]; then
+    python3 "$ROOT/bench/report.py" --only muxer "$ROOT/bench/REPORT.md"
+    say "Wrote the muxer's section of bench/REPORT.md"
+else
+    python3 "$ROOT/bench/report.py" "$ROOT/bench/REPORT.md"
+    say "Wrote bench/REPORT.md"
+fi

@@ -1,32 +1,91 @@
 #include "muxer/AvahiDiscovery.h"
 
+#include <atomic>
 #include <avahi-client/client.h>
 #include <avahi-client/lookup.h>
 #include <avahi-common/domain.h>
 #include <avahi-common/thread-watch.h>
 #include <cstring>
+#include <map>
+#include <mutex>
+#include <set>
+#include <string>
+#include <thread>
+#include <tuple>
 
 namespace ambrel {
+
+// Everything of one discovery, shared by its owner and the thread that connects, so that an
+// owner that stops while the connection is still being made can leave it to that thread.
+struct AvahiDiscovery::State {
+    using BrowseKey = std::tuple<int, int, std::string, std::string>;
+
+    explicit State(WifiAdvertSink& sinkToReport) : sink(sinkToReport) {}
+
+    // On the connecting thread.
+    void open();
+    // Stops avahi's thread and frees everything; not on avahi's thread.
+    void close();
+
+    // Calls `report` with the sink unless the owner stopped; a stop waits for a report under
+    // way.
+    template <typename Report> void tell(Report report) {
+        const std::lock_guard lock(mutex);
+        if (!isStopped) {
+            report(sink);
+        }
+    }
+
+    // Run on avahi's thread (or on the connecting thread, inside avahi_client_new).
+    void clientState(AvahiClient* client, bool isRunning, bool isLost);
+    void browseEvent(int interface, int protocol, bool isNew, const char* name, const char* type,
+                     const char* domain);
+    void browseListedAll();
+    void resolved(int interface, const char* name, const char* type, const char* domain,
+                  const NetworkAddress& address);
+    void forgetEverything();
+    void resolverDone(AvahiServiceResolver* resolver, bool found);
+    void settleIfDone();
+
+    WifiAdvertSink& sink;
+    // Guards the two flags; held while the sink is told something.
+    std::mutex mutex;
+    bool isOpening = true;
+    // Only the owner's thread reads and writes it.
+    bool hasStarted = false;
+    bool isStopped = false;
+    std::atomic<bool> isUsable{true};
+
+    AvahiThreadedPoll* poll = nullptr;
+    AvahiClient* client = nullptr;
+    AvahiServiceBrowser* browser = nullptr;
+    // The open resolvers (one per address family) of each browse result.
+    std::map<BrowseKey, std::pair<AvahiServiceResolver*, AvahiServiceResolver*>> resolversOf;
+    // Resolvers that have not answered yet, and whether the browser listed what was there.
+    std::set<AvahiServiceResolver*> unanswered;
+    bool listedAll = false;
+    bool settled = false;
+};
 
 // The C callbacks, with avahi's exact signatures, handing over to the discovery. All run on
 // avahi's thread, with its lock held.
 struct AvahiCallbacks {
     static void client(AvahiClient* client, AvahiClientState state, void* self) {
-        static_cast<AvahiDiscovery*>(self)->clientState(client, state == AVAHI_CLIENT_S_RUNNING,
-                                                        state == AVAHI_CLIENT_FAILURE ||
-                                                            state == AVAHI_CLIENT_CONNECTING);
+        static_cast<AvahiDiscovery::State*>(self)->clientState(
+            client, state == AVAHI_CLIENT_S_RUNNING,
+            state == AVAHI_CLIENT_FAILURE || state == AVAHI_CLIENT_CONNECTING);
     }
 
     static void browse(AvahiServiceBrowser*, AvahiIfIndex interface, AvahiProtocol protocol,
                        AvahiBrowserEvent event, const char* name, const char* type,
                        const char* domain, AvahiLookupResultFlags, void* self) {
         if (event == AVAHI_BROWSER_NEW || event == AVAHI_BROWSER_REMOVE) {
-            static_cast<AvahiDiscovery*>(self)->browseEvent(
+            static_cast<AvahiDiscovery::State*>(self)->browseEvent(
                 interface, protocol, event == AVAHI_BROWSER_NEW, name, type, domain);
         } else if (event == AVAHI_BROWSER_ALL_FOR_NOW || event == AVAHI_BROWSER_FAILURE) {
             // Nothing more is coming soon. (Cache exhausted comes before the daemon's own
             // answers, so it says nothing yet.)
-            static_cast<AvahiDiscovery*>(self)->browseListedAll();
+            static_cast<AvahiDiscovery::State*>(self)->browseListedAll();
         }
     }
 
@@ -34,7 +93,7 @@ struct AvahiCallbacks {
                         AvahiResolverEvent event, const char* name, const char* type,
                         const char* domain, const char*, const AvahiAddress* address, uint16_t port,
                         AvahiStringList*, AvahiLookupResultFlags, void* self) {
-        auto* discovery = static_cast<AvahiDiscovery*>(self);
+        auto* discovery = static_cast<AvahiDiscovery::State*>(self);
         discovery->resolverDone(resolver, event == AVAHI_RESOLVER_FOUND);
         // A resolver that fails (no address of its family) stays quiet; the other family's
         // may well succeed.
@@ -56,152 +115,186 @@ struct AvahiCallbacks {
         } else {
             return;
         }
-        discovery->resolved(resolver, interface, name, type, domain, found);
+        discovery->resolved(interface, name, type, domain, found);
     }
 };
 
-AvahiDiscovery::AvahiDiscovery(WifiAdvertSink& sink) : m_sink(sink) {}
+AvahiDiscovery::AvahiDiscovery(WifiAdvertSink& sink) : m_state(std::make_shared<State>(sink)) {}
 
 AvahiDiscovery::~AvahiDiscovery() {
     stop();
 }
 
-bool AvahiDiscovery::start() {
-    if (m_poll != nullptr) {
-        return true;
+void AvahiDiscovery::start() {
+    if (!m_state || m_state->hasStarted) {
+        return;
     }
-    m_poll = avahi_threaded_poll_new();
-    if (m_poll == nullptr) {
-        return false;
-    }
-    int error = 0;
-    // NO_FAIL: an avahi-daemon that is not running yet is waited for.
-    m_client = avahi_client_new(avahi_threaded_poll_get(m_poll), AVAHI_CLIENT_NO_FAIL,
-                                &AvahiCallbacks::client, this, &error);
-    if (m_client == nullptr || avahi_threaded_poll_start(m_poll) < 0) {
-        stop();
-        return false;
-    }
-    return true;
+    m_state->hasStarted = true;
+    std::thread([state = m_state] { state->open(); }).detach();
 }
 
 void AvahiDiscovery::stop() {
-    if (m_poll == nullptr) {
+    if (!m_state) {
         return;
     }
-    avahi_threaded_poll_stop(m_poll);
+    const auto state = std::move(m_state);
+    {
+        const std::lock_guard lock(state->mutex);
+        state->isStopped = true;
+        if (state->isOpening) {
+            return;
+        }
+    }
+    state->close();
+}
+
+bool AvahiDiscovery::isUsable() const {
+    return m_state && m_state->isUsable.load();
+}
+
+void AvahiDiscovery::State::open() {
+    poll = avahi_threaded_poll_new();
+    if (poll != nullptr) {
+        int error = 0;
+        // NO_FAIL: an avahi-daemon that is not running yet is waited for.
+        client = avahi_client_new(avahi_threaded_poll_get(poll), AVAHI_CLIENT_NO_FAIL,
+                                  &AvahiCallbacks::client, this, &error);
+    }
+    const bool isRunning = client != nullptr && avahi_threaded_poll_start(poll) >= 0;
+    isUsable = isRunning;
+    bool isClosing = !isRunning;
+    {
+        const std::lock_guard lock(mutex);
+        isOpening = false;
+        isClosing = isClosing || isStopped;
+    }
+    if (isClosing) {
+        close();
+    }
+    if (!isRunning) {
+        // Nothing is coming: a listing need not wait for discovery.
+        tell([](WifiAdvertSink& to) { to.discoverySettled(); });
+    }
+}
+
+void AvahiDiscovery::State::close() {
+    if (poll == nullptr) {
+        return;
+    }
+    avahi_threaded_poll_stop(poll);
     forgetEverything();
-    if (m_client != nullptr) {
-        avahi_client_free(m_client);
-        m_client = nullptr;
+    if (client != nullptr) {
+        avahi_client_free(client);
+        client = nullptr;
     }
-    avahi_threaded_poll_free(m_poll);
-    m_poll = nullptr;
+    avahi_threaded_poll_free(poll);
+    poll = nullptr;
 }
 
-void AvahiDiscovery::forgetEverything() {
-    for (auto& [key, resolvers] : m_resolvers) {
-        if (resolvers.first != nullptr) {
-            avahi_service_resolver_free(resolvers.first);
+void AvahiDiscovery::State::forgetEverything() {
+    for (auto& [key, pair] : resolversOf) {
+        if (pair.first != nullptr) {
+            avahi_service_resolver_free(pair.first);
         }
-        if (resolvers.second != nullptr) {
-            avahi_service_resolver_free(resolvers.second);
+        if (pair.second != nullptr) {
+            avahi_service_resolver_free(pair.second);
         }
     }
-    m_resolvers.clear();
-    m_unanswered.clear();
-    m_listedAll = false;
-    if (m_browser != nullptr) {
-        avahi_service_browser_free(m_browser);
-        m_browser = nullptr;
+    resolversOf.clear();
+    unanswered.clear();
+    listedAll = false;
+    if (browser != nullptr) {
+        avahi_service_browser_free(browser);
+        browser = nullptr;
     }
 }
 
-void AvahiDiscovery::clientState(AvahiClient* client, bool isRunning, bool isLost) {
-    if (isRunning && m_browser == nullptr) {
-        m_browser = avahi_service_browser_new(
-            client, AVAHI_IF_UNSPEC, AVAHI_PROTO_UNSPEC, kServiceType, nullptr,
-            static_cast<AvahiLookupFlags>(0), &AvahiCallbacks::browse, this);
+void AvahiDiscovery::State::clientState(AvahiClient* current, bool isRunning, bool isLost) {
+    if (isRunning && browser == nullptr) {
+        browser = avahi_service_browser_new(current, AVAHI_IF_UNSPEC, AVAHI_PROTO_UNSPEC,
+                                            kServiceType, nullptr, static_cast<AvahiLookupFlags>(0),
+                                            &AvahiCallbacks::browse, this);
     } else if (isLost) {
         // The daemon went (with NO_FAIL the client waits for it to come back): what it
         // found is gone with it, and nothing is coming soon.
         forgetEverything();
-        m_sink.everyAdvertRemoved();
-        m_listedAll = true;
+        tell([](WifiAdvertSink& to) { to.everyAdvertRemoved(); });
+        listedAll = true;
         settleIfDone();
     }
 }
 
-void AvahiDiscovery::browseListedAll() {
-    m_listedAll = true;
+void AvahiDiscovery::State::browseListedAll() {
+    listedAll = true;
     settleIfDone();
 }
 
-void AvahiDiscovery::resolverDone(AvahiServiceResolver* resolver, bool found) {
-    m_unanswered.erase(resolver);
+void AvahiDiscovery::State::resolverDone(AvahiServiceResolver* resolver, bool found) {
+    unanswered.erase(resolver);
     // One address is enough for the advert: a phone without IPv6 need not hold up the rest.
     if (found) {
-        for (const auto& [key, resolvers] : m_resolvers) {
-            if (resolvers.first == resolver || resolvers.second == resolver) {
-                m_unanswered.erase(resolvers.first);
-                m_unanswered.erase(resolvers.second);
+        for (const auto& [key, pair] : resolversOf) {
+            if (pair.first == resolver || pair.second == resolver) {
+                unanswered.erase(pair.first);
+                unanswered.erase(pair.second);
             }
         }
     }
     settleIfDone();
 }
 
-void AvahiDiscovery::settleIfDone() {
-    if (!m_settled && m_listedAll && m_unanswered.empty()) {
-        m_settled = true;
-        m_sink.discoverySettled();
+void AvahiDiscovery::State::settleIfDone() {
+    if (!settled && listedAll && unanswered.empty()) {
+        settled = true;
+        tell([](WifiAdvertSink& to) { to.discoverySettled(); });
     }
 }
 
-void AvahiDiscovery::browseEvent(int interface, int protocol, bool isNew, const char* name,
-                                 const char* type, const char* domain) {
+void AvahiDiscovery::State::browseEvent(int interface, int protocol, bool isNew, const char* name,
+                                        const char* type, const char* domain) {
     if (interface < 0 || name == nullptr || type == nullptr || domain == nullptr) {
         return;
     }
     const BrowseKey key{interface, protocol, name, domain};
     if (isNew) {
-        if (m_resolvers.count(key) != 0) {
+        if (resolversOf.count(key) != 0) {
             return;
         }
-        auto& resolvers = m_resolvers[key];
+        auto& resolvers = resolversOf[key];
         for (const auto family : {AVAHI_PROTO_INET, AVAHI_PROTO_INET6}) {
             auto* resolver = avahi_service_resolver_new(
-                m_client, interface, protocol, name, type, domain, family,
+                client, interface, protocol, name, type, domain, family,
                 static_cast<AvahiLookupFlags>(0), &AvahiCallbacks::resolve, this);
             (family == AVAHI_PROTO_INET ? resolvers.first : resolvers.second) = resolver;
             if (resolver != nullptr) {
-                m_unanswered.insert(resolver);
+                unanswered.insert(resolver);
             }
         }
         return;
     }
-    const auto found = m_resolvers.find(key);
-    if (found == m_resolvers.end()) {
+    const auto found = resolversOf.find(key);
+    if (found == resolversOf.end()) {
         return;
     }
     for (auto* resolver : {found->second.first, found->second.second}) {
         if (resolver != nullptr) {
-            m_unanswered.erase(resolver);
+            unanswered.erase(resolver);
             avahi_service_resolver_free(resolver);
         }
     }
-    m_resolvers.erase(found);
+    resolversOf.erase(found);
     // The advert may still be seen over the other transport.
-    for (const auto& [other, resolvers] : m_resolvers) {
+    for (const auto& [other, pair] : resolversOf) {
         if (std::get<0>(other) == interface && std::get<2>(other) == name) {
             return;
         }
     }
-    m_sink.advertRemoved(name, static_cast<std::uint32_t>(interface));
+    tell(
+        [&](WifiAdvertSink& to) { to.advertRemoved(name, static_cast<std::uint32_t>(interface)); });
 }
 
-void AvahiDiscovery::resolved(AvahiServiceResolver*, int interface, const char* name,
-                              const char* type, const char* domain, const NetworkAddress& address) {
+void AvahiDiscovery::State::resolved(int interface, const char* name, const char* type,
+                                     const char* domain, const NetworkAddress& address) {
     if (name == nullptr || type == nullptr || domain == nullptr) {
         return;
     }
@@ -214,7 +307,7 @@ void AvahiDiscovery::resolved(AvahiServiceResolver*, int interface, const char* 
     advert.fullServiceName = full;
     advert.interfaceIndex = static_cast<std::uint32_t>(interface);
     advert.address = address;
-    m_sink.advertResolved(advert);
+    tell([&](WifiAdvertSink& to) { to.advertResolved(advert); });
 }
 
 } // namespace ambrel

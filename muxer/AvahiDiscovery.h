@@ -1,64 +1,42 @@
 #pragma once
 
-#include <map>
 #include <memory>
-#include <set>
-#include <string>
-#include <tuple>
 
 #include "muxer/WifiAdvertSink.h"
-
-struct AvahiThreadedPoll;
-struct AvahiClient;
-struct AvahiServiceBrowser;
-struct AvahiServiceResolver;
 
 namespace ambrel {
 
 // Finds phones on the network through the system's avahi-daemon (over the system bus): browses
 // `_apple-mobdev2._tcp` on every interface and keeps a resolver open for each advert and
-// address family, reporting to a sink. Runs on avahi's own thread. Without a system bus or
-// avahi-daemon nothing is reported; a daemon that starts later is picked up, one that stops
-// makes every advert gone.
+// address family, reporting to a sink. Connecting to avahi talks to the system bus and waits
+// for its answers, so it happens on a thread of its own; after that, avahi's own thread runs
+// everything. Without a system bus or avahi-daemon nothing is reported but that discovery
+// settled; a daemon that starts later is picked up, one that stops makes every advert gone.
 class AvahiDiscovery {
 public:
     static constexpr const char* kServiceType = "_apple-mobdev2._tcp";
 
-    // `sink` must outlive the discovery.
+    // `sink` must outlive the discovery, or its stop().
     explicit AvahiDiscovery(WifiAdvertSink& sink);
+    // Stops, as stop() does.
     ~AvahiDiscovery();
     AvahiDiscovery(const AvahiDiscovery&) = delete;
     AvahiDiscovery& operator=(const AvahiDiscovery&) = delete;
 
-    // False when avahi cannot be used at all (no system bus): the program goes on USB only.
-    bool start();
+    // Starts connecting and returns at once, whatever the system bus does.
+    void start();
+    // Ends discovery; the sink hears nothing more once it returns. Returns at once also while
+    // the connection is still being made: that thread then finishes and cleans up by itself.
     void stop();
+    // False once avahi could not be used at all (no system bus); true while connecting and
+    // after.
+    bool isUsable() const;
 
 private:
-    using BrowseKey = std::tuple<int, int, std::string, std::string>;
-
+    struct State;
     friend struct AvahiCallbacks;
 
-    void clientState(AvahiClient* client, bool isRunning, bool isLost);
-    void browseEvent(int interface, int protocol, bool isNew, const char* name, const char* type,
-                     const char* domain);
-    void browseListedAll();
-    void resolved(AvahiServiceResolver* resolver, int interface, const char* name, const char* type,
-                  const char* domain, const NetworkAddress& address);
-    void forgetEverything();
-    void resolverDone(AvahiServiceResolver* resolver, bool found);
-    void settleIfDone();
-
-    WifiAdvertSink& m_sink;
-    AvahiThreadedPoll* m_poll = nullptr;
-    AvahiClient* m_client = nullptr;
-    AvahiServiceBrowser* m_browser = nullptr;
-    // The open resolvers (one per address family) of each browse result.
-    std::map<BrowseKey, std::pair<AvahiServiceResolver*, AvahiServiceResolver*>> m_resolvers;
-    // Resolvers that have not answered yet, and whether the browser listed what was there.
-    std::set<AvahiServiceResolver*> m_unanswered;
-    bool m_listedAll = false;
-    bool m_settled = false;
+    std::shared_ptr<State> m_state;
 };
 
 } // namespace ambrel

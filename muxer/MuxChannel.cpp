@@ -73,17 +73,20 @@ ChannelStatus MuxChannel::waitReadable(std::chrono::milliseconds limit) const {
 
 ChannelStatus MuxChannel::writeAll(std::string_view bytes, std::chrono::milliseconds limit) const {
     const auto deadline = std::chrono::steady_clock::now() + limit;
+    // A socket almost always has room for a message: send first and wait only when it has not.
     while (!bytes.empty()) {
-        const auto ready = waitFor(POLLOUT, deadline);
-        if (ready != ChannelStatus::ok) {
-            return ready;
-        }
         const auto sent = ::send(m_fd, bytes.data(), bytes.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
         if (sent < 0) {
-            if (errno == EINTR || errno == EAGAIN || errno == EWOULDBLOCK) {
+            if (errno == EINTR) {
                 continue;
             }
-            return ChannelStatus::closed;
+            if (errno != EAGAIN && errno != EWOULDBLOCK) {
+                return ChannelStatus::closed;
+            }
+            if (const auto ready = waitFor(POLLOUT, deadline); ready != ChannelStatus::ok) {
+                return ready;
+            }
+            continue;
         }
         bytes.remove_prefix(static_cast<std::size_t>(sent));
     }
@@ -91,26 +94,31 @@ ChannelStatus MuxChannel::writeAll(std::string_view bytes, std::chrono::millisec
 }
 
 ChannelStatus MuxChannel::readExactly(std::string& into, std::size_t count,
-                                      std::chrono::steady_clock::time_point deadline) const {
+                                      std::chrono::steady_clock::time_point deadline,
+                                      WaitFirst waitFirst) const {
     const std::size_t target = into.size() + count;
     char buffer[16384];
+    bool wait = waitFirst == WaitFirst::yes;
     while (into.size() < target) {
-        const auto ready = waitFor(POLLIN, deadline);
-        if (ready != ChannelStatus::ok) {
-            return ready;
+        if (wait) {
+            if (const auto ready = waitFor(POLLIN, deadline); ready != ChannelStatus::ok) {
+                return ready;
+            }
         }
         const std::size_t wanted = std::min(sizeof buffer, target - into.size());
         const auto got = ::recv(m_fd, buffer, wanted, MSG_DONTWAIT);
         if (got < 0) {
-            if (errno == EINTR || errno == EAGAIN || errno == EWOULDBLOCK) {
-                continue;
+            if (errno != EINTR && errno != EAGAIN && errno != EWOULDBLOCK) {
+                return ChannelStatus::closed;
             }
-            return ChannelStatus::closed;
+            wait = errno != EINTR;
+            continue;
         }
         if (got == 0) {
             return ChannelStatus::closed;
         }
         into.append(buffer, static_cast<std::size_t>(got));
+        wait = true;
     }
     return ChannelStatus::ok;
 }
@@ -118,7 +126,8 @@ ChannelStatus MuxChannel::readExactly(std::string& into, std::size_t count,
 ChannelStatus MuxChannel::readFrame(MuxFrame& frame, std::chrono::milliseconds limit) const {
     const auto deadline = std::chrono::steady_clock::now() + limit;
     frame = MuxFrame{};
-    const auto headerStatus = readExactly(frame.bytes, kMuxHeaderSize, deadline);
+    // The wait for a header also notices a stop; the rest of a message usually came with it.
+    const auto headerStatus = readExactly(frame.bytes, kMuxHeaderSize, deadline, WaitFirst::yes);
     if (headerStatus != ChannelStatus::ok) {
         // End of file inside a header is a hang-up mid-message.
         return headerStatus == ChannelStatus::closed && !frame.bytes.empty()
@@ -130,7 +139,8 @@ ChannelStatus MuxChannel::readFrame(MuxFrame& frame, std::chrono::milliseconds l
         return ChannelStatus::refused;
     }
     frame.header = *header;
-    const auto bodyStatus = readExactly(frame.bytes, header->length - kMuxHeaderSize, deadline);
+    const auto bodyStatus =
+        readExactly(frame.bytes, header->length - kMuxHeaderSize, deadline, WaitFirst::no);
     if (bodyStatus != ChannelStatus::ok) {
         return bodyStatus == ChannelStatus::closed ? ChannelStatus::refused : bodyStatus;
     }

@@ -56,8 +56,10 @@ public:
     ChannelStatus waitReadable(std::chrono::milliseconds limit) const;
 
 private:
+    enum class WaitFirst { no, yes };
     ChannelStatus readExactly(std::string& into, std::size_t count,
-                              std::chrono::steady_clock::time_point deadline) const;
+                              std::chrono::steady_clock::time_point deadline,
+                              WaitFirst waitFirst) const;
     ChannelStatus waitFor(short events, std::chrono::steady_clock::time_point deadline) const;
 
     int m_fd;

@@ -4,6 +4,8 @@
 #include <cstring>
 #include <memory>
 
+#include "phone/PropertyList.h"
+
 namespace ambrel {
 
 namespace {
@@ -25,15 +27,6 @@ void appendWord(std::string& bytes, std::uint32_t value) {
     for (std::size_t i = 0; i < 4; ++i) {
         bytes.push_back(static_cast<char>((value >> (8 * i)) & 0xFF));
     }
-}
-
-std::size_t occurrences(std::string_view text, std::string_view pattern) {
-    std::size_t count = 0;
-    for (auto position = text.find(pattern); position != std::string_view::npos;
-         position = text.find(pattern, position + pattern.size())) {
-        ++count;
-    }
-    return count;
 }
 
 struct RequestName {
@@ -146,10 +139,8 @@ std::string encodeMuxMessage(std::uint32_t tag, const PlistNode& dictionary) {
 }
 
 PlistNode parseMuxPlist(std::string_view xml) {
-    // Every nested value opens with "<array" or "<dict", so their number bounds the depth.
     if (xml.empty() || xml.size() > kLargestMuxMessage ||
-        xml.find('\0') != std::string_view::npos ||
-        occurrences(xml, "<array") + occurrences(xml, "<dict") > kMostMuxContainers) {
+        xml.find('\0') != std::string_view::npos || xmlContainerCount(xml) > kMostMuxContainers) {
         return {};
     }
     plist_t raw = nullptr;

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <map>
+#include <memory>
 #include <poll.h>
 #include <sys/socket.h>
 #include <vector>
@@ -321,77 +322,86 @@ bool MuxSession::forward(const MuxFrame& frame) {
 void MuxSession::relay(int deviceFd) {
     // Each direction holds at most one chunk; while it waits to be written, its source is not
     // read. Neither direction ever blocks the other, so a peer that writes while it is being
-    // written to cannot stall the tunnel.
+    // written to cannot stall the tunnel. A chunk is passed on as soon as it is read: the other
+    // side nearly always takes it at once, and only then is there something to wait for.
     struct Direction {
         int from;
         int to;
-        std::string pending;
+        std::unique_ptr<char[]> buffer;
+        std::size_t size = 0;
         std::size_t written = 0;
+
+        // False when the receiving side is gone.
+        bool push() {
+            while (written < size) {
+                const auto sent =
+                    ::send(to, buffer.get() + written, size - written, MSG_NOSIGNAL | MSG_DONTWAIT);
+                if (sent < 0) {
+                    if (errno == EINTR) {
+                        continue;
+                    }
+                    return errno == EAGAIN || errno == EWOULDBLOCK;
+                }
+                written += static_cast<std::size_t>(sent);
+            }
+            size = 0;
+            written = 0;
+            return true;
+        }
     };
-    Direction directions[2] = {{m_clientFd, deviceFd, {}, 0}, {deviceFd, m_clientFd, {}, 0}};
-    std::vector<char> buffer(kRelayChunk);
+    Direction directions[2] = {
+        {m_clientFd, deviceFd, std::make_unique_for_overwrite<char[]>(kRelayChunk)},
+        {deviceFd, m_clientFd, std::make_unique_for_overwrite<char[]>(kRelayChunk)},
+    };
     auto lastProgress = std::chrono::steady_clock::now();
     for (;;) {
-        pollfd fds[5];
-        int count = 0;
-        int slot[2][2] = {{-1, -1}, {-1, -1}};
+        pollfd fds[3];
         for (int d = 0; d < 2; ++d) {
-            if (directions[d].pending.empty()) {
-                slot[d][0] = count;
-                fds[count++] = {directions[d].from, POLLIN, 0};
-            } else {
-                slot[d][1] = count;
-                fds[count++] = {directions[d].to, POLLOUT, 0};
-            }
+            fds[d] = directions[d].size == 0 ? pollfd{directions[d].from, POLLIN, 0}
+                                             : pollfd{directions[d].to, POLLOUT, 0};
         }
-        const int stopSlot = count;
-        fds[count++] = {m_stopFd, POLLIN, 0};
-        const int ready = ::poll(fds, static_cast<nfds_t>(count), 1000);
+        fds[2] = {m_stopFd, POLLIN, 0};
+        const int ready = ::poll(fds, 3, 1000);
         if (ready < 0) {
             if (errno == EINTR) {
                 continue;
             }
             return;
         }
-        if ((fds[stopSlot].revents & POLLIN) != 0) {
+        if ((fds[2].revents & POLLIN) != 0) {
             return;
         }
         const auto now = std::chrono::steady_clock::now();
         if (ready == 0) {
             // A peer that takes nothing for this long is gone.
             if (now - lastProgress > kRelayWriteLimit &&
-                (!directions[0].pending.empty() || !directions[1].pending.empty())) {
+                (directions[0].size != 0 || directions[1].size != 0)) {
                 return;
             }
             continue;
         }
         for (int d = 0; d < 2; ++d) {
             auto& direction = directions[d];
-            if (slot[d][0] >= 0 && fds[slot[d][0]].revents != 0) {
-                const auto got = ::recv(direction.from, buffer.data(), buffer.size(), MSG_DONTWAIT);
+            if (fds[d].revents == 0) {
+                continue;
+            }
+            if (direction.size == 0) {
+                const auto got =
+                    ::recv(direction.from, direction.buffer.get(), kRelayChunk, MSG_DONTWAIT);
                 if (got == 0 || (got < 0 && errno != EAGAIN && errno != EINTR)) {
                     return;
                 }
-                if (got > 0) {
-                    direction.pending.assign(buffer.data(), static_cast<std::size_t>(got));
-                    direction.written = 0;
+                if (got < 0) {
+                    continue;
                 }
+                direction.size = static_cast<std::size_t>(got);
             }
-            if (slot[d][1] >= 0 && fds[slot[d][1]].revents != 0) {
-                const auto sent = ::send(direction.to, direction.pending.data() + direction.written,
-                                         direction.pending.size() - direction.written,
-                                         MSG_NOSIGNAL | MSG_DONTWAIT);
-                if (sent < 0 && errno != EAGAIN && errno != EINTR) {
-                    return;
-                }
-                if (sent > 0) {
-                    lastProgress = now;
-                    direction.written += static_cast<std::size_t>(sent);
-                    if (direction.written == direction.pending.size()) {
-                        direction.pending.clear();
-                        direction.written = 0;
-                    }
-                }
+            const std::size_t before = direction.written;
+            if (!direction.push()) {
+                return;
+            }
+            if (direction.size == 0 || direction.written != before) {
+                lastProgress = now;
             }
         }
     }

@@ -75,26 +75,37 @@ void MuxerServer::stop() {
     if (m_acceptThread.joinable()) {
         m_acceptThread.join();
     }
-    reapFinishedClients(true);
+    {
+        const std::lock_guard lock(m_workersMutex);
+        m_stopping = true;
+    }
+    m_clientWaiting.notify_all();
+    reapFinishedWorkers(true);
+    {
+        const std::lock_guard lock(m_workersMutex);
+        m_clientCount -= static_cast<int>(m_waiting.size());
+        m_waiting.clear();
+        m_stopping = false;
+    }
     ::unlink(m_options.socketPath.c_str());
     m_listenFd.reset();
 }
 
-void MuxerServer::reapFinishedClients(bool all) {
-    std::list<std::unique_ptr<Client>> done;
+void MuxerServer::reapFinishedWorkers(bool all) {
+    std::list<std::unique_ptr<Worker>> done;
     {
-        const std::lock_guard lock(m_clientsMutex);
-        for (auto it = m_clients.begin(); it != m_clients.end();) {
+        const std::lock_guard lock(m_workersMutex);
+        for (auto it = m_workers.begin(); it != m_workers.end();) {
             if (all || (*it)->finished.load()) {
-                done.splice(done.end(), m_clients, it++);
+                done.splice(done.end(), m_workers, it++);
             } else {
                 ++it;
             }
         }
     }
-    for (auto& client : done) {
-        if (client->thread.joinable()) {
-            client->thread.join();
+    for (auto& worker : done) {
+        if (worker->thread.joinable()) {
+            worker->thread.join();
         }
     }
 }
@@ -108,7 +119,7 @@ void MuxerServer::acceptLoop() {
         if ((fds[1].revents & POLLIN) != 0) {
             return;
         }
-        reapFinishedClients(false);
+        reapFinishedWorkers(false);
         if ((fds[0].revents & POLLIN) == 0) {
             continue;
         }
@@ -119,26 +130,50 @@ void MuxerServer::acceptLoop() {
         if (m_clientCount.load() >= kMostClients) {
             continue;
         }
-        auto client = std::make_unique<Client>();
-        client->fd = std::move(fd);
-        Client& served = *client;
         ++m_clientCount;
-        {
-            const std::lock_guard lock(m_clientsMutex);
-            m_clients.push_back(std::move(client));
+        const std::lock_guard lock(m_workersMutex);
+        m_waiting.push_back(std::move(fd));
+        // A worker that is woken counts as idle until it took its client, so every waiting
+        // client has a worker of its own.
+        if (m_idleWorkers >= static_cast<int>(m_waiting.size())) {
+            m_clientWaiting.notify_one();
+            continue;
         }
-        served.thread = std::thread([this, &served] { serve(served); });
+        auto worker = std::make_unique<Worker>();
+        Worker& started = *worker;
+        m_workers.push_back(std::move(worker));
+        started.thread = std::thread([this, &started] { work(started); });
     }
 }
 
-void MuxerServer::serve(Client& client) {
-    MuxSession session(client.fd.get(), m_stopFd.get(),
+void MuxerServer::work(Worker& worker) {
+    std::unique_lock lock(m_workersMutex);
+    while (!m_stopping) {
+        if (m_waiting.empty()) {
+            ++m_idleWorkers;
+            const bool hasClient = m_clientWaiting.wait_for(
+                lock, kWorkerLinger, [this] { return m_stopping || !m_waiting.empty(); });
+            --m_idleWorkers;
+            if (!hasClient || m_stopping) {
+                break;
+            }
+        }
+        UniqueFd client = std::move(m_waiting.front());
+        m_waiting.pop_front();
+        lock.unlock();
+        serve(client.get());
+        client.reset();
+        --m_clientCount;
+        lock.lock();
+    }
+    worker.finished.store(true);
+}
+
+void MuxerServer::serve(int clientFd) {
+    MuxSession session(clientFd, m_stopFd.get(),
                        {m_options.systemMuxerPath, m_options.network, m_options.systemMuxerLimit,
                         m_options.clientLimit, m_options.listenPeriod});
     session.run();
-    client.fd.reset();
-    --m_clientCount;
-    client.finished.store(true);
 }
 
 } // namespace ambrel

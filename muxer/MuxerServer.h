@@ -2,6 +2,8 @@
 
 #include <atomic>
 #include <chrono>
+#include <condition_variable>
+#include <deque>
 #include <filesystem>
 #include <list>
 #include <memory>
@@ -16,8 +18,10 @@ namespace ambrel {
 
 // The program's own muxer: speaks the usbmuxd protocol on a private UNIX socket, passes every
 // USB request through to the system muxer, and adds the phones a NetworkPhoneSource knows on
-// the network. All work happens on its own threads: one that accepts, one per client. A slow,
-// silent or absent system muxer costs a client its USB devices, never more.
+// the network. All work happens on its own threads: one that accepts, one per client being
+// served. A thread that served a client lingers a moment for the next one, since a phone read
+// opens several connections one after another. A slow, silent or absent system muxer costs a
+// client its USB devices, never more.
 class MuxerServer {
 public:
     struct Options {
@@ -37,6 +41,8 @@ public:
 
     // Clients connected at once beyond this are hung up on at once.
     static constexpr int kMostClients = 128;
+    // How long a thread that served a client waits for another before it ends.
+    static constexpr std::chrono::seconds kWorkerLinger{10};
 
     explicit MuxerServer(Options options);
     // Stops, as stop() does.
@@ -57,23 +63,28 @@ public:
     int clientCountForTesting() const { return m_clientCount.load(); }
 
 private:
-    struct Client {
-        UniqueFd fd;
+    struct Worker {
         std::thread thread;
         std::atomic<bool> finished{false};
     };
 
     void acceptLoop();
-    void serve(Client& client);
-    void reapFinishedClients(bool all);
+    void work(Worker& worker);
+    void serve(int clientFd);
+    void reapFinishedWorkers(bool all);
 
     Options m_options;
     std::string m_failure;
     UniqueFd m_listenFd;
     UniqueFd m_stopFd;
     std::thread m_acceptThread;
-    std::mutex m_clientsMutex;
-    std::list<std::unique_ptr<Client>> m_clients;
+    // Guards the workers, the clients waiting for one, and the idle count.
+    std::mutex m_workersMutex;
+    std::condition_variable m_clientWaiting;
+    std::list<std::unique_ptr<Worker>> m_workers;
+    std::deque<UniqueFd> m_waiting;
+    int m_idleWorkers = 0;
+    bool m_stopping = false;
     std::atomic<int> m_clientCount{0};
     bool m_started = false;
 };

@@ -216,14 +216,24 @@ bool PairRecordStore::keepCopy(const std::string& udid, std::string_view record)
         return false;
     }
     const std::lock_guard lock(m_mutex);
+    const auto path = m_ownFolder / (udid + kRecordSuffix);
+    // Every read of a phone on USB hands its record out again, nearly always unchanged: what
+    // was written last is remembered, and the file is only looked for.
+    struct stat info {};
+    if (const auto kept = m_kept.find(udid); kept != m_kept.end() && kept->second == record &&
+                                             ::lstat(path.c_str(), &info) == 0 &&
+                                             S_ISREG(info.st_mode)) {
+        return true;
+    }
     if (!ensureOwnFolder()) {
         return false;
     }
-    const auto path = m_ownFolder / (udid + kRecordSuffix);
-    if (const auto existing = readSmallFile(path); existing && *existing == record) {
+    const auto existing = readSmallFile(path);
+    if ((existing && *existing == record) || writePrivately(path, record)) {
+        m_kept[udid] = std::string(record);
         return true;
     }
-    return writePrivately(path, record);
+    return false;
 }
 
 std::map<std::string, std::string> PairRecordStore::readLearned() const {

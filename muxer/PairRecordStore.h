@@ -61,6 +61,8 @@ private:
     std::filesystem::path m_systemFolder;
     std::filesystem::path m_ownFolder;
     mutable std::mutex m_mutex;
+    // The copy last written or found in place, by UDID.
+    std::map<std::string, std::string> m_kept;
 };
 
 } // namespace ambrel

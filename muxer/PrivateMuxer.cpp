@@ -74,11 +74,7 @@ std::optional<std::string> PrivateMuxer::start() {
     if (m_setup.discoverWifiPhones) {
         m_directory.expectDiscovery(kFirstDiscoveryLimit);
         m_discovery = std::make_unique<AvahiDiscovery>(m_directory);
-        m_discovering = m_discovery->start();
-        if (!m_discovering) {
-            m_discovery.reset();
-            m_directory.discoverySettled();
-        }
+        m_discovery->start();
     }
     return address;
 }
@@ -92,7 +88,10 @@ void PrivateMuxer::stop() {
         m_discovery->stop();
         m_discovery.reset();
     }
-    m_discovering = false;
+}
+
+bool PrivateMuxer::isDiscovering() const {
+    return m_discovery && m_discovery->isUsable();
 }
 
 std::unique_ptr<PrivateMuxer> startPrivateMuxer(const std::filesystem::path& dataFolder) {

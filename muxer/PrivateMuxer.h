@@ -36,12 +36,14 @@ public:
     PrivateMuxer& operator=(const PrivateMuxer&) = delete;
 
     // Makes the socket's folder (0700, ours) and starts serving; without avahi the muxer serves
-    // USB only. The value for USBMUXD_SOCKET_ADDRESS ("UNIX:<path>"), also when another run of
+    // USB only. Returns without waiting for the system bus: discovery connects on its own
+    // thread. The value for USBMUXD_SOCKET_ADDRESS ("UNIX:<path>"), also when another run of
     // the program already serves on that socket; nothing when no socket can be had.
     std::optional<std::string> start();
     void stop();
 
-    bool isDiscovering() const { return m_discovering; }
+    // Whether Wi-Fi discovery is connecting or runs; false once avahi could not be used.
+    bool isDiscovering() const;
 
 private:
     Setup m_setup;
@@ -49,7 +51,6 @@ private:
     WifiPhoneDirectory m_directory;
     std::unique_ptr<AvahiDiscovery> m_discovery;
     std::unique_ptr<MuxerServer> m_server;
-    bool m_discovering = false;
 };
 
 // Starts the program's muxer unless the user's environment already names one in

@@ -89,10 +89,18 @@ std::uint32_t WifiPhoneDirectory::deviceIdOf(const std::string& udid) {
 }
 
 std::vector<MuxDevice> WifiPhoneDirectory::networkDevices() {
-    const auto known = m_records.knownPhones();
-    const auto learned = m_records.learnedMacs();
     std::unique_lock lock(m_mutex);
     m_settledChanged.wait_until(lock, m_settleDeadline, [this] { return m_settled; });
+    dropExpired();
+    // Without adverts there is nothing to match: every USB listing and Connect comes here, and
+    // the pair records stay unread.
+    if (m_adverts.empty()) {
+        return {};
+    }
+    lock.unlock();
+    const auto known = m_records.knownPhones();
+    const auto learned = m_records.learnedMacs();
+    lock.lock();
     dropExpired();
 
     // udid -> the advert that stands for it; a current advert beats one in its grace period.
@@ -156,6 +164,15 @@ void WifiPhoneDirectory::noteUsbDevices(const std::vector<MuxDevice>& devices) {
     }
     if (phones.size() != 1) {
         return;
+    }
+    {
+        const std::lock_guard lock(m_mutex);
+        const bool anyCurrent =
+            std::any_of(m_adverts.begin(), m_adverts.end(),
+                        [](const auto& entry) { return !entry.second.goneSince; });
+        if (!anyCurrent) {
+            return;
+        }
     }
     // With one phone on the cable, the one advert that matches no phone is that phone's,
     // under a private Wi-Fi address.

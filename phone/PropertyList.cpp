@@ -30,11 +30,8 @@ std::size_t occurrences(std::string_view text, std::string_view pattern) {
     return count;
 }
 
-// Every nested value needs an opening tag spelled exactly "<array" or "<dict" (the parser
-// accepts no space after "<"), so their number bounds the nesting depth from above.
 bool isWithinNestingLimit(std::string_view document) {
-    return occurrences(document, "<array") + occurrences(document, "<dict") <=
-           kMostPropertyListContainers;
+    return xmlContainerCount(document) <= kMostPropertyListContainers;
 }
 
 bool isXmlSpace(char character) {
@@ -129,6 +126,10 @@ PropertyValue valueOf(plist_t node) {
 }
 
 } // namespace
+
+std::size_t xmlContainerCount(std::string_view xml) {
+    return occurrences(xml, "<array") + occurrences(xml, "<dict");
+}
 
 std::optional<PropertyDictionary> parsePropertyList(std::string_view toolOutput) {
     const auto marker = toolOutput.find(kXmlMarker);

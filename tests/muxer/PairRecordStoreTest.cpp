@@ -79,6 +79,22 @@ TEST_F(PairRecordStoreTest, AFolderThatIsTooOpenIsClosed) {
     EXPECT_EQ(info.st_mode & 0777, 0700u);
 }
 
+TEST_F(PairRecordStoreTest, AKeptCopyIsWrittenAgainWhenChangedOrRemoved) {
+    PairRecordStore store(systemFolder(), ownFolder());
+    const auto path = ownFolder() / "00008110-000B.plist";
+    const auto first = pairRecordBytes("aa:bb:cc:dd:ee:02", "OWN");
+    const auto second = pairRecordBytes("aa:bb:cc:dd:ee:02", "NEWER");
+    ASSERT_TRUE(store.keepCopy("00008110-000B", first));
+    ASSERT_TRUE(store.keepCopy("00008110-000B", first));
+    EXPECT_EQ(systemBuidOfPairRecord(*store.record("00008110-000B")), "OWN");
+    ASSERT_TRUE(store.keepCopy("00008110-000B", second));
+    EXPECT_EQ(systemBuidOfPairRecord(*store.record("00008110-000B")), "NEWER");
+    std::filesystem::remove(path);
+    ASSERT_TRUE(store.keepCopy("00008110-000B", second));
+    ASSERT_TRUE(std::filesystem::exists(path));
+    EXPECT_EQ(systemBuidOfPairRecord(*store.record("00008110-000B")), "NEWER");
+}
+
 TEST_F(PairRecordStoreTest, LearnedMacsAreRemembered) {
     {
         PairRecordStore store(systemFolder(), ownFolder());

@@ -1,9 +1,13 @@
 #include "muxer/PrivateMuxer.h"
 
+#include <chrono>
 #include <cstdlib>
+#include <cstring>
 #include <optional>
 #include <string>
+#include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/un.h>
 #include <unistd.h>
 
 #include <gtest/gtest.h>
@@ -126,8 +130,50 @@ TEST(PrivateMuxerTest, WithoutASystemBusTheMuxerServesUsbOnly) {
     setup.ownRecordsFolder = folder.path() / "own";
     PrivateMuxer muxer(setup);
     ASSERT_TRUE(muxer.start());
-    EXPECT_FALSE(muxer.isDiscovering());
+    // A listing waits until discovery gave up, which is at once without a bus.
     EXPECT_EQ(usbDevicesListedAt(setup.socketPath), 1u);
+    EXPECT_FALSE(muxer.isDiscovering());
+}
+
+// A system bus that takes the connection and never says a word (a hung dbus-daemon): the
+// program starts its muxer and serves USB all the same, and quits, without waiting for it.
+TEST(PrivateMuxerTest, ASilentSystemBusDelaysNeitherStartNorListingsNorQuitting) {
+    TemporaryFolder folder;
+    const auto busPath = folder.path() / "silent-bus";
+    UniqueFd bus(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    std::strncpy(address.sun_path, busPath.c_str(), sizeof address.sun_path - 1);
+    ASSERT_EQ(::bind(bus.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+    // Connections wait in the backlog, never accepted, never answered.
+    ASSERT_EQ(::listen(bus.get(), 16), 0);
+    const ScopedVariable busAddress("DBUS_SYSTEM_BUS_ADDRESS", "unix:path=" + busPath.string());
+    const ScopedVariable muxerAddress("USBMUXD_SOCKET_ADDRESS", std::nullopt);
+    const ScopedVariable runtime("XDG_RUNTIME_DIR", folder.path().string());
+    FakeSystemMuxer system(folder.path() / "system");
+    const ScopedVariable systemMuxer("TOVRIN_SYSTEM_USBMUXD_FOR_TESTING",
+                                     system.socketPath().string());
+    system.addUsbDevice(4, "00008110001A2B3C4D5E6F70");
+
+    auto started = std::chrono::steady_clock::now();
+    auto muxer = startPrivateMuxer(folder.path() / "data");
+    // libdbus waits 25 s for a bus's answer; starting takes a few milliseconds.
+    EXPECT_LT(std::chrono::steady_clock::now() - started, 1s);
+    ASSERT_NE(muxer, nullptr);
+
+    // A listing waits for discovery no longer than its first-listing limit, well within the
+    // 5 s the tools wait for an answer.
+    started = std::chrono::steady_clock::now();
+    EXPECT_EQ(usbDevicesListedAt(folder.path() / "tovrin" / "usbmuxd"), 1u);
+    EXPECT_LT(std::chrono::steady_clock::now() - started, 4s);
+    if (!muxer->isDiscovering()) {
+        // libdbus reads the bus's address once per process; ctest runs each test in its own.
+        GTEST_SKIP() << "an earlier test in this process set libdbus's system bus address";
+    }
+
+    started = std::chrono::steady_clock::now();
+    muxer.reset();
+    EXPECT_LT(std::chrono::steady_clock::now() - started, 1s);
 }
 
 TEST(PrivateMuxerTest, TheUsersOwnMuxerIsLeftAlone) {

@@ -191,6 +191,16 @@ TEST(PropertyListTest, DeepNestingIsRefusedUnparsed) {
     EXPECT_FALSE(parsePropertyList(nested(150000)));
 }
 
+TEST(PropertyListTest, ContainersAreCountedByTheirOpeningTags) {
+    EXPECT_EQ(xmlContainerCount(""), 0u);
+    EXPECT_EQ(xmlContainerCount("<dict/>"), 1u);
+    // The top-level dictionary, then 200 arrays.
+    EXPECT_EQ(xmlContainerCount(nested(200)), 201u);
+    EXPECT_EQ(xmlContainerCount("<array><dict></dict><array/></array>"), 3u);
+    // Closing tags and look-alikes count for nothing.
+    EXPECT_EQ(xmlContainerCount("</array></dict><string>arrays</string>< dict>"), 0u);
+}
+
 TEST(PropertyListTest, OversizedDocumentIsRefused) {
     const std::string padding(kLargestPropertyList, ' ');
     EXPECT_FALSE(parsePropertyList(dictionary("<key>a</key><integer>1</integer>" + padding)));
