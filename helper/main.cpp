@@ -197,11 +197,13 @@ int phoneInfo(const std::string& udid, bool networkOnly) {
     line["connection"] = overNetwork ? "network" : "usb";
     const auto name = publicValue(connection.client, "DeviceName");
     const auto model = publicValue(connection.client, "ProductType");
+    const auto wifiAddress = publicValue(connection.client, "WiFiAddress");
     if (!name && !model) {
         return failure(line, "InvalidResponse", protocol::kExitLockdownError);
     }
     line["name"] = name.value_or("");
     line["model"] = model.value_or("");
+    line["wifiAddress"] = wifiAddress.value_or("");
     const lockdownd_error_t session = startSession(connection, udid);
     line["trusted"] = session == LOCKDOWN_E_SUCCESS;
     line["wifiConnections"] = nullptr;

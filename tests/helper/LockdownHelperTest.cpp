@@ -161,6 +161,7 @@ TEST_F(LockdownHelperTest, InfoTellsNameModelTrustAndTheWifiSetting) {
                           {"connection", "usb"},
                           {"name", "Ada’s iPhone"},
                           {"model", "iPhone15,3"},
+                          {"wifiAddress", "f0:99:bf:10:20:30"},
                           {"trusted", true},
                           {"wifiConnections", false}}));
 }
