@@ -254,6 +254,10 @@ ConnectionReport ConnectionCheck::run(ConnectionProbe& probe) {
     return Run(probe).report();
 }
 
+std::string ConnectionCheck::adviceFor(const LockdownError& error) {
+    return lockdownAdvice(error);
+}
+
 const char* ConnectionCheck::statusName(CheckStatus status) {
     switch (status) {
     case CheckStatus::passed:

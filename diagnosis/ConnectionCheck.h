@@ -40,6 +40,8 @@ public:
     // closing line. Pure.
     static std::string toText(const ConnectionReport& report);
     static const char* statusName(CheckStatus status);
+    // One sentence saying what to do about a failed exchange with the phone. Pure.
+    static std::string adviceFor(const LockdownError& error);
 };
 
 } // namespace ambrel

@@ -95,6 +95,11 @@ void PrivateMuxer::stop() {
     m_discovering = false;
 }
 
+std::string systemMuxerSocketPath() {
+    const auto system = environment(kSystemMuxerForTesting);
+    return system.empty() ? PrivateMuxer::Setup().systemMuxerPath : system;
+}
+
 std::unique_ptr<PrivateMuxer> startPrivateMuxer(const std::filesystem::path& dataFolder) {
     if (!environment(kAddressVariable).empty()) {
         return nullptr;
@@ -102,9 +107,7 @@ std::unique_ptr<PrivateMuxer> startPrivateMuxer(const std::filesystem::path& dat
     PrivateMuxer::Setup setup;
     setup.socketPath = PrivateMuxer::defaultSocketPath();
     setup.ownRecordsFolder = dataFolder / "pair-records";
-    if (const auto system = environment(kSystemMuxerForTesting); !system.empty()) {
-        setup.systemMuxerPath = system;
-    }
+    setup.systemMuxerPath = systemMuxerSocketPath();
     auto muxer = std::make_unique<PrivateMuxer>(setup);
     const auto address = muxer->start();
     if (!address) {
