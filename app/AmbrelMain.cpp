@@ -23,6 +23,7 @@
 #include "platform/linux/ExecutableBundle.h"
 #include "platform/linux/XdgAutostartService.h"
 #include "platform/linux/XdgFolders.h"
+#include "views/ConnectionWindow.h"
 
 #ifndef TOVRIN_VERSION
 #error "TOVRIN_VERSION must be defined by the build"
@@ -152,6 +153,8 @@ int main(int argc, char** argv) {
     if (CommandLine::hasArgument(arguments, "--readings")) {
         return ReadingsCommand::run(argc, argv);
     }
+    // The setup sheet's "Open Finder" opens the connection window, which looks here.
+    ConnectionWindow::setSystemSetup(connectionProbeSetup(*bundle, userMuxerAddress, dataFolder));
     return runWidget(argc, argv, arguments, std::move(bundle));
 }
 

@@ -27,7 +27,8 @@ ALLOWED = {
     # tools the same questions the program depends on.
     "diagnosis": {"muxer", "phone", "platform", "model"},
     "monitor": {"mac", "phone", "platform", "model"},
-    "views": {"monitor", "mac", "phone", "platform/qt", "platform", "model"},
+    # The connection window shows the connection check and the phone settings.
+    "views": {"monitor", "diagnosis", "mac", "phone", "platform/qt", "platform", "model"},
     # The program's wiring: the one place that picks the platform's implementations.
     "app": {"views", "monitor", "diagnosis", "muxer", "mac", "phone", "platform/linux", "platform/qt",
             "platform", "model"},
