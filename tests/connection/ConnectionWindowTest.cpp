@@ -18,6 +18,7 @@
 #include "tests/fakes/TemporaryFolder.h"
 #include "tests/simphone/SimulatedIphone.h"
 #include "views/Appearance.h"
+#include "views/IPhoneSetupView.h"
 
 namespace ambrel::testing {
 namespace {
@@ -202,6 +203,32 @@ TEST_F(ConnectionWindowTest, AnAnswerForAClosedWindowIsDropped) {
     // The answer arrives on the event loop after the window went; nothing may touch it.
     QTest::qWait(1500);
     SUCCEED();
+}
+
+TEST_F(ConnectionWindowTest, OpenFinderOnTheSetupSheetOpensTheWindowWithThePhone) {
+    startPhone(json::array({usbPhone()}));
+    ::setenv("USBMUXD_SOCKET_ADDRESS", m_phone->socketAddress().c_str(), 1);
+    SystemConnectionProbe::Setup setup;
+    setup.toolDirectory = fs::path(TOVRIN_BINARY_DIR) / "share/tovrin/Runtime/bin";
+    ConnectionWindow::setSystemSetup(setup);
+    IPhoneSetupView sheet([] {});
+    sheet.show();
+    QTest::mouseClick(sheet.openFinderButton(), Qt::LeftButton);
+    const auto windows = sheet.findChildren<ConnectionWindow*>();
+    ASSERT_EQ(windows.size(), 1);
+    ConnectionWindow* window = windows.front();
+    EXPECT_TRUE(window->isVisible());
+    EXPECT_TRUE(sheet.isVisible());
+    QSignalSpy shown(window, &ConnectionWindow::phonesShown);
+    ASSERT_TRUE(shown.wait(kWaitMs));
+    ASSERT_EQ(window->phoneRows().size(), 1u);
+    EXPECT_EQ(window->phoneRows().front().name->text(), QString::fromUtf8("Ada’s iPhone"));
+    // A second click brings the same window forward.
+    QTest::mouseClick(sheet.openFinderButton(), Qt::LeftButton);
+    EXPECT_EQ(sheet.findChildren<ConnectionWindow*>().size(), 1);
+    ASSERT_TRUE(shown.wait(kWaitMs));
+    window->close();
+    sheet.reject();
 }
 
 // Not a check: writes the window in both looks when TOVRIN_CAPTURE_DIR names a folder.
