@@ -1,7 +1,13 @@
 // The real tovrin-lockdown, on the real libimobiledevice, against the simulated iPhone: reading
 // and turning the phone's Wi-Fi connections on and off, and every way that can fail.
+#include <algorithm>
+#include <cstdint>
+#include <cstring>
 #include <memory>
 #include <string>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -202,6 +208,115 @@ TEST_F(LockdownHelperTest, ADeniedPairingLeavesThePhoneUntrusted) {
     int code = -1;
     EXPECT_EQ(helper({"wifi", kUdid}, code)["error"], "MissingPairRecord");
     EXPECT_EQ(code, protocol::kExitNotTrusted);
+}
+
+// A lockdown connection to the first device of the simulated iPhone, spoken by hand: a usbmuxd
+// Connect to port 62078, then length-prefixed property lists. No session is started.
+class RawLockdown {
+public:
+    explicit RawLockdown(const std::string& socketPath) {
+        m_fd = ::socket(AF_UNIX, SOCK_STREAM, 0);
+        sockaddr_un address{};
+        address.sun_family = AF_UNIX;
+        std::strncpy(address.sun_path, socketPath.c_str(), sizeof(address.sun_path) - 1);
+        if (::connect(m_fd, reinterpret_cast<sockaddr*>(&address), sizeof(address)) != 0) {
+            return;
+        }
+        // The port goes byte-swapped, as libusbmuxd sends it: 62078 is 0xF27E.
+        const std::string connect = plist("<key>MessageType</key><string>Connect</string>"
+                                          "<key>DeviceID</key><integer>1</integer>"
+                                          "<key>PortNumber</key><integer>32498</integer>");
+        std::string message(16, '\0');
+        const std::uint32_t header[4] = {static_cast<std::uint32_t>(16 + connect.size()), 1, 8, 1};
+        std::memcpy(message.data(), header, sizeof(header));
+        message += connect;
+        if (!sendAll(message)) {
+            return;
+        }
+        std::string reply = readExactly(16);
+        if (reply.size() != 16) {
+            return;
+        }
+        std::uint32_t length = 0;
+        std::memcpy(&length, reply.data(), sizeof(length));
+        m_connected = readExactly(length - 16).find("<integer>0</integer>") != std::string::npos;
+    }
+    ~RawLockdown() {
+        if (m_fd >= 0) {
+            ::close(m_fd);
+        }
+    }
+
+    bool isConnected() const { return m_connected; }
+
+    // Sends one request (the dictionary's inside) and returns the reply's XML.
+    std::string ask(const std::string& entries) {
+        const std::string body = plist(entries);
+        const std::uint32_t size = static_cast<std::uint32_t>(body.size());
+        const char prefix[4] = {static_cast<char>(size >> 24), static_cast<char>(size >> 16),
+                                static_cast<char>(size >> 8), static_cast<char>(size)};
+        if (!sendAll(std::string(prefix, 4) + body)) {
+            return {};
+        }
+        const std::string length = readExactly(4);
+        if (length.size() != 4) {
+            return {};
+        }
+        const auto byte = [&length](int i) { return static_cast<unsigned char>(length[i]); };
+        return readExactly((std::size_t{byte(0)} << 24) | (std::size_t{byte(1)} << 16) |
+                           (std::size_t{byte(2)} << 8) | byte(3));
+    }
+
+private:
+    static std::string plist(const std::string& entries) {
+        return "<?xml version=\"1.0\" encoding=\"UTF-8\"?><plist version=\"1.0\"><dict>" + entries +
+               "</dict></plist>";
+    }
+    bool sendAll(const std::string& bytes) const {
+        std::size_t sent = 0;
+        while (sent < bytes.size()) {
+            const ssize_t count =
+                ::send(m_fd, bytes.data() + sent, bytes.size() - sent, MSG_NOSIGNAL);
+            if (count <= 0) {
+                return false;
+            }
+            sent += static_cast<std::size_t>(count);
+        }
+        return true;
+    }
+    std::string readExactly(std::size_t count) const {
+        std::string bytes;
+        char buffer[4096];
+        while (bytes.size() < count) {
+            const ssize_t got =
+                ::recv(m_fd, buffer, std::min(sizeof(buffer), count - bytes.size()), 0);
+            if (got <= 0) {
+                break;
+            }
+            bytes.append(buffer, static_cast<std::size_t>(got));
+        }
+        return bytes;
+    }
+
+    int m_fd = -1;
+    bool m_connected = false;
+};
+
+TEST_F(LockdownHelperTest, ThePhoneRefusesTheWifiSettingOutsideASession) {
+    startPhone(usbPhone());
+    RawLockdown lockdown(m_phone->socketPath().string());
+    ASSERT_TRUE(lockdown.isConnected());
+    const std::string wifi = "<key>Domain</key><string>com.apple.mobile.wireless_lockdown</string>"
+                             "<key>Key</key><string>EnableWifiConnections</string>";
+    const auto set = lockdown.ask("<key>Request</key><string>SetValue</string>" + wifi +
+                                  "<key>Value</key><true/>");
+    EXPECT_NE(set.find("<key>Error</key>"), std::string::npos) << set;
+    EXPECT_NE(set.find("<string>SetProhibited</string>"), std::string::npos) << set;
+    const auto get = lockdown.ask("<key>Request</key><string>GetValue</string>" + wifi);
+    EXPECT_NE(get.find("<string>GetProhibited</string>"), std::string::npos) << get;
+    int code = -1;
+    EXPECT_EQ(helper({"wifi", kUdid}, code)["wifiConnections"], false);
+    EXPECT_EQ(setValueRequests()["com.apple.mobile.wireless_lockdown/EnableWifiConnections"], 1);
 }
 
 TEST_F(LockdownHelperTest, WrongArgumentsPrintUsageAndExitOne) {
