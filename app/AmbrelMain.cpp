@@ -1,6 +1,7 @@
 #include "app/AmbrelMain.h"
 
 #include <cstdio>
+#include <cstdlib>
 #include <filesystem>
 #include <memory>
 #include <string>
@@ -10,6 +11,8 @@
 #include "app/AmbrelDelegate.h"
 #include "app/BarCommand.h"
 #include "app/CommandLine.h"
+#include "app/ConnectionCommands.h"
+#include "app/ConnectionSetup.h"
 #include "app/LoginCommand.h"
 #include "app/QuitSignals.h"
 #include "app/ReadingsCommand.h"
@@ -20,6 +23,7 @@
 #include "platform/linux/ExecutableBundle.h"
 #include "platform/linux/XdgAutostartService.h"
 #include "platform/linux/XdgFolders.h"
+#include "views/ConnectionWindow.h"
 
 #ifndef TOVRIN_VERSION
 #error "TOVRIN_VERSION must be defined by the build"
@@ -138,10 +142,19 @@ int main(int argc, char** argv) {
     // Wi-Fi phones are reached through the program's own muxer; the phone tools find it in
     // USBMUXD_SOCKET_ADDRESS. Started before any other thread, kept until the program ends.
     const auto support = XdgFolders().applicationSupport();
-    const auto muxer = startPrivateMuxer(support ? *support / "Ambrel" : std::filesystem::path());
+    const auto dataFolder = support ? *support / "Ambrel" : std::filesystem::path();
+    const char* userMuxer = std::getenv("USBMUXD_SOCKET_ADDRESS");
+    const std::string userMuxerAddress = userMuxer != nullptr ? userMuxer : "";
+    const auto muxer = startPrivateMuxer(dataFolder);
+    if (ConnectionCommands::isRequested(arguments)) {
+        return ConnectionCommands::run(arguments,
+                                       connectionProbeSetup(*bundle, userMuxerAddress, dataFolder));
+    }
     if (CommandLine::hasArgument(arguments, "--readings")) {
         return ReadingsCommand::run(argc, argv);
     }
+    // The setup sheet's "Open Finder" opens the connection window, which looks here.
+    ConnectionWindow::setSystemSetup(connectionProbeSetup(*bundle, userMuxerAddress, dataFolder));
     return runWidget(argc, argv, arguments, std::move(bundle));
 }
 

@@ -94,6 +94,11 @@ bool PrivateMuxer::isDiscovering() const {
     return m_discovery && m_discovery->isUsable();
 }
 
+std::string systemMuxerSocketPath() {
+    const auto system = environment(kSystemMuxerForTesting);
+    return system.empty() ? PrivateMuxer::Setup().systemMuxerPath : system;
+}
+
 std::unique_ptr<PrivateMuxer> startPrivateMuxer(const std::filesystem::path& dataFolder) {
     if (!environment(kAddressVariable).empty()) {
         return nullptr;
@@ -101,9 +106,7 @@ std::unique_ptr<PrivateMuxer> startPrivateMuxer(const std::filesystem::path& dat
     PrivateMuxer::Setup setup;
     setup.socketPath = PrivateMuxer::defaultSocketPath();
     setup.ownRecordsFolder = dataFolder / "pair-records";
-    if (const auto system = environment(kSystemMuxerForTesting); !system.empty()) {
-        setup.systemMuxerPath = system;
-    }
+    setup.systemMuxerPath = systemMuxerSocketPath();
     auto muxer = std::make_unique<PrivateMuxer>(setup);
     const auto address = muxer->start();
     if (!address) {

@@ -53,6 +53,9 @@ private:
     std::unique_ptr<MuxerServer> m_server;
 };
 
+// The system usbmuxd's socket that the program's muxer passes USB through to.
+std::string systemMuxerSocketPath();
+
 // Starts the program's muxer unless the user's environment already names one in
 // USBMUXD_SOCKET_ADDRESS (that muxer is then used), and points this process's
 // USBMUXD_SOCKET_ADDRESS at it so that every tool it runs inherits it. `dataFolder` is the

@@ -3,7 +3,8 @@
 # The installed tree mirrors the build tree's bundle (the program finds its resources at
 # <exe dir>/../share/tovrin, so bin/ and share/ stay siblings whatever the prefix):
 #   bin/tovrin
-#   share/tovrin/{Info, OpenSourceNotices.txt, Runtime/bin/{idevice_id, ideviceinfo}}
+#   share/tovrin/{Info, OpenSourceNotices.txt,
+#                 Runtime/bin/{idevice_id, ideviceinfo, idevicepair, tovrin-lockdown}}
 #   share/applications/com.quenby.Tovrin.desktop
 #   share/metainfo/com.quenby.Tovrin.metainfo.xml
 #   share/icons/hicolor/{scalable, 16x16 … 256x256}/apps/com.quenby.Tovrin.{svg,png}
@@ -107,7 +108,10 @@ add_custom_target(tovrin_desktop_files ALL DEPENDS ${tovrin_desktop_outputs})
 
 install(TARGETS tovrin RUNTIME DESTINATION bin)
 install(FILES ${TOVRIN_BUILD_SHARE}/Info ${tovrin_notices} DESTINATION share/tovrin)
-install(CODE "set(TOVRIN_RUNTIME_TOOLS \"idevice_id=${TOVRIN_IDEVICE_ID};ideviceinfo=${TOVRIN_IDEVICEINFO}\")
+if(TARGET tovrin-lockdown)
+    install(TARGETS tovrin-lockdown RUNTIME DESTINATION share/tovrin/Runtime/bin)
+endif()
+install(CODE "set(TOVRIN_RUNTIME_TOOLS \"idevice_id=${TOVRIN_IDEVICE_ID};ideviceinfo=${TOVRIN_IDEVICEINFO};idevicepair=${TOVRIN_IDEVICEPAIR}\")
               set(TOVRIN_TOOL_LINK_FOLDER \"${TOVRIN_TOOL_LINK_FOLDER}\")")
 install(SCRIPT ${tovrin_packaging_dir}/InstallRuntimeLinks.cmake)
 

@@ -5,7 +5,7 @@ set(TOVRIN_NOTICE_COMPONENTS libimobiledevice libplist avahi qt qtsvg icu nlohma
                               bootstrap_icons)
 
 set(libimobiledevice_NAME "libimobiledevice")
-set(libimobiledevice_USE "idevice_id and ideviceinfo, run as separate programs to read the iPhone")
+set(libimobiledevice_USE "idevice_id, ideviceinfo and idevicepair, run as separate programs; linked dynamically into the tovrin-lockdown helper")
 set(libimobiledevice_LICENSE "GNU Lesser General Public License 2.1 or later (LGPL-2.1+)")
 set(libimobiledevice_PACKAGE "libimobiledevice-utils")
 set(libimobiledevice_URL "https://libimobiledevice.org/")

@@ -18,16 +18,23 @@ ALLOWED = {
     "platform/qt": {"platform", "model"},
     "mac": {"platform", "model"},
     "phone": {"platform", "model"},
+    # The phone settings helper, a program of its own: it shares only the phone layer's
+    # description of how it is called.
+    "helper": {"phone"},
     # The program's own usbmuxd for phones on the network.
     "muxer": {"phone", "platform", "model"},
+    # The connection check: it asks the muxer's parts (avahi, pair records) and the phone's
+    # tools the same questions the program depends on.
+    "diagnosis": {"muxer", "phone", "platform", "model"},
     "monitor": {"mac", "phone", "platform", "model"},
-    "views": {"monitor", "mac", "phone", "platform/qt", "platform", "model"},
+    # The connection window shows the connection check and the phone settings.
+    "views": {"monitor", "diagnosis", "mac", "phone", "platform/qt", "platform", "model"},
     # The program's wiring: the one place that picks the platform's implementations.
-    "app": {"views", "monitor", "muxer", "mac", "phone", "platform/linux", "platform/qt",
+    "app": {"views", "monitor", "diagnosis", "muxer", "mac", "phone", "platform/linux", "platform/qt",
             "platform", "model"},
 }
 # Folders whose code builds and is tested without Qt.
-WITHOUT_QT = {"model", "platform", "platform/linux", "mac", "phone", "muxer", "monitor"}
+WITHOUT_QT = {"model", "platform", "platform/linux", "mac", "phone", "helper", "muxer", "diagnosis", "monitor"}
 # Folders that are not part of the program's layers.
 NOT_LAYERS = {"tests", "bench", "fuzz", "packaging", "docs", "scripts", "cmake", "build"}
 

@@ -1,7 +1,5 @@
 #include "views/IPhoneSetupView.h"
 
-#include <QDesktopServices>
-#include <QDir>
 #include <QHBoxLayout>
 #include <QLabel>
 #include <QPushButton>
@@ -10,6 +8,7 @@
 #include <utility>
 
 #include "views/Appearance.h"
+#include "views/ConnectionWindow.h"
 #include "views/RoundedBox.h"
 #include "views/SetupSheetTexts.h"
 #include "views/SetupStep.h"
@@ -37,7 +36,7 @@ QString text(const char* utf8) {
 
 IPhoneSetupView::IPhoneSetupView(std::function<void()> onRefresh, QWidget* parent)
     : QDialog(parent), m_onRefresh(std::move(onRefresh)),
-      m_openFolder([](const QUrl& url) { QDesktopServices::openUrl(url); }) {
+      m_openFinderAction([this] { ConnectionWindow::showShared(this); }) {
     const std::string& name = WidgetBrand::name();
     setWindowTitle(QString::fromStdString(name));
     setModal(true);
@@ -93,7 +92,11 @@ IPhoneSetupView::IPhoneSetupView(std::function<void()> onRefresh, QWidget* paren
     buttons->addWidget(m_checkBatteries);
     layout->addLayout(buttons);
 
-    connect(m_openFinder, &QPushButton::clicked, this, [this] { openFileManager(); });
+    connect(m_openFinder, &QPushButton::clicked, this, [this] {
+        if (m_openFinderAction) {
+            m_openFinderAction();
+        }
+    });
     connect(m_done, &QPushButton::clicked, this, &QDialog::accept);
     connect(m_checkBatteries, &QPushButton::clicked, this, [this] {
         if (m_onRefresh) {
@@ -106,8 +109,8 @@ IPhoneSetupView::IPhoneSetupView(std::function<void()> onRefresh, QWidget* paren
     fitHeight();
 }
 
-void IPhoneSetupView::setFolderOpenerForTesting(std::function<void(const QUrl&)> open) {
-    m_openFolder = std::move(open);
+void IPhoneSetupView::setFinderOpenerForTesting(std::function<void()> open) {
+    m_openFinderAction = std::move(open);
 }
 
 QLabel* IPhoneSetupView::addLabel(const QString& content, const QFont& font, bool secondary) {
@@ -153,12 +156,6 @@ void IPhoneSetupView::fitHeight() {
     const int height = content->hasHeightForWidth() ? content->totalHeightForWidth(kWidth)
                                                     : content->totalSizeHint().height();
     setFixedSize(kWidth, std::max(height, content->totalMinimumSize().height()));
-}
-
-void IPhoneSetupView::openFileManager() {
-    if (m_openFolder) {
-        m_openFolder(QUrl::fromLocalFile(QDir::homePath()));
-    }
 }
 
 } // namespace ambrel

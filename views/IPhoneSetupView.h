@@ -4,7 +4,6 @@
 #include <vector>
 
 #include <QDialog>
-#include <QUrl>
 
 class QLabel;
 class QPushButton;
@@ -15,8 +14,9 @@ class SetupStep;
 
 // The help sheet on pairing the iPhone: a heading, four numbered steps, a note, the cadence
 // box and three buttons. "Check batteries" calls `onRefresh` and leaves the sheet open (check,
-// unplug, check again); "Done" and Escape close it; "Open Finder" opens the file manager on
-// the home folder. 460 wide; its height follows the wrapped texts, which are never cut.
+// unplug, check again); "Done" and Escape close it; "Open Finder" opens the connection window
+// (Linux's stand-in for Finder's device page) and leaves the sheet open. 460 wide; its height
+// follows the wrapped texts, which are never cut.
 class IPhoneSetupView final : public QDialog {
     Q_OBJECT
 
@@ -32,17 +32,16 @@ public:
     // Every text label of the sheet, top to bottom.
     const std::vector<QLabel*>& labels() const { return m_labels; }
 
-    // Replaces opening a folder in the file manager.
-    void setFolderOpenerForTesting(std::function<void(const QUrl&)> open);
+    // Replaces opening the connection window.
+    void setFinderOpenerForTesting(std::function<void()> open);
 
 private:
     QLabel* addLabel(const QString& text, const QFont& font, bool secondary);
     void applyLook();
     void fitHeight();
-    void openFileManager();
 
     std::function<void()> m_onRefresh;
-    std::function<void(const QUrl&)> m_openFolder;
+    std::function<void()> m_openFinderAction;
     std::vector<SetupStep*> m_steps;
     std::vector<QLabel*> m_labels;
     std::vector<QLabel*> m_secondaryLabels;

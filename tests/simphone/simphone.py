@@ -35,7 +35,8 @@ Scenario file:
       # or the settings themselves: locked, hostPairRecord (valid|none|without_host_id),
       # trustsHost, pairReply (accept|<lockdown error string>),
       # lockdown (normal|silent|silent_query|drop), usbConnect (accept|refuse|hang),
-      # network (listen|unreachable)
+      # network (listen|unreachable), wifiConnections (true|false: the phone's
+      # "EnableWifiConnections" as it starts), wifiSetReply (accept|<lockdown error string>)
       "hostId": "…",                         # optional fixed HostID of the host's pair record
       "recordWiFiMACAddress": "…"            # optional WiFiMACAddress in that record
     }
@@ -89,7 +90,12 @@ DEFAULT_SETTINGS = {
     "lockdown": "normal",
     "usbConnect": "accept",
     "network": "listen",
+    "wifiConnections": False,
+    "wifiSetReply": "accept",
 }
+
+# The domain of the phone's Wi-Fi connection setting; SetValue works inside a session only.
+WIRELESS_LOCKDOWN = "com.apple.mobile.wireless_lockdown"
 
 # Keys a phone gives out before a session is started.
 PUBLIC_KEYS = {
@@ -165,7 +171,7 @@ class Stats:
         with self.lock:
             self.data["devices"].setdefault(udid, {
                 "connections": 0, "usbConnections": 0, "networkConnections": 0,
-                "connectRequests": 0, "requests": {}, "getValue": {}})
+                "connectRequests": 0, "requests": {}, "getValue": {}, "setValue": {}})
         self.save()
 
     def usbmuxd_connection(self):
@@ -189,7 +195,8 @@ class Stats:
             device = self.data["devices"][udid]
             device["requests"][request] = device["requests"].get(request, 0) + 1
             if query is not None:
-                device["getValue"][query] = device["getValue"].get(query, 0) + 1
+                counts = device["setValue" if request == "SetValue" else "getValue"]
+                counts[query] = counts.get(query, 0) + 1
         self.save()
 
     def set_address(self, udid, address):
@@ -282,7 +289,9 @@ class Device:
         battery = config.get("battery", {
             "BatteryCurrentCapacity": 87, "BatteryIsCharging": False,
             "ExternalConnected": False})
-        self.domains = {"com.apple.mobile.battery": plist_value(battery)}
+        self.domains = {"com.apple.mobile.battery": plist_value(battery),
+                        WIRELESS_LOCKDOWN: {
+                            "EnableWifiConnections": bool(settings["wifiConnections"])}}
         self.domains.update(plist_value(config.get("domains", {})))
 
         # The host's pair record as usbmuxd keeps it, and the host ids the phone trusts.
@@ -553,7 +562,7 @@ class Simulator:
             request = plistlib.loads(body)
             name = request.get("Request", "")
             query = None
-            if name == "GetValue":
+            if name in ("GetValue", "SetValue"):
                 query = "/".join(part for part in (request.get("Domain"), request.get("Key"))
                                  if part)
             self.stats.lockdown_request(device.udid, name, query)
@@ -585,6 +594,8 @@ class Simulator:
             else:
                 session = str(uuid.uuid4()).upper()
                 reply.update({"SessionID": session, "EnableSessionSSL": False})
+        elif name == "SetValue":
+            reply.update(self.set_value(device, request, session is not None))
         elif name == "StopSession":
             session = None
         elif name == "Pair":
@@ -632,6 +643,25 @@ class Simulator:
             return dict(reply, Value=device.values[key])
         visible = {k: v for k, v in device.values.items() if in_session or k in PUBLIC_KEYS}
         return {"Value": visible}
+
+    @staticmethod
+    def set_value(device, request, in_session):
+        """Only the Wi-Fi connection setting may be changed; like the phone, nothing outside a
+        session."""
+        domain = request.get("Domain")
+        key = request.get("Key")
+        reply = {k: v for k, v in (("Domain", domain), ("Key", key)) if v}
+        if not in_session:
+            return dict(reply, Error="SetProhibited")
+        if domain != WIRELESS_LOCKDOWN or key != "EnableWifiConnections" \
+                or not isinstance(request.get("Value"), bool):
+            return dict(reply, Error="SetProhibited")
+        answer = device.settings["wifiSetReply"]
+        if answer != "accept":
+            return dict(reply, Error=answer)
+        with device.lock:
+            device.domains[WIRELESS_LOCKDOWN]["EnableWifiConnections"] = request["Value"]
+        return reply
 
     def close(self):
         for server in self.listeners:

@@ -2,8 +2,8 @@
 # The iPhone read over Wi-Fi as a user lives it, with a real avahi-daemon: in private network,
 # mount and PID namespaces, a private system bus, avahi-daemon on one end of a veth pair,
 # avahi-publish announcing the phone, and the simulated iPhone as the phone and as the
-# system's usbmuxd at /run/usbmuxd. The program runs as `tovrin --readings` and starts its own
-# muxer, as on a user's desktop.
+# system's usbmuxd at /run/usbmuxd. The program runs as `tovrin --readings`, `--diagnose` and
+# `--enable-wifi` and starts its own muxer, as on a user's desktop.
 #
 #   wifi_end_to_end.sh <tovrin> <python3> <simphone.py>
 #
@@ -133,11 +133,12 @@ unpublish_phone() {
 # The simulated iPhone: on the cable (the system's usbmuxd at /run/usbmuxd) or on Wi-Fi only
 # (no usbmuxd at all, lockdown on its own address), always with the same pairing.
 start_phone() {
-    local connection=$1 usbmuxd=$2
+    local connection=$1 usbmuxd=$2 wifi=${3:-true}
     cat >"$work/scenario.json" <<JSON
 {"usbmuxd": "$usbmuxd", "buid": "$BUID",
  "devices": [{"udid": "$SERIAL", "connection": "$connection", "address": "$PHONE_ADDRESS",
               "hostId": "$HOST_ID", "recordWiFiMACAddress": "$PHONE_MAC",
+              "wifiConnections": $wifi,
               "battery": {"BatteryCurrentCapacity": 64, "BatteryIsCharging": false,
                           "ExternalConnected": false}}]}
 JSON
@@ -161,11 +162,32 @@ stop_phone() {
 
 mkdir -p "$work/home" "$work/data" "$work/runtime"
 chmod 700 "$work/runtime"
-readings() {
+tovrin() {
     env -u USBMUXD_SOCKET_ADDRESS -u DISPLAY -u WAYLAND_DISPLAY HOME="$work/home" \
         XDG_DATA_HOME="$work/data" XDG_RUNTIME_DIR="$work/runtime" QT_QPA_PLATFORM=offscreen \
-        LANG=en_US.UTF-8 timeout 120 "$TOVRIN" --readings
+        LANG=en_US.UTF-8 timeout 120 "$TOVRIN" "$@"
 }
+readings() {
+    tovrin --readings
+}
+# expect_checks <what> <exit code> <statuses of the ten checks, comma-separated>
+expect_checks() {
+    local what=$1 code=$2 statuses=$3 report status=0 got
+    report=$(tovrin --diagnose) || status=$?
+    got=$("$PYTHON" -c 'import json,sys
+r = json.loads(sys.argv[1])
+print(",".join(c["status"] for c in r["checks"]) + "|" + str(r["ok"]).lower())' "$report" 2>&1) ||
+        got="unreadable report: $report"
+    local ok=false
+    [ "$code" = 0 ] && ok=true
+    if [ "$status" != "$code" ] || [ "$got" != "$statuses|$ok" ]; then
+        fail "$what: expected exit $code and '$statuses|$ok', got exit $status and '$got'"
+    else
+        echo "ok: $what: $got"
+    fi
+}
+# The checks that need the cable, as they come out when it is plugged in and every link works.
+ALL_PASSED=passed,passed,passed,passed,passed,passed,passed,passed,passed,passed
 # expect <what> <status> <source or "none">
 expect() {
     local what=$1 status=$2 source=$3 report
@@ -195,27 +217,44 @@ if [ "$(stat -c %a "$records" 2>/dev/null)" != 700 ] ||
     fail "the kept pair record is not private: $(ls -la "$records" 2>&1)"
 fi
 
-# 2. Unplugged: no system muxer at all; the phone is found through avahi and read over Wi-Fi.
+# 2. On the cable and on the network with Wi-Fi connections off: the connection check names
+# them; --enable-wifi turns them on and then every check passes.
+start_phone both normal false
+expect_checks "connection check, Wi-Fi connections off" 1 \
+    passed,passed,passed,passed,failed,passed,passed,passed,passed,passed
+if enabled=$(tovrin --enable-wifi) && [ "$enabled" = "{\"udid\":\"$UDID\",\"wifiConnections\":true}" ]; then
+    echo "ok: --enable-wifi: $enabled"
+else
+    fail "--enable-wifi: got '$enabled'"
+fi
+expect_checks "connection check, every link works" 0 "$ALL_PASSED"
+stop_phone
+
+# 3. Unplugged: no system muxer at all; the phone is found through avahi and read over Wi-Fi.
 start_phone network absent
 expect "read over Wi-Fi" "$WIFI_STATUS" Wi-Fi
+expect_checks "connection check, unplugged" 1 \
+    passed,failed,skipped,skipped,skipped,passed,passed,passed,passed,passed
 
-# 3. A private Wi-Fi address: the advert's MAC is not the record's; one known phone.
+# 4. A private Wi-Fi address: the advert's MAC is not the record's; one known phone.
 unpublish_phone
 publish_phone "$PRIVATE_MAC"
 expect "private Wi-Fi address, one known phone" "$WIFI_STATUS" Wi-Fi
 stop_phone
 
-# 4. avahi-daemon stopped: USB only, worded as today.
+# 5. avahi-daemon stopped: USB only, worded as today; the connection check names the daemon.
 unpublish_phone
 kill "$AVAHI"
 wait "$AVAHI" 2>/dev/null || true
 start_phone usb normal
 expect "avahi-daemon stopped, USB only" "$USB_STATUS" USB
+expect_checks "connection check, avahi-daemon stopped" 1 \
+    passed,passed,passed,passed,passed,failed,skipped,skipped,skipped,skipped
 stop_phone
 
 if [ "$failures" -ne 0 ]; then
-    echo "$failures of 4 steps failed; avahi-daemon said:"
+    echo "$failures steps failed; avahi-daemon said:"
     cat "$work/avahi.log"
     exit 1
 fi
-echo "all 4 steps passed"
+echo "all 5 steps passed"

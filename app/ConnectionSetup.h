@@ -1,0 +1,19 @@
+#pragma once
+
+#include <filesystem>
+#include <optional>
+#include <string>
+
+#include "diagnosis/SystemConnectionProbe.h"
+#include "platform/Bundle.h"
+
+namespace ambrel {
+
+// Where the connection check and the phone settings look on this computer. `userMuxerAddress`
+// is USBMUXD_SOCKET_ADDRESS as the user set it before the program's own muxer started (empty:
+// not set); `dataFolder` the program's own data folder (empty: none).
+SystemConnectionProbe::Setup connectionProbeSetup(const Bundle& bundle,
+                                                  const std::string& userMuxerAddress,
+                                                  const std::filesystem::path& dataFolder);
+
+} // namespace ambrel

@@ -1,0 +1,295 @@
+#include "diagnosis/ConnectionCheck.h"
+
+#include <algorithm>
+#include <array>
+#include <cctype>
+#include <functional>
+#include <optional>
+
+#include <nlohmann/json.hpp>
+
+namespace ambrel {
+
+namespace {
+
+enum Step : std::size_t {
+    tools,
+    systemMuxer,
+    phoneOnUsb,
+    trusted,
+    wifiConnections,
+    avahiDaemon,
+    advertised,
+    advertMatches,
+    lockdownOverWifi,
+    battery,
+};
+
+struct Definition {
+    const char* name;
+    const char* title;
+    std::vector<Step> needs;
+};
+
+const std::array<Definition, ConnectionCheck::kCheckCount>& definitions() {
+    static const std::array<Definition, ConnectionCheck::kCheckCount> kDefinitions{{
+        {"tools", "The phone tools are there", {}},
+        {"systemMuxer", "The system\u2019s usbmuxd answers", {}},
+        {"phoneOnUsb", "An iPhone is on USB", {systemMuxer}},
+        {"trusted", "The iPhone trusts this computer", {tools, phoneOnUsb}},
+        {"wifiConnections", "Wi-Fi connections are on", {trusted}},
+        {"avahiDaemon", "avahi-daemon runs", {}},
+        {"advertised", "An iPhone is advertised on this network", {avahiDaemon}},
+        {"advertMatches", "The advert matches a known iPhone", {advertised}},
+        {"lockdownOverWifi", "The iPhone answers over Wi-Fi", {tools, advertMatches}},
+        {"battery", "The battery can be read over Wi-Fi", {lockdownOverWifi}},
+    }};
+    return kDefinitions;
+}
+
+std::string lowerCase(std::string text) {
+    std::transform(text.begin(), text.end(), text.begin(),
+                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+    return text;
+}
+
+std::string joined(const std::vector<std::string>& names) {
+    std::string text;
+    for (const auto& name : names) {
+        text += (text.empty() ? "" : ", ") + name;
+    }
+    return text;
+}
+
+std::string phoneName(const PhoneDetails& details) {
+    return details.name.empty() ? std::string("The iPhone") : details.name;
+}
+
+// What to do when the phone did not let this computer in.
+std::string trustAdvice(const std::string& error) {
+    if (error == "PasswordProtected") {
+        return "Unlock your iPhone and check again.";
+    }
+    if (error == "UserDeniedPairing") {
+        return "Unplug and reconnect your iPhone, then choose Trust when it asks.";
+    }
+    return "Click Trust in the connection window (or run idevicepair pair), then unlock your "
+           "iPhone and choose Trust.";
+}
+
+std::string lockdownAdvice(const LockdownError& error) {
+    switch (error.kind) {
+    case LockdownFailure::helperBroken:
+        return "Reinstall Tovrin, since its phone settings helper did not work.";
+    case LockdownFailure::timedOut:
+        return "Unlock your iPhone and check again, since it did not answer in time.";
+    case LockdownFailure::noDevice:
+        return "Connect your iPhone with a USB cable and check again.";
+    case LockdownFailure::muxerUnavailable:
+        return "Start usbmuxd by plugging your iPhone in, then check again.";
+    case LockdownFailure::notTrusted:
+        return trustAdvice(error.name);
+    case LockdownFailure::lockdownError:
+        break;
+    }
+    if (error.name == "PasswordProtected") {
+        return trustAdvice(error.name);
+    }
+    return "Unlock your iPhone and check again (it answered " + error.name + ").";
+}
+
+class Run {
+public:
+    explicit Run(ConnectionProbe& probe) : m_probe(probe) {}
+
+    ConnectionReport report() {
+        ConnectionReport result;
+        result.ok = true;
+        for (std::size_t step = 0; step < definitions().size(); ++step) {
+            const Definition& definition = definitions()[step];
+            CheckResult check{definition.name, definition.title, CheckStatus::skipped, {}};
+            const auto blocker =
+                std::find_if(definition.needs.begin(), definition.needs.end(),
+                             [this](Step need) { return m_status[need] != CheckStatus::passed; });
+            if (blocker != definition.needs.end()) {
+                check.message =
+                    std::string("Waits for \u201c") + definitions()[*blocker].title + "\u201d.";
+            } else {
+                auto [passed, message] = perform(static_cast<Step>(step));
+                check.status = passed ? CheckStatus::passed : CheckStatus::failed;
+                check.message = std::move(message);
+            }
+            m_status[step] = check.status;
+            result.ok = result.ok && check.status == CheckStatus::passed;
+            result.checks.push_back(std::move(check));
+        }
+        return result;
+    }
+
+private:
+    std::pair<bool, std::string> perform(Step step) {
+        switch (step) {
+        case tools: {
+            const auto missing = m_probe.missingTools();
+            if (missing.empty()) {
+                return {true, "idevice_id, ideviceinfo, idevicepair and tovrin-lockdown are "
+                              "installed."};
+            }
+            return {false, "Install libimobiledevice-utils and reinstall Tovrin, since " +
+                               joined(missing) + (missing.size() == 1 ? " is" : " are") +
+                               " missing."};
+        }
+        case systemMuxer: {
+            m_systemPhones = m_probe.systemMuxerPhones();
+            if (!m_systemPhones) {
+                return {false, "Install usbmuxd (sudo apt install usbmuxd) and plug your iPhone "
+                               "in, which starts it."};
+            }
+            return {true, "usbmuxd lists " + std::to_string(m_systemPhones->size()) +
+                              (m_systemPhones->size() == 1 ? " device." : " devices.")};
+        }
+        case phoneOnUsb: {
+            const auto found = std::find_if(
+                m_systemPhones->begin(), m_systemPhones->end(),
+                [](const PhoneOnMuxer& phone) { return phone.link == PhoneLink::usb; });
+            if (found == m_systemPhones->end()) {
+                return {false, "Connect your iPhone to this computer with a USB cable and unlock "
+                               "it."};
+            }
+            m_usbUdid = found->udid;
+            return {true, found->udid + " is on USB."};
+        }
+        case trusted: {
+            const auto details = m_probe.details(m_usbUdid, false);
+            if (!details) {
+                return {false, lockdownAdvice(details.error())};
+            }
+            m_usbDetails = details.value();
+            if (!m_usbDetails->trusted) {
+                return {false, trustAdvice(m_usbDetails->trustError)};
+            }
+            return {true, phoneName(*m_usbDetails) + " trusts this computer."};
+        }
+        case wifiConnections:
+            if (m_usbDetails->wifiConnections.value_or(false)) {
+                return {true, "\u201cShow this iPhone when on Wi-Fi\u201d is on."};
+            }
+            return {false, "Select \u201cShow this iPhone when on Wi-Fi\u201d in the connection "
+                           "window and click Apply, or run tovrin --enable-wifi."};
+        case avahiDaemon:
+            if (m_probe.avahiDaemonRuns()) {
+                return {true, "avahi-daemon answers on the system bus."};
+            }
+            return {false, "Start avahi-daemon (sudo systemctl enable --now avahi-daemon) so that "
+                           "Tovrin can find your iPhone on the network."};
+        case advertised:
+            m_adverts = m_probe.advertisedMacs();
+            if (m_adverts.empty()) {
+                return {false, "Put your iPhone on the same Wi-Fi network as this computer, "
+                               "unlock it and check again."};
+            }
+            return {true, std::to_string(m_adverts.size()) +
+                              (m_adverts.size() == 1 ? " iPhone is" : " iPhones are") +
+                              " advertised."};
+        case advertMatches:
+            return matchAdvert();
+        case lockdownOverWifi: {
+            const auto details = m_probe.details(m_wifiUdid, true);
+            if (!details) {
+                if (details.error().kind == LockdownFailure::notTrusted) {
+                    return {false, trustAdvice(details.error().name)};
+                }
+                return {false, "Make sure this network lets this computer reach your iPhone "
+                               "(TCP port 62078), or plug it in and check again."};
+            }
+            if (!details.value().trusted) {
+                return {false, trustAdvice(details.value().trustError)};
+            }
+            return {true, phoneName(details.value()) + " answers over Wi-Fi."};
+        }
+        case battery: {
+            const auto level = m_probe.wifiBatteryLevel(m_wifiUdid);
+            if (!level) {
+                return {false, "Unlock your iPhone and check again, since it did not give its "
+                               "battery level over Wi-Fi."};
+            }
+            return {true, "The battery is at " + std::to_string(level.value()) + "%."};
+        }
+        }
+        return {false, "Check again."};
+    }
+
+    std::pair<bool, std::string> matchAdvert() {
+        std::vector<KnownWifiPhone> known = m_probe.knownPhones();
+        if (m_usbDetails && !m_usbDetails->wifiAddress.empty()) {
+            known.insert(known.begin(), {m_usbDetails->udid, lowerCase(m_usbDetails->wifiAddress)});
+        }
+        for (const auto& phone : known) {
+            if (!phone.wifiMac.empty() &&
+                std::find(m_adverts.begin(), m_adverts.end(), phone.wifiMac) != m_adverts.end()) {
+                m_wifiUdid = phone.udid;
+                return {true, phone.udid + " is advertised as " + phone.wifiMac + "."};
+            }
+        }
+        if (known.empty()) {
+            return {false, "Plug your iPhone in and trust this computer, so that Tovrin knows "
+                           "which phone on the network is yours."};
+        }
+        return {false, "Plug your iPhone in once and check again, so that Tovrin learns its "
+                       "Wi-Fi address."};
+    }
+
+    ConnectionProbe& m_probe;
+    std::array<CheckStatus, ConnectionCheck::kCheckCount> m_status{};
+    std::optional<std::vector<PhoneOnMuxer>> m_systemPhones;
+    std::string m_usbUdid;
+    std::optional<PhoneDetails> m_usbDetails;
+    std::vector<std::string> m_adverts;
+    std::string m_wifiUdid;
+};
+
+} // namespace
+
+ConnectionReport ConnectionCheck::run(ConnectionProbe& probe) {
+    return Run(probe).report();
+}
+
+std::string ConnectionCheck::adviceFor(const LockdownError& error) {
+    return lockdownAdvice(error);
+}
+
+const char* ConnectionCheck::statusName(CheckStatus status) {
+    switch (status) {
+    case CheckStatus::passed:
+        return "passed";
+    case CheckStatus::failed:
+        return "failed";
+    case CheckStatus::skipped:
+        return "skipped";
+    }
+    return "skipped";
+}
+
+std::string ConnectionCheck::toJson(const ConnectionReport& report) {
+    nlohmann::json checks = nlohmann::json::array();
+    for (const auto& check : report.checks) {
+        checks.push_back({{"name", check.name},
+                          {"status", statusName(check.status)},
+                          {"message", check.message}});
+    }
+    const nlohmann::json line = {{"checks", checks}, {"ok", report.ok}};
+    return line.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
+}
+
+std::string ConnectionCheck::toText(const ConnectionReport& report) {
+    std::string text;
+    for (const auto& check : report.checks) {
+        std::string status = statusName(check.status);
+        status.resize(8, ' ');
+        text += status + check.title + ": " + check.message + "\n";
+    }
+    text += report.ok ? "Every check passed.\n" : "Fix the first failed check and check again.\n";
+    return text;
+}
+
+} // namespace ambrel

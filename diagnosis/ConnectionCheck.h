@@ -1,0 +1,47 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "diagnosis/ConnectionProbe.h"
+
+namespace ambrel {
+
+enum class CheckStatus { passed, failed, skipped };
+
+struct CheckResult {
+    // A short identifier ("systemMuxer"), stable for scripts.
+    std::string name;
+    // What the check looks at, for people ("The system’s usbmuxd answers").
+    std::string title;
+    CheckStatus status = CheckStatus::skipped;
+    // Passed: what was found. Failed: one sentence saying what to do next. Skipped: which
+    // earlier check it waits for.
+    std::string message;
+};
+
+struct ConnectionReport {
+    std::vector<CheckResult> checks;
+    bool ok = false;
+};
+
+// The connection check: why the phone is, or is not, read over Wi-Fi, link by link. Ten checks
+// in a fixed order; a check that needs one that failed (or was skipped) is skipped. Blocks
+// while the probe works: never on the main thread.
+class ConnectionCheck {
+public:
+    static constexpr int kCheckCount = 10;
+
+    static ConnectionReport run(ConnectionProbe& probe);
+
+    // {"checks":[{"name":…,"status":…,"message":…}],"ok":…} on one line. Pure.
+    static std::string toJson(const ConnectionReport& report);
+    // One line per check, "passed"/"failed"/"skipped" with the title and message, then a
+    // closing line. Pure.
+    static std::string toText(const ConnectionReport& report);
+    static const char* statusName(CheckStatus status);
+    // One sentence saying what to do about a failed exchange with the phone. Pure.
+    static std::string adviceFor(const LockdownError& error);
+};
+
+} // namespace ambrel

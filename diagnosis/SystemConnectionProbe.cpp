@@ -1,0 +1,195 @@
+#include "diagnosis/SystemConnectionProbe.h"
+
+#include <algorithm>
+#include <cctype>
+#include <condition_variable>
+#include <mutex>
+#include <set>
+#include <unistd.h>
+#include <utility>
+
+#include <avahi-client/client.h>
+#include <avahi-common/error.h>
+#include <avahi-common/simple-watch.h>
+
+#include "muxer/AvahiDiscovery.h"
+#include "muxer/MuxChannel.h"
+#include "muxer/MuxMessage.h"
+#include "muxer/PairRecordStore.h"
+#include "muxer/WifiPhoneDirectory.h"
+#include "phone/CommandRunner.h"
+#include "phone/LockdownHelperProtocol.h"
+
+namespace ambrel {
+
+namespace {
+
+// Collects the MACs of the adverts avahi reports until discovery has settled.
+class AdvertCollector final : public WifiAdvertSink {
+public:
+    void advertResolved(const WifiAdvert& advert) override {
+        if (const auto mac = macOfAdvertName(advert.name)) {
+            const std::lock_guard lock(m_mutex);
+            m_macs.insert(*mac);
+        }
+    }
+    void advertRemoved(const std::string& name, std::uint32_t) override {
+        if (const auto mac = macOfAdvertName(name)) {
+            const std::lock_guard lock(m_mutex);
+            m_macs.erase(*mac);
+        }
+    }
+    void everyAdvertRemoved() override {
+        const std::lock_guard lock(m_mutex);
+        m_macs.clear();
+    }
+    void discoverySettled() override {
+        const std::lock_guard lock(m_mutex);
+        m_settled = true;
+        m_changed.notify_all();
+    }
+
+    std::vector<std::string> waitForMacs(std::chrono::milliseconds limit) {
+        std::unique_lock lock(m_mutex);
+        m_changed.wait_for(lock, limit, [this] { return m_settled; });
+        return {m_macs.begin(), m_macs.end()};
+    }
+
+private:
+    std::mutex m_mutex;
+    std::condition_variable m_changed;
+    std::set<std::string> m_macs;
+    bool m_settled = false;
+};
+
+std::string trimmed(std::string text) {
+    while (!text.empty() && std::isspace(static_cast<unsigned char>(text.back()))) {
+        text.pop_back();
+    }
+    return text;
+}
+
+} // namespace
+
+SystemConnectionProbe::SystemConnectionProbe(Setup setup)
+    : m_setup(std::move(setup)), m_helper(m_setup.toolDirectory) {}
+
+std::vector<std::string> SystemConnectionProbe::missingTools() {
+    std::vector<std::string> missing;
+    for (const char* name :
+         {"idevice_id", "ideviceinfo", "idevicepair", LockdownHelperProtocol::kFileName}) {
+        const auto path = m_setup.toolDirectory / name;
+        if (::access(path.c_str(), X_OK) != 0) {
+            missing.emplace_back(name);
+        }
+    }
+    return missing;
+}
+
+std::optional<std::vector<PhoneOnMuxer>> SystemConnectionProbe::systemMuxerPhones() {
+    if (!m_setup.systemMuxerSocket) {
+        auto listed = m_helper.listPhones();
+        if (!listed) {
+            return std::nullopt;
+        }
+        return std::move(listed).value();
+    }
+    const UniqueFd socket = connectUnixSocket(m_setup.systemMuxerSocket->string());
+    if (!socket.isValid()) {
+        return std::nullopt;
+    }
+    MuxRequest request;
+    request.type = MuxRequestType::listDevices;
+    request.messageType = "ListDevices";
+    const MuxChannel channel(socket.get(), -1);
+    if (channel.writeAll(encodeMuxMessage(1, muxRequestDictionary(request, "tovrin")),
+                         kMuxerLimit) != ChannelStatus::ok) {
+        return std::nullopt;
+    }
+    MuxFrame frame;
+    if (channel.readFrame(frame, kMuxerLimit) != ChannelStatus::ok) {
+        return std::nullopt;
+    }
+    const auto reply = parseMuxReply(frame.payload);
+    if (!reply) {
+        return std::nullopt;
+    }
+    const auto devices = deviceListOf(*reply);
+    if (!devices) {
+        return std::nullopt;
+    }
+    std::vector<PhoneOnMuxer> phones;
+    for (const auto& device : *devices) {
+        phones.push_back({udidOfSerial(device.serialNumber),
+                          device.connection == MuxDevice::Connection::network ? PhoneLink::network
+                                                                              : PhoneLink::usb});
+    }
+    return phones;
+}
+
+Expected<PhoneDetails, LockdownError> SystemConnectionProbe::details(const std::string& udid,
+                                                                     bool networkOnly) {
+    return m_helper.details(udid, networkOnly);
+}
+
+bool SystemConnectionProbe::avahiDaemonRuns() {
+    AvahiSimplePoll* poll = avahi_simple_poll_new();
+    if (poll == nullptr) {
+        return false;
+    }
+    int error = 0;
+    // Without AVAHI_CLIENT_NO_FAIL the client fails at once when no daemon answers.
+    AvahiClient* client = avahi_client_new(
+        avahi_simple_poll_get(poll), static_cast<AvahiClientFlags>(0),
+        [](AvahiClient*, AvahiClientState, void*) {}, nullptr, &error);
+    const bool running =
+        client != nullptr && avahi_client_get_state(client) == AVAHI_CLIENT_S_RUNNING;
+    if (client != nullptr) {
+        avahi_client_free(client);
+    }
+    avahi_simple_poll_free(poll);
+    return running;
+}
+
+std::vector<std::string> SystemConnectionProbe::advertisedMacs() {
+    AdvertCollector collector;
+    std::vector<std::string> macs;
+    {
+        AvahiDiscovery discovery(collector);
+        if (!discovery.start()) {
+            return {};
+        }
+        macs = collector.waitForMacs(kDiscoveryLimit);
+        discovery.stop();
+    }
+    return macs;
+}
+
+std::vector<KnownWifiPhone> SystemConnectionProbe::knownPhones() {
+    const PairRecordStore records(m_setup.systemRecordsFolder, m_setup.ownRecordsFolder);
+    std::vector<KnownWifiPhone> phones;
+    for (const auto& [mac, udid] : records.learnedMacs()) {
+        phones.push_back({udid, mac});
+    }
+    for (const auto& phone : records.knownPhones()) {
+        phones.push_back({phone.udid, phone.wifiMac});
+    }
+    return phones;
+}
+
+Expected<int, std::string> SystemConnectionProbe::wifiBatteryLevel(const std::string& udid) {
+    const auto output = CommandRunner::run(
+        m_setup.toolDirectory / "ideviceinfo",
+        {"-u", udid, "-n", "-q", "com.apple.mobile.battery", "-k", "BatteryCurrentCapacity"},
+        kBatteryTimeout);
+    const std::string text = trimmed(output.stdoutText);
+    if (!output.succeeded() || text.empty() ||
+        !std::all_of(text.begin(), text.end(),
+                     [](unsigned char c) { return std::isdigit(c) != 0; }) ||
+        text.size() > 3) {
+        return unexpected(trimmed(output.stderrText + output.stdoutText));
+    }
+    return std::stoi(text);
+}
+
+} // namespace ambrel

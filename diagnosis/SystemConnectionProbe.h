@@ -1,0 +1,50 @@
+#pragma once
+
+#include <chrono>
+#include <filesystem>
+#include <optional>
+#include <string>
+
+#include "diagnosis/ConnectionProbe.h"
+#include "phone/LockdownHelper.h"
+
+namespace ambrel {
+
+// The connection check's facts on this computer: the tool folder, the system's usbmuxd socket,
+// avahi-daemon on the system bus, the pair records, and the phone through the helper and
+// ideviceinfo (which reach Wi-Fi phones through the muxer in USBMUXD_SOCKET_ADDRESS).
+class SystemConnectionProbe final : public ConnectionProbe {
+public:
+    struct Setup {
+        std::filesystem::path toolDirectory;
+        // The system muxer's UNIX socket; absent when it is only reachable as the tools reach it
+        // (a TCP muxer the user chose): then the helper asks through USBMUXD_SOCKET_ADDRESS.
+        std::optional<std::filesystem::path> systemMuxerSocket;
+        std::filesystem::path systemRecordsFolder = "/var/lib/lockdown";
+        // The program's own copies of pair records; empty for none.
+        std::filesystem::path ownRecordsFolder;
+    };
+
+    // How long the system muxer gets to answer, as libusbmuxd gives it.
+    static constexpr std::chrono::milliseconds kMuxerLimit{5000};
+    // How long avahi gets to report the adverts that are there.
+    static constexpr std::chrono::milliseconds kDiscoveryLimit{5000};
+    static constexpr double kBatteryTimeout = 15.0;
+
+    explicit SystemConnectionProbe(Setup setup);
+
+    std::vector<std::string> missingTools() override;
+    std::optional<std::vector<PhoneOnMuxer>> systemMuxerPhones() override;
+    Expected<PhoneDetails, LockdownError> details(const std::string& udid,
+                                                  bool networkOnly) override;
+    bool avahiDaemonRuns() override;
+    std::vector<std::string> advertisedMacs() override;
+    std::vector<KnownWifiPhone> knownPhones() override;
+    Expected<int, std::string> wifiBatteryLevel(const std::string& udid) override;
+
+private:
+    Setup m_setup;
+    LockdownHelper m_helper;
+};
+
+} // namespace ambrel

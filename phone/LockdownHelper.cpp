@@ -1,0 +1,163 @@
+#include "phone/LockdownHelper.h"
+
+#include <utility>
+
+#include <nlohmann/json.hpp>
+
+#include "phone/CommandRunner.h"
+#include "phone/LockdownHelperProtocol.h"
+
+namespace ambrel {
+
+namespace {
+
+namespace protocol = LockdownHelperProtocol;
+using nlohmann::json;
+
+LockdownFailure failureOfExit(int status) {
+    switch (status) {
+    case protocol::kExitNoDevice:
+        return LockdownFailure::noDevice;
+    case protocol::kExitMuxerUnavailable:
+        return LockdownFailure::muxerUnavailable;
+    case protocol::kExitNotTrusted:
+        return LockdownFailure::notTrusted;
+    case protocol::kExitLockdownError:
+        return LockdownFailure::lockdownError;
+    default:
+        return LockdownFailure::helperBroken;
+    }
+}
+
+// The helper's one JSON object when it ended with success; its error otherwise.
+Expected<json, LockdownError> replyOf(const CommandOutput& output) {
+    if (output.timedOut) {
+        return unexpected(LockdownError{LockdownFailure::timedOut, "TimedOut"});
+    }
+    json reply = json::parse(output.stdoutText, nullptr, false);
+    if (reply.is_discarded() || !reply.is_object()) {
+        return unexpected(LockdownError{LockdownFailure::helperBroken, "HelperFailed"});
+    }
+    if (output.status != protocol::kExitOk) {
+        const auto kind = failureOfExit(output.status);
+        const auto name = reply.value("error", std::string());
+        if (kind == LockdownFailure::helperBroken || name.empty()) {
+            return unexpected(LockdownError{LockdownFailure::helperBroken, "HelperFailed"});
+        }
+        return unexpected(LockdownError{kind, name});
+    }
+    return reply;
+}
+
+LockdownError malformed() {
+    return {LockdownFailure::helperBroken, "HelperFailed"};
+}
+
+PhoneLink linkOf(const json& value) {
+    return value == "network" ? PhoneLink::network : PhoneLink::usb;
+}
+
+} // namespace
+
+LockdownHelper::LockdownHelper(std::filesystem::path toolDirectory)
+    : m_toolDirectory(std::move(toolDirectory)) {}
+
+std::filesystem::path LockdownHelper::helperPath() const {
+    return m_toolDirectory / protocol::kFileName;
+}
+
+std::filesystem::path LockdownHelper::pairToolPath() const {
+    return m_toolDirectory / "idevicepair";
+}
+
+Expected<std::vector<PhoneOnMuxer>, LockdownError> LockdownHelper::listPhones() const {
+    return parseList(CommandRunner::run(helperPath(), {"list"}, kTimeout));
+}
+
+Expected<PhoneDetails, LockdownError> LockdownHelper::details(const std::string& udid,
+                                                              bool networkOnly) const {
+    std::vector<std::string> arguments{"info", udid};
+    if (networkOnly) {
+        arguments.emplace_back("--network");
+    }
+    return parseDetails(CommandRunner::run(helperPath(), arguments, kTimeout));
+}
+
+Expected<bool, LockdownError> LockdownHelper::wifiConnections(const std::string& udid,
+                                                              std::optional<bool> wanted) const {
+    std::vector<std::string> arguments{"wifi", udid};
+    if (wanted) {
+        arguments.emplace_back(*wanted ? "on" : "off");
+    }
+    return parseWifi(CommandRunner::run(helperPath(), arguments, kTimeout));
+}
+
+Expected<bool, std::string> LockdownHelper::pair(const std::string& udid) const {
+    const auto output = CommandRunner::run(pairToolPath(), {"-u", udid, "pair"}, kPairTimeout);
+    if (output.succeeded()) {
+        return true;
+    }
+    std::string text = output.stdoutText + output.stderrText;
+    while (!text.empty() && (text.back() == '\n' || text.back() == ' ')) {
+        text.pop_back();
+    }
+    return unexpected(text);
+}
+
+Expected<std::vector<PhoneOnMuxer>, LockdownError>
+LockdownHelper::parseList(const CommandOutput& output) {
+    auto reply = replyOf(output);
+    if (!reply) {
+        return unexpected(reply.error());
+    }
+    const auto found = reply.value().find("devices");
+    if (found == reply.value().end() || !found->is_array()) {
+        return unexpected(malformed());
+    }
+    std::vector<PhoneOnMuxer> phones;
+    for (const auto& entry : *found) {
+        if (!entry.is_object() || !entry.contains("udid") || !entry["udid"].is_string()) {
+            return unexpected(malformed());
+        }
+        phones.push_back({entry["udid"].get<std::string>(), linkOf(entry.value("connection", ""))});
+    }
+    return phones;
+}
+
+Expected<PhoneDetails, LockdownError> LockdownHelper::parseDetails(const CommandOutput& output) {
+    auto reply = replyOf(output);
+    if (!reply) {
+        return unexpected(reply.error());
+    }
+    const json& line = reply.value();
+    PhoneDetails details;
+    try {
+        details.udid = line.at("udid").get<std::string>();
+        details.link = linkOf(line.value("connection", ""));
+        details.name = line.value("name", std::string());
+        details.model = line.value("model", std::string());
+        details.wifiAddress = line.value("wifiAddress", std::string());
+        details.trusted = line.at("trusted").get<bool>();
+        details.trustError = line.value("trustError", std::string());
+        if (line.contains("wifiConnections") && line["wifiConnections"].is_boolean()) {
+            details.wifiConnections = line["wifiConnections"].get<bool>();
+        }
+    } catch (const json::exception&) {
+        return unexpected(malformed());
+    }
+    return details;
+}
+
+Expected<bool, LockdownError> LockdownHelper::parseWifi(const CommandOutput& output) {
+    auto reply = replyOf(output);
+    if (!reply) {
+        return unexpected(reply.error());
+    }
+    const auto found = reply.value().find("wifiConnections");
+    if (found == reply.value().end() || !found->is_boolean()) {
+        return unexpected(malformed());
+    }
+    return found->get<bool>();
+}
+
+} // namespace ambrel

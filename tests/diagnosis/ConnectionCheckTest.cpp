@@ -1,0 +1,269 @@
+// The connection check's order, skipping and words, against a probe whose every answer the
+// test sets: one test per check that fails, and the case where all pass.
+#include "diagnosis/ConnectionCheck.h"
+
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+
+namespace ambrel {
+namespace {
+
+const std::string kUdid = "00008110-001A2B3C4D5E6F70";
+const std::string kMac = "f0:99:bf:10:20:30";
+
+// Every answer is that of a phone read over Wi-Fi without a fault; a test spoils one.
+class FakeProbe final : public ConnectionProbe {
+public:
+    FakeProbe() {
+        phone.udid = kUdid;
+        phone.name = "Sim iPhone";
+        phone.model = "iPhone14,2";
+        phone.wifiAddress = "F0:99:BF:10:20:30";
+        phone.trusted = true;
+        phone.wifiConnections = true;
+        wifiPhone = phone;
+        wifiPhone.link = PhoneLink::network;
+    }
+
+    std::vector<std::string> missingTools() override { return missing; }
+    std::optional<std::vector<PhoneOnMuxer>> systemMuxerPhones() override { return muxerPhones; }
+    Expected<PhoneDetails, LockdownError> details(const std::string& udid,
+                                                  bool networkOnly) override {
+        asked.push_back(udid + (networkOnly ? " network" : " usb"));
+        if (networkOnly) {
+            if (wifiError) {
+                return unexpected(*wifiError);
+            }
+            return wifiPhone;
+        }
+        if (usbError) {
+            return unexpected(*usbError);
+        }
+        return phone;
+    }
+    bool avahiDaemonRuns() override { return avahi; }
+    std::vector<std::string> advertisedMacs() override { return adverts; }
+    std::vector<KnownWifiPhone> knownPhones() override { return known; }
+    Expected<int, std::string> wifiBatteryLevel(const std::string& udid) override {
+        asked.push_back(udid + " battery");
+        if (!battery) {
+            return unexpected(std::string("ERROR: Could not connect to lockdownd"));
+        }
+        return *battery;
+    }
+
+    std::vector<std::string> missing;
+    std::optional<std::vector<PhoneOnMuxer>> muxerPhones =
+        std::vector<PhoneOnMuxer>{{kUdid, PhoneLink::usb}};
+    PhoneDetails phone;
+    PhoneDetails wifiPhone;
+    std::optional<LockdownError> usbError;
+    std::optional<LockdownError> wifiError;
+    bool avahi = true;
+    std::vector<std::string> adverts{kMac};
+    std::vector<KnownWifiPhone> known;
+    std::optional<int> battery = 87;
+    std::vector<std::string> asked;
+};
+
+std::vector<std::string> statuses(const ConnectionReport& report) {
+    std::vector<std::string> names;
+    for (const auto& check : report.checks) {
+        names.emplace_back(ConnectionCheck::statusName(check.status));
+    }
+    return names;
+}
+
+const std::vector<std::string> kNames = {
+    "tools",       "systemMuxer", "phoneOnUsb",    "trusted",          "wifiConnections",
+    "avahiDaemon", "advertised",  "advertMatches", "lockdownOverWifi", "battery"};
+
+TEST(ConnectionCheckTest, EveryCheckPassesForAPhoneReadOverWifi) {
+    FakeProbe probe;
+    const auto report = ConnectionCheck::run(probe);
+    ASSERT_EQ(report.checks.size(), 10u);
+    for (std::size_t i = 0; i < kNames.size(); ++i) {
+        EXPECT_EQ(report.checks[i].name, kNames[i]);
+        EXPECT_EQ(report.checks[i].status, CheckStatus::passed) << report.checks[i].message;
+    }
+    EXPECT_TRUE(report.ok);
+    EXPECT_EQ(report.checks[9].message, "The battery is at 87%.");
+    EXPECT_EQ(probe.asked,
+              (std::vector<std::string>{kUdid + " usb", kUdid + " network", kUdid + " battery"}));
+}
+
+TEST(ConnectionCheckTest, MissingToolsFailAndSkipWhatNeedsThem) {
+    FakeProbe probe;
+    probe.missing = {"idevicepair", "tovrin-lockdown"};
+    // Without the helper only the pair records tell which advert is the phone.
+    probe.known = {{kUdid, kMac}};
+    const auto report = ConnectionCheck::run(probe);
+    EXPECT_EQ(statuses(report),
+              (std::vector<std::string>{"failed", "passed", "passed", "skipped", "skipped",
+                                        "passed", "passed", "passed", "skipped", "skipped"}));
+    EXPECT_FALSE(report.ok);
+    EXPECT_EQ(report.checks[0].message, "Install libimobiledevice-utils and reinstall Tovrin, "
+                                        "since idevicepair, tovrin-lockdown are missing.");
+    EXPECT_EQ(report.checks[3].message, "Waits for \u201cThe phone tools are there\u201d.");
+    EXPECT_TRUE(probe.asked.empty());
+}
+
+TEST(ConnectionCheckTest, ASilentSystemMuxerFailsAndSkipsTheUsbChecks) {
+    FakeProbe probe;
+    probe.muxerPhones.reset();
+    const auto report = ConnectionCheck::run(probe);
+    EXPECT_EQ(statuses(report),
+              (std::vector<std::string>{"passed", "failed", "skipped", "skipped", "skipped",
+                                        "passed", "passed", "failed", "skipped", "skipped"}));
+    EXPECT_EQ(report.checks[1].message, "Install usbmuxd (sudo apt install usbmuxd) and plug "
+                                        "your iPhone in, which starts it.");
+    // Nothing this computer has a pair record for is advertised, and no phone on USB says
+    // which advert it is.
+    EXPECT_EQ(report.checks[7].message, "Plug your iPhone in and trust this computer, so that "
+                                        "Tovrin knows which phone on the network is yours.");
+}
+
+TEST(ConnectionCheckTest, NoPhoneOnUsbFails) {
+    FakeProbe probe;
+    probe.muxerPhones = std::vector<PhoneOnMuxer>{{kUdid, PhoneLink::network}};
+    probe.known = {{kUdid, kMac}};
+    const auto report = ConnectionCheck::run(probe);
+    EXPECT_EQ(statuses(report),
+              (std::vector<std::string>{"passed", "passed", "failed", "skipped", "skipped",
+                                        "passed", "passed", "passed", "passed", "passed"}));
+    EXPECT_EQ(report.checks[2].message,
+              "Connect your iPhone to this computer with a USB cable and unlock it.");
+    EXPECT_EQ(report.checks[4].message, "Waits for \u201cThe iPhone trusts this computer\u201d.");
+    EXPECT_FALSE(report.ok);
+}
+
+TEST(ConnectionCheckTest, AnUntrustedComputerFailsWithTheWayToTrustIt) {
+    FakeProbe probe;
+    probe.phone.trusted = false;
+    probe.phone.trustError = "MissingPairRecord";
+    probe.phone.wifiConnections.reset();
+    const auto report = ConnectionCheck::run(probe);
+    EXPECT_EQ(report.checks[3].status, CheckStatus::failed);
+    EXPECT_EQ(report.checks[3].message, "Click Trust in the connection window (or run idevicepair "
+                                        "pair), then unlock your iPhone and choose Trust.");
+    EXPECT_EQ(report.checks[4].status, CheckStatus::skipped);
+}
+
+TEST(ConnectionCheckTest, ALockedPhoneIsToldToBeUnlocked) {
+    FakeProbe probe;
+    probe.usbError = LockdownError{LockdownFailure::lockdownError, "PasswordProtected"};
+    const auto report = ConnectionCheck::run(probe);
+    EXPECT_EQ(report.checks[3].status, CheckStatus::failed);
+    EXPECT_EQ(report.checks[3].message, "Unlock your iPhone and check again.");
+}
+
+TEST(ConnectionCheckTest, WifiConnectionsOffFailWithWhereToTurnThemOn) {
+    FakeProbe probe;
+    probe.phone.wifiConnections = false;
+    const auto report = ConnectionCheck::run(probe);
+    EXPECT_EQ(statuses(report),
+              (std::vector<std::string>{"passed", "passed", "passed", "passed", "failed", "passed",
+                                        "passed", "passed", "passed", "passed"}));
+    EXPECT_EQ(report.checks[4].message,
+              "Select \u201cShow this iPhone when on Wi-Fi\u201d in the connection window and "
+              "click Apply, or run tovrin --enable-wifi.");
+}
+
+TEST(ConnectionCheckTest, NoAvahiDaemonFailsAndSkipsTheNetworkChecks) {
+    FakeProbe probe;
+    probe.avahi = false;
+    const auto report = ConnectionCheck::run(probe);
+    EXPECT_EQ(statuses(report),
+              (std::vector<std::string>{"passed", "passed", "passed", "passed", "passed", "failed",
+                                        "skipped", "skipped", "skipped", "skipped"}));
+    EXPECT_EQ(report.checks[5].message, "Start avahi-daemon (sudo systemctl enable --now "
+                                        "avahi-daemon) so that Tovrin can find your iPhone on "
+                                        "the network.");
+}
+
+TEST(ConnectionCheckTest, NoAdvertFails) {
+    FakeProbe probe;
+    probe.adverts.clear();
+    const auto report = ConnectionCheck::run(probe);
+    EXPECT_EQ(report.checks[6].status, CheckStatus::failed);
+    EXPECT_EQ(report.checks[6].message, "Put your iPhone on the same Wi-Fi network as this "
+                                        "computer, unlock it and check again.");
+    EXPECT_EQ(report.checks[7].status, CheckStatus::skipped);
+    EXPECT_EQ(report.checks[9].status, CheckStatus::skipped);
+}
+
+TEST(ConnectionCheckTest, AnAdvertOfAnotherPhoneFails) {
+    FakeProbe probe;
+    probe.adverts = {"aa:bb:cc:dd:ee:ff"};
+    const auto report = ConnectionCheck::run(probe);
+    EXPECT_EQ(report.checks[7].status, CheckStatus::failed);
+    EXPECT_EQ(report.checks[7].message, "Plug your iPhone in once and check again, so that "
+                                        "Tovrin learns its Wi-Fi address.");
+    EXPECT_EQ(report.checks[8].status, CheckStatus::skipped);
+}
+
+TEST(ConnectionCheckTest, AnAdvertMatchesAPairRecordWithoutAPhoneOnUsb) {
+    FakeProbe probe;
+    probe.muxerPhones = std::vector<PhoneOnMuxer>{};
+    probe.known = {{"other", "aa:bb:cc:dd:ee:ff"}, {kUdid, kMac}};
+    const auto report = ConnectionCheck::run(probe);
+    EXPECT_EQ(report.checks[7].status, CheckStatus::passed);
+    EXPECT_EQ(report.checks[7].message, kUdid + " is advertised as " + kMac + ".");
+}
+
+TEST(ConnectionCheckTest, LockdownNotAnsweringOverWifiFails) {
+    FakeProbe probe;
+    probe.wifiError = LockdownError{LockdownFailure::noDevice, "NoDevice"};
+    const auto report = ConnectionCheck::run(probe);
+    EXPECT_EQ(report.checks[8].status, CheckStatus::failed);
+    EXPECT_EQ(report.checks[8].message, "Make sure this network lets this computer reach your "
+                                        "iPhone (TCP port 62078), or plug it in and check again.");
+    EXPECT_EQ(report.checks[9].status, CheckStatus::skipped);
+}
+
+TEST(ConnectionCheckTest, AnUnreadableBatteryFails) {
+    FakeProbe probe;
+    probe.battery.reset();
+    const auto report = ConnectionCheck::run(probe);
+    EXPECT_EQ(report.checks[9].status, CheckStatus::failed);
+    EXPECT_EQ(report.checks[9].message, "Unlock your iPhone and check again, since it did not "
+                                        "give its battery level over Wi-Fi.");
+    EXPECT_FALSE(report.ok);
+}
+
+TEST(ConnectionCheckTest, TheJsonLineHasNameStatusAndMessageOfEachCheck) {
+    FakeProbe probe;
+    probe.avahi = false;
+    const auto line = ConnectionCheck::toJson(ConnectionCheck::run(probe));
+    EXPECT_EQ(line.find('\n'), std::string::npos);
+    const auto json = nlohmann::json::parse(line);
+    EXPECT_EQ(json["ok"], false);
+    ASSERT_EQ(json["checks"].size(), 10u);
+    EXPECT_EQ(json["checks"][5],
+              (nlohmann::json{{"name", "avahiDaemon"},
+                              {"status", "failed"},
+                              {"message", "Start avahi-daemon (sudo systemctl enable --now "
+                                          "avahi-daemon) so that Tovrin can find your iPhone on "
+                                          "the network."}}));
+    EXPECT_EQ(json["checks"][6]["status"], "skipped");
+}
+
+TEST(ConnectionCheckTest, TheTextHasALinePerCheckAndAVerdict) {
+    FakeProbe probe;
+    const auto text = ConnectionCheck::toText(ConnectionCheck::run(probe));
+    EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), 11);
+    EXPECT_EQ(text.substr(0, text.find('\n')),
+              "passed  The phone tools are there: idevice_id, ideviceinfo, idevicepair and "
+              "tovrin-lockdown are installed.");
+    EXPECT_NE(text.find("\nEvery check passed.\n"), std::string::npos);
+    probe.battery.reset();
+    EXPECT_NE(ConnectionCheck::toText(ConnectionCheck::run(probe))
+                  .find("failed  The battery can be read over Wi-Fi: Unlock"),
+              std::string::npos);
+}
+
+} // namespace
+} // namespace ambrel
