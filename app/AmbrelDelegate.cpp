@@ -62,6 +62,10 @@ AmbrelDelegate::AmbrelDelegate(std::vector<std::string> arguments, std::shared_p
     WidgetBrand::readFrom(m_bundle);
 }
 
+std::shared_ptr<ProcessLauncher> AmbrelDelegate::processLauncher() const {
+    return m_launcher;
+}
+
 AmbrelDelegate::~AmbrelDelegate() {
     applicationWillTerminate();
     // The card observes the monitor, so it goes first.

@@ -27,6 +27,7 @@ class LoginItemService;
 class LowBatteryAlertsController;
 class PanelFrameStore;
 class QtMainScheduler;
+class ProcessLauncher;
 class SpawnProcessLauncher;
 class StatusMenu;
 class WakeObserver;
@@ -54,6 +55,9 @@ public:
     // forward and, when the launch asked for a preview capture, it is taken as the launch
     // sequence takes it, in the look that launch asked for.
     void laterLaunch(const std::vector<std::string>& arguments);
+
+    // Starts the phone tools for every part of the widget; stopped when the program quits.
+    std::shared_ptr<ProcessLauncher> processLauncher() const;
     // Saves the frame and stops watching wake and screens; runs as the event loop ends.
     void applicationWillTerminate();
 

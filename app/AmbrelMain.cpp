@@ -21,6 +21,7 @@
 #include "app/SingleInstance.h"
 #include "muxer/PrivateMuxer.h"
 #include "platform/linux/ExecutableBundle.h"
+#include "platform/linux/SpawnProcessLauncher.h"
 #include "platform/linux/XdgAutostartService.h"
 #include "platform/linux/XdgFolders.h"
 #include "views/ConnectionWindow.h"
@@ -85,7 +86,7 @@ SingleInstance::Request handOverRequest(const std::vector<std::string>& argument
 }
 
 int runWidget(int argc, char** argv, const std::vector<std::string>& arguments,
-              std::shared_ptr<Bundle> bundle) {
+              std::shared_ptr<Bundle> bundle, SystemConnectionProbe::Setup connectionSetup) {
     preferX11UnderWayland();
     auto [claim, instance] = SingleInstance::claim(
         SingleInstance::lockPath(bundleIdentifier(*bundle).empty() ? std::string("tovrin")
@@ -104,6 +105,10 @@ int runWidget(int argc, char** argv, const std::vector<std::string>& arguments,
     const QuitSignals quitSignals;
     auto loginItems = loginItemService(*bundle);
     AmbrelDelegate delegate(arguments, std::move(bundle), std::move(loginItems));
+    // The setup sheet's "Open Finder" opens the connection window, which looks here and runs
+    // the phone tools on the widget's own launcher.
+    connectionSetup.launcher = delegate.processLauncher();
+    ConnectionWindow::setSystemSetup(std::move(connectionSetup));
     QObject::connect(&application, &QCoreApplication::aboutToQuit, &delegate,
                      [&delegate] { delegate.applicationWillTerminate(); });
     delegate.applicationDidFinishLaunching();
@@ -147,15 +152,15 @@ int main(int argc, char** argv) {
     const std::string userMuxerAddress = userMuxer != nullptr ? userMuxer : "";
     const auto muxer = startPrivateMuxer(dataFolder);
     if (ConnectionCommands::isRequested(arguments)) {
-        return ConnectionCommands::run(arguments,
-                                       connectionProbeSetup(*bundle, userMuxerAddress, dataFolder));
+        const auto launcher = std::make_shared<SpawnProcessLauncher>();
+        return ConnectionCommands::run(
+            arguments, connectionProbeSetup(*bundle, userMuxerAddress, dataFolder, launcher));
     }
     if (CommandLine::hasArgument(arguments, "--readings")) {
         return ReadingsCommand::run(argc, argv);
     }
-    // The setup sheet's "Open Finder" opens the connection window, which looks here.
-    ConnectionWindow::setSystemSetup(connectionProbeSetup(*bundle, userMuxerAddress, dataFolder));
-    return runWidget(argc, argv, arguments, std::move(bundle));
+    auto connectionSetup = connectionProbeSetup(*bundle, userMuxerAddress, dataFolder, nullptr);
+    return runWidget(argc, argv, arguments, std::move(bundle), std::move(connectionSetup));
 }
 
 } // namespace ambrel::AmbrelMain

@@ -82,7 +82,8 @@ int run(const std::vector<std::string>& arguments, const SystemConnectionProbe::
     // The phone tools are run off the main thread, as everywhere in the program.
     std::thread worker([&] {
         if (CommandLine::hasArgument(arguments, "--enable-wifi")) {
-            outcome = enableWifi(LockdownHelper(setup.toolDirectory), enableWifiUdid(arguments));
+            outcome = enableWifi(LockdownHelper(setup.toolDirectory, setup.launcher),
+                                 enableWifiUdid(arguments));
         } else {
             SystemConnectionProbe probe(setup);
             outcome = diagnose(probe, CommandLine::hasArgument(arguments, "--text"));

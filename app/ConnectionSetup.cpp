@@ -3,12 +3,16 @@
 #include "app/SystemServices.h"
 #include "muxer/PrivateMuxer.h"
 
+#include <utility>
+
 namespace ambrel {
 
 SystemConnectionProbe::Setup connectionProbeSetup(const Bundle& bundle,
                                                   const std::string& userMuxerAddress,
-                                                  const std::filesystem::path& dataFolder) {
+                                                  const std::filesystem::path& dataFolder,
+                                                  std::shared_ptr<ProcessLauncher> launcher) {
     SystemConnectionProbe::Setup setup;
+    setup.launcher = std::move(launcher);
     setup.toolDirectory = bundleToolDirectory(bundle).value_or(std::filesystem::path());
     const std::string unixPrefix = "UNIX:";
     if (userMuxerAddress.empty()) {

@@ -72,7 +72,7 @@ std::string trimmed(std::string text) {
 } // namespace
 
 SystemConnectionProbe::SystemConnectionProbe(Setup setup)
-    : m_setup(std::move(setup)), m_helper(m_setup.toolDirectory) {}
+    : m_setup(std::move(setup)), m_helper(m_setup.toolDirectory, m_setup.launcher) {}
 
 std::vector<std::string> SystemConnectionProbe::missingTools() {
     std::vector<std::string> missing;
@@ -156,9 +156,8 @@ std::vector<std::string> SystemConnectionProbe::advertisedMacs() {
     std::vector<std::string> macs;
     {
         AvahiDiscovery discovery(collector);
-        if (!discovery.start()) {
-            return {};
-        }
+        // Without a bus or a daemon, discovery settles at once with nothing found.
+        discovery.start();
         macs = collector.waitForMacs(kDiscoveryLimit);
         discovery.stop();
     }
@@ -178,8 +177,11 @@ std::vector<KnownWifiPhone> SystemConnectionProbe::knownPhones() {
 }
 
 Expected<int, std::string> SystemConnectionProbe::wifiBatteryLevel(const std::string& udid) {
+    if (!m_setup.launcher) {
+        return unexpected(std::string(CommandRunner::kLaunchFailure));
+    }
     const auto output = CommandRunner::run(
-        m_setup.toolDirectory / "ideviceinfo",
+        *m_setup.launcher, m_setup.toolDirectory / "ideviceinfo",
         {"-u", udid, "-n", "-q", "com.apple.mobile.battery", "-k", "BatteryCurrentCapacity"},
         kBatteryTimeout);
     const std::string text = trimmed(output.stdoutText);

@@ -2,11 +2,13 @@
 
 #include <chrono>
 #include <filesystem>
+#include <memory>
 #include <optional>
 #include <string>
 
 #include "diagnosis/ConnectionProbe.h"
 #include "phone/LockdownHelper.h"
+#include "platform/ProcessLauncher.h"
 
 namespace ambrel {
 
@@ -23,13 +25,15 @@ public:
         std::filesystem::path systemRecordsFolder = "/var/lib/lockdown";
         // The program's own copies of pair records; empty for none.
         std::filesystem::path ownRecordsFolder;
+        // Runs the helper and the tools: the program's own launcher, so that quitting stops them.
+        std::shared_ptr<ProcessLauncher> launcher;
     };
 
     // How long the system muxer gets to answer, as libusbmuxd gives it.
     static constexpr std::chrono::milliseconds kMuxerLimit{5000};
     // How long avahi gets to report the adverts that are there.
     static constexpr std::chrono::milliseconds kDiscoveryLimit{5000};
-    static constexpr double kBatteryTimeout = 15.0;
+    static constexpr std::chrono::milliseconds kBatteryTimeout{15000};
 
     explicit SystemConnectionProbe(Setup setup);
 

@@ -59,8 +59,19 @@ PhoneLink linkOf(const json& value) {
 
 } // namespace
 
-LockdownHelper::LockdownHelper(std::filesystem::path toolDirectory)
-    : m_toolDirectory(std::move(toolDirectory)) {}
+CommandOutput LockdownHelper::run(const std::filesystem::path& executable,
+                                  const std::vector<std::string>& arguments,
+                                  std::chrono::milliseconds timeout) const {
+    if (!m_launcher) {
+        // Nothing to start it with reads as a tool that could not be started.
+        return CommandOutput{"", CommandRunner::kLaunchFailure, -1, false};
+    }
+    return CommandRunner::run(*m_launcher, executable, arguments, timeout);
+}
+
+LockdownHelper::LockdownHelper(std::filesystem::path toolDirectory,
+                               std::shared_ptr<ProcessLauncher> launcher)
+    : m_toolDirectory(std::move(toolDirectory)), m_launcher(std::move(launcher)) {}
 
 std::filesystem::path LockdownHelper::helperPath() const {
     return m_toolDirectory / protocol::kFileName;
@@ -71,7 +82,7 @@ std::filesystem::path LockdownHelper::pairToolPath() const {
 }
 
 Expected<std::vector<PhoneOnMuxer>, LockdownError> LockdownHelper::listPhones() const {
-    return parseList(CommandRunner::run(helperPath(), {"list"}, kTimeout));
+    return parseList(run(helperPath(), {"list"}, kTimeout));
 }
 
 Expected<PhoneDetails, LockdownError> LockdownHelper::details(const std::string& udid,
@@ -80,7 +91,7 @@ Expected<PhoneDetails, LockdownError> LockdownHelper::details(const std::string&
     if (networkOnly) {
         arguments.emplace_back("--network");
     }
-    return parseDetails(CommandRunner::run(helperPath(), arguments, kTimeout));
+    return parseDetails(run(helperPath(), arguments, kTimeout));
 }
 
 Expected<bool, LockdownError> LockdownHelper::wifiConnections(const std::string& udid,
@@ -89,11 +100,11 @@ Expected<bool, LockdownError> LockdownHelper::wifiConnections(const std::string&
     if (wanted) {
         arguments.emplace_back(*wanted ? "on" : "off");
     }
-    return parseWifi(CommandRunner::run(helperPath(), arguments, kTimeout));
+    return parseWifi(run(helperPath(), arguments, kTimeout));
 }
 
 Expected<bool, std::string> LockdownHelper::pair(const std::string& udid) const {
-    const auto output = CommandRunner::run(pairToolPath(), {"-u", udid, "pair"}, kPairTimeout);
+    const auto output = run(pairToolPath(), {"-u", udid, "pair"}, kPairTimeout);
     if (output.succeeded()) {
         return true;
     }

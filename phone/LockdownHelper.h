@@ -1,6 +1,8 @@
 #pragma once
 
+#include <chrono>
 #include <filesystem>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -8,6 +10,7 @@
 
 #include "model/Expected.h"
 #include "phone/CommandOutput.h"
+#include "platform/ProcessLauncher.h"
 
 namespace ambrel {
 
@@ -54,17 +57,17 @@ struct LockdownError {
 };
 
 // Runs the phone settings helper (tovrin-lockdown) and idevicepair from the program's tool
-// folder through CommandRunner::run. Every call blocks for up to its time limit plus the
-// runner's grace: never call one on the main thread. Thread-safe.
+// folder through CommandRunner::run on the program's launcher. Every call blocks for up to its time
+// limit plus the runner's grace: never call one on the main thread. Thread-safe.
 class LockdownHelper {
 public:
     // Enough for the muxer's 5 s reply limit and a slow phone; a phone that never answers ends
     // the run here.
-    static constexpr double kTimeout = 15.0;
+    static constexpr std::chrono::milliseconds kTimeout{15000};
     // Pairing waits for the person at the phone to choose Trust or Don't Trust.
-    static constexpr double kPairTimeout = 60.0;
+    static constexpr std::chrono::milliseconds kPairTimeout{60000};
 
-    explicit LockdownHelper(std::filesystem::path toolDirectory);
+    LockdownHelper(std::filesystem::path toolDirectory, std::shared_ptr<ProcessLauncher> launcher);
 
     std::filesystem::path helperPath() const;
     std::filesystem::path pairToolPath() const;
@@ -86,7 +89,12 @@ public:
     static Expected<bool, LockdownError> parseWifi(const CommandOutput& output);
 
 private:
+    CommandOutput run(const std::filesystem::path& executable,
+                      const std::vector<std::string>& arguments,
+                      std::chrono::milliseconds timeout) const;
+
     std::filesystem::path m_toolDirectory;
+    std::shared_ptr<ProcessLauncher> m_launcher;
 };
 
 } // namespace ambrel

@@ -70,7 +70,8 @@ QLabel* wrappedLabel(const QString& content, const QFont& font, QWidget* parent)
 } // namespace
 
 ConnectionWindow::ConnectionWindow(SystemConnectionProbe::Setup setup, QWidget* parent)
-    : QDialog(parent), m_setup(std::move(setup)), m_helper(m_setup.toolDirectory) {
+    : QDialog(parent), m_setup(std::move(setup)),
+      m_helper(m_setup.toolDirectory, m_setup.launcher) {
     setWindowTitle(QStringLiteral("iPhone Connection \u00b7 ") + text(WidgetBrand::name()));
 
     auto* layout = new QVBoxLayout(this);

@@ -15,6 +15,7 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
+#include "platform/linux/SpawnProcessLauncher.h"
 #include "tests/fakes/TemporaryFolder.h"
 #include "tests/simphone/SimulatedIphone.h"
 #include "views/Appearance.h"
@@ -60,6 +61,7 @@ protected:
         SystemConnectionProbe::Setup setup;
         setup.toolDirectory = fs::path(TOVRIN_BINARY_DIR) / "share/tovrin/Runtime/bin";
         setup.systemMuxerSocket = socket.substr(5);
+        setup.launcher = m_launcher;
         m_window = std::make_unique<ConnectionWindow>(setup);
         m_window->show();
     }
@@ -84,6 +86,7 @@ protected:
 
     TemporaryFolder m_folder;
     std::unique_ptr<SimulatedIphone> m_phone;
+    std::shared_ptr<SpawnProcessLauncher> m_launcher = std::make_shared<SpawnProcessLauncher>();
     std::unique_ptr<ConnectionWindow> m_window;
 };
 
@@ -210,6 +213,7 @@ TEST_F(ConnectionWindowTest, OpenFinderOnTheSetupSheetOpensTheWindowWithThePhone
     ::setenv("USBMUXD_SOCKET_ADDRESS", m_phone->socketAddress().c_str(), 1);
     SystemConnectionProbe::Setup setup;
     setup.toolDirectory = fs::path(TOVRIN_BINARY_DIR) / "share/tovrin/Runtime/bin";
+    setup.launcher = m_launcher;
     ConnectionWindow::setSystemSetup(setup);
     IPhoneSetupView sheet([] {});
     sheet.show();

@@ -1,9 +1,12 @@
 // Reading the phone settings helper's answers: its one JSON line and its exit code.
 #include "phone/LockdownHelper.h"
 
+#include <memory>
+
 #include <gtest/gtest.h>
 
 #include "phone/LockdownHelperProtocol.h"
+#include "platform/linux/SpawnProcessLauncher.h"
 
 namespace ambrel {
 namespace {
@@ -104,12 +107,23 @@ TEST(LockdownHelperTest, AHelperThatDidNotEndInTimeTimedOut) {
 }
 
 TEST(LockdownHelperTest, AMissingHelperIsABrokenHelper) {
-    const LockdownHelper helper("/nonexistent/tool/folder");
+    const LockdownHelper helper("/nonexistent/tool/folder",
+                                std::make_shared<SpawnProcessLauncher>());
     EXPECT_EQ(helper.helperPath(), "/nonexistent/tool/folder/tovrin-lockdown");
     EXPECT_EQ(helper.pairToolPath(), "/nonexistent/tool/folder/idevicepair");
     const auto result = helper.wifiConnections("A", true);
     ASSERT_FALSE(result);
     EXPECT_EQ(result.error().kind, LockdownFailure::helperBroken);
+    const auto paired = helper.pair("A");
+    ASSERT_FALSE(paired);
+    EXPECT_EQ(paired.error(), "Unable to launch iPhone helper");
+}
+
+TEST(LockdownHelperTest, WithoutALauncherNothingIsStartedAndItSaysSo) {
+    const LockdownHelper helper("/usr/bin", nullptr);
+    const auto listed = helper.listPhones();
+    ASSERT_FALSE(listed);
+    EXPECT_EQ(listed.error().kind, LockdownFailure::helperBroken);
     const auto paired = helper.pair("A");
     ASSERT_FALSE(paired);
     EXPECT_EQ(paired.error(), "Unable to launch iPhone helper");
