@@ -163,7 +163,9 @@ void AmbrelDelegate::configurePanel() {
                                       PanelPlacement::kPanelSize);
     m_panel->move(PanelPlacement::withPanelSize(frame).topLeft());
     constrainPanelToScreen();
-    m_panel->setMovedHandler([this] { savePanelFrame(); });
+    m_frameSaveTimer = std::make_unique<DeadlineTimer>([this] { savePanelFrame(); });
+    m_panel->setMovedHandler(
+        [this] { m_frameSaveTimer->start(kFrameSaveDelay, TimerRepeat::once); });
 }
 
 void AmbrelDelegate::constrainPanelToScreen() {
@@ -269,6 +271,9 @@ void AmbrelDelegate::applicationWillTerminate() {
         return;
     }
     m_terminated = true;
+    if (m_frameSaveTimer) {
+        m_frameSaveTimer->stop();
+    }
     if (m_panel && m_frameStore) {
         savePanelFrame();
         m_frameStore->flush();

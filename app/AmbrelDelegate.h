@@ -40,6 +40,9 @@ public:
     // How long after the panel is first shown the preview is captured, so that the first
     // readings have arrived and the card has been laid out. Never earlier.
     static constexpr std::chrono::milliseconds kCaptureDelay{4000};
+    // A moved panel's frame is written this long after the last move, so that neither placing
+    // the panel at start nor every step of a drag waits for the disk. Quitting writes it at once.
+    static constexpr std::chrono::milliseconds kFrameSaveDelay{1000};
 
     // `arguments` as the process got them (the program path first). `loginItems` is shared
     // with nothing else and kept.
@@ -91,6 +94,7 @@ private:
     std::unique_ptr<LowBatteryAlertsController> m_lowBatteryAlerts;
     std::unique_ptr<ColorSchemeWatcher> m_colorSchemeWatcher;
     std::unique_ptr<DeadlineTimer> m_captureTimer;
+    std::unique_ptr<DeadlineTimer> m_frameSaveTimer;
     // Captures asked for by later launches, each on its own timer.
     std::vector<std::unique_ptr<DeadlineTimer>> m_requestedCaptures;
     QList<QMetaObject::Connection> m_screenConnections;

@@ -74,8 +74,6 @@ StatusMenu::StatusMenu(const QString& displayName, LoginItemService& loginItems,
     connect(quit, &QAction::triggered, this, [this] { m_actions.quit(); });
 
     connect(&m_menu, &QMenu::aboutToShow, this, [this] { updateLoginItem(); });
-
-    setDark(false);
 }
 
 StatusMenu::~StatusMenu() {
@@ -86,7 +84,9 @@ StatusMenu::~StatusMenu() {
 
 QSystemTrayIcon& StatusMenu::tray() {
     if (!m_tray) {
-        m_tray = std::make_unique<QSystemTrayIcon>(m_icon);
+        // The mark is drawn here, once there is a tray to show it, not at start.
+        m_tray = std::make_unique<QSystemTrayIcon>(
+            PairedCellIcon::icon(PairedCellIcon::labelColor(m_dark)));
         m_tray->setToolTip(text(ShellTexts::toolTip(m_displayName.toStdString())));
         m_tray->setContextMenu(&m_menu);
         // A click on the item opens the menu, as the context click does.
@@ -101,10 +101,10 @@ QSystemTrayIcon& StatusMenu::tray() {
 }
 
 void StatusMenu::setDark(bool dark) {
-    m_icon = PairedCellIcon::icon(PairedCellIcon::labelColor(dark));
-    if (m_tray) {
-        m_tray->setIcon(m_icon);
+    if (m_tray && dark != m_dark) {
+        m_tray->setIcon(PairedCellIcon::icon(PairedCellIcon::labelColor(dark)));
     }
+    m_dark = dark;
 }
 
 void StatusMenu::showTrayItem() {

@@ -70,7 +70,7 @@ private:
     QAction* m_loginAction = nullptr;
     QAction* m_alertsAction = nullptr;
     std::function<void(bool)> m_alertsChanged;
-    QIcon m_icon;
+    bool m_dark = false;
     // Made only once a tray host is there: see TrayHostWatcher.
     std::unique_ptr<QSystemTrayIcon> m_tray;
     std::unique_ptr<TrayHostWatcher> m_hostWatcher;

@@ -161,18 +161,32 @@ void AmbrelView::buildMenu() {
             m_onQuit();
         }
     });
+    // The icons are drawn from their outlines when the menu is first opened, not while the
+    // card is being put on screen.
+    connect(m_menu, &QMenu::aboutToShow, this, [this] { drawMenuIcons(); });
+}
+
+void AmbrelView::drawMenuIcons() {
+    const Look look = Appearance::instance().look();
+    if (m_menuIconsLook == look) {
+        return;
+    }
+    m_menuIconsLook = look;
+    const QColor iconColor = Appearance::windowPalette(look).color(QPalette::WindowText);
+    for (QAction* action : m_menu->actions()) {
+        const QString symbol = action->data().toString();
+        if (!symbol.isEmpty()) {
+            action->setIcon(SymbolIcons::menuIcon(symbol, iconColor));
+        }
+    }
 }
 
 void AmbrelView::applyLook() {
     const Look look = Appearance::instance().look();
     const QPalette palette = Appearance::windowPalette(look);
     m_menu->setPalette(palette);
-    const QColor iconColor = palette.color(QPalette::WindowText);
-    for (QAction* action : m_menu->actions()) {
-        const QString symbol = action->data().toString();
-        if (!symbol.isEmpty()) {
-            action->setIcon(SymbolIcons::menuIcon(symbol, iconColor));
-        }
+    if (m_menu->isVisible()) {
+        drawMenuIcons();
     }
     update();
 }

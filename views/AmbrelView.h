@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <functional>
+#include <optional>
 
 #include <QImage>
 #include <QPointer>
@@ -66,6 +67,8 @@ protected:
 private:
     void buildMenu();
     void applyLook();
+    // Gives the menu's items their icons in the look in force, unless they have them already.
+    void drawMenuIcons();
     // Copies the monitor's state into the child views and schedules one repaint.
     void syncFromMonitor();
 
@@ -85,6 +88,7 @@ private:
     IconButton* m_refresh = nullptr;
     IconButton* m_menuButton = nullptr;
     QMenu* m_menu = nullptr;
+    std::optional<Look> m_menuIconsLook;
     DeviceBatteryGauge* m_macGauge = nullptr;
     DeviceBatteryGauge* m_phoneGauge = nullptr;
     TextLine* m_cadence = nullptr;

@@ -11,6 +11,8 @@
 #include <unicode/unistr.h>
 #include <unicode/ures.h>
 
+#include "views/IcuPages.h"
+
 namespace ambrel {
 
 namespace {
@@ -141,6 +143,8 @@ const UserLocale::Formatters& UserLocale::formatters() const {
     glue.findAndReplace(icu::UnicodeString(u"{1}"), datePattern);
     glue.findAndReplace(icu::UnicodeString(u"{0}"), timePattern);
     f.mediumDateShortTime = makeFormat(glue, f.locale, *f.zone);
+    // The formatters keep what they need; the data and code read to build them can go.
+    IcuPages::release();
     return f;
 }
 
@@ -206,6 +210,7 @@ std::string UserLocale::monthDayTime(Date date) const {
                 f.monthDayTime = makeFormat(best, f.locale, *f.zone);
             }
         }
+        IcuPages::release();
     }
     return formatWith(f.monthDayTime.get(), date);
 }

@@ -2,8 +2,9 @@
 """Footprint of the desktop widget next to a minimal Qt Widgets window (the floor).
 
 Starts its own Xvfb (1440 x 900) and reports, for the widget and the floor side by side:
-  - time from exec to the first painted frame (median of several launches; both programs print
-    "first-paint <CLOCK_MONOTONIC seconds>" when TOVRIN_REPORT_FIRST_PAINT=1),
+  - time from launch to the first painted frame (median of several launches, the programs taking
+    turns so that all see the same load; both programs print "first-paint <CLOCK_MONOTONIC
+    seconds>" when TOVRIN_REPORT_FIRST_PAINT=1),
   - resident memory (VmRSS) a while after start, as min / median / max over as many copies
     running at once,
   - CPU time used while idle over a stretch of minutes, as a share of one core.
@@ -82,9 +83,11 @@ def add_readings(root):
         json.dump(reading, saved)
 
 
-def command(program, root, readings):
-    if not readings:
-        return [program]
+def command(program, root):
+    """Every program starts the same way, through the namespace wrapper that gives the readings
+    case its power-supply folder (an empty one for the others), so that the wrapper's own
+    processes cost all of them alike."""
+    os.makedirs(os.path.join(root, "power"), exist_ok=True)
     # The mount is private to the program; the shell execs it, so the pid stays the program's.
     return ["unshare", "--user", "--map-root-user", "--mount", "sh", "-c",
             'mount --bind "$1" /sys/class/power_supply && shift && exec "$@"', "sh",
@@ -186,7 +189,7 @@ def main():
             sys.exit(f"{program} is not built")
     if subprocess.run(["unshare", "--user", "--map-root-user", "--mount", "true"],
                       stderr=subprocess.DEVNULL).returncode != 0:
-        sys.exit("the readings case needs unshare with user namespaces")
+        sys.exit("the measurement needs unshare with user namespaces")
 
     # name: (program, session with readings)
     cases = {"bare": (widget, False), "readings": (widget, True), "floor": (floor, False)}
@@ -195,11 +198,14 @@ def main():
     running = []
     try:
         startup = {name: [] for name in cases}
+        names = list(cases)
         for run in range(options.runs):
-            for name, (program, readings) in cases.items():
+            # Each launch round starts with another program, so no one always follows the same.
+            for name in names[run % len(names):] + names[:run % len(names)]:
+                program, readings = cases[name]
                 root = os.path.join(scratch, f"{name}-{run}")
                 environment = session(root, display, readings)
-                process, started = launch(command(program, root, readings), environment)
+                process, started = launch(command(program, root), environment)
                 seconds = first_paint(process, started)
                 stop(process)
                 if seconds is None:
@@ -210,7 +216,7 @@ def main():
         for copy in range(options.runs):
             for name, (program, readings) in cases.items():
                 root = os.path.join(scratch, f"{name}-long-{copy}")
-                process, started = launch(command(program, root, readings),
+                process, started = launch(command(program, root),
                                           session(root, display, readings))
                 if first_paint(process, started) is None:
                     sys.exit(f"{name} did not report its first paint")

@@ -117,6 +117,24 @@ TEST(StatusMenuTest, ToolTipNamesTheProgram) {
     EXPECT_FALSE(harness.menu->trayForTesting().icon().isNull());
 }
 
+TEST(StatusMenuTest, TrayMarkFollowsTheLook) {
+    const auto mark = [](QSystemTrayIcon& tray) {
+        return tray.icon().pixmap(QSize(18, 18)).toImage();
+    };
+    MenuHarness light;
+    const QImage lightMark = mark(light.menu->trayForTesting());
+    // A look set before the tray item exists is the one it is made with.
+    MenuHarness dark;
+    dark.menu->setDark(true);
+    const QImage darkMark = mark(dark.menu->trayForTesting());
+    ASSERT_FALSE(lightMark.isNull());
+    EXPECT_NE(lightMark, darkMark);
+    light.menu->setDark(true);
+    EXPECT_EQ(mark(light.menu->trayForTesting()), darkMark);
+    light.menu->setDark(false);
+    EXPECT_EQ(mark(light.menu->trayForTesting()), lightMark);
+}
+
 TEST(StatusMenuTest, OpeningTheMenuReadsTheStatusEachTime) {
     MenuHarness harness;
     QAction* login = harness.menu->loginActionForTesting();

@@ -118,6 +118,10 @@ TEST_F(AmbrelViewTest, MenuItemsInOrder) {
     auto view = makeView();
     const auto actions = view->optionsMenu()->actions();
     ASSERT_EQ(actions.size(), 7);
+    // The icons are drawn when the menu opens.
+    EXPECT_TRUE(actions[0]->icon().isNull());
+    view->optionsMenu()->popup(QPoint(0, 0));
+    view->optionsMenu()->hide();
     EXPECT_EQ(shown(actions[0]), q("Refresh batteries"));
     EXPECT_FALSE(actions[0]->icon().isNull());
     EXPECT_EQ(shown(actions[1]), q("iPhone setup & connection"));
@@ -395,6 +399,23 @@ TEST_F(AmbrelViewTest, MenuButtonPullsDownTheMenu) {
     EXPECT_TRUE(view->optionsMenu()->isVisible());
     view->optionsMenu()->hide();
     QTest::mouseRelease(view->menuButton(), Qt::LeftButton);
+}
+
+TEST_F(AmbrelViewTest, MenuIconsAreRedrawnInANewLook) {
+    Appearance::instance().setForcedLook(Look::light);
+    auto view = makeView();
+    QMenu* menu = view->optionsMenu();
+    menu->popup(QPoint(0, 0));
+    menu->hide();
+    const QImage light = menu->actions()[0]->icon().pixmap(QSize(16, 16)).toImage();
+    Appearance::instance().setForcedLook(Look::dark);
+    menu->popup(QPoint(0, 0));
+    menu->hide();
+    const QImage dark = menu->actions()[0]->icon().pixmap(QSize(16, 16)).toImage();
+    Appearance::instance().setForcedLook(std::nullopt);
+    ASSERT_FALSE(light.isNull());
+    ASSERT_FALSE(dark.isNull());
+    EXPECT_NE(light, dark);
 }
 
 TEST_F(AmbrelViewTest, LookChangeRestylesTheMenuAndTheSheet) {
