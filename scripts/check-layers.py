@@ -3,6 +3,8 @@
 without Qt include no Qt header. Prints each offending line and exits 1; exits 0 when clean.
 
 Usage: check-layers.py [SOURCE_ROOT]
+       check-layers.py --allowed-table   (the table below as "folder:allowed,allowed" lines, which
+                                          the build reads to give each library only these folders)
 """
 
 import pathlib
@@ -39,7 +41,8 @@ WITHOUT_QT = {"model", "platform", "platform/linux", "mac", "phone", "helper", "
 NOT_LAYERS = {"tests", "bench", "fuzz", "packaging", "docs", "scripts", "cmake", "build"}
 
 PROJECT_INCLUDE = re.compile(r'^\s*#\s*include\s*"([^"]+)"')
-QT_INCLUDE = re.compile(r"^\s*#\s*include\s*<(Q[A-Za-z]*|Qt[A-Za-z]+/[^>]*)>")
+# Qt's class headers (<QString>, <QtCore/QString>) and its lower-case ones (<qglobal.h>).
+QT_INCLUDE = re.compile(r"^\s*#\s*include\s*<(Q[A-Za-z]*|Qt[A-Za-z]+/[^>]*|q[a-z0-9_]*\.h)>")
 VIEWS_LOGIC_LIBRARY = re.compile(r"ambrel_library\(ambrel_views_logic\s+SOURCES(.*?)DEPENDS", re.S)
 
 
@@ -125,6 +128,10 @@ def header_is_plain(path):
 
 
 def main(arguments):
+    if arguments[1:] == ["--allowed-table"]:
+        for folder, allowed in ALLOWED.items():
+            print(f"{folder}:{','.join(sorted(allowed))}")
+        return 0
     root = pathlib.Path(arguments[1] if len(arguments) > 1 else pathlib.Path(__file__).parent.parent)
     problems = check(root.resolve())
     for problem in problems:

@@ -18,9 +18,9 @@
 namespace ambrel {
 namespace {
 
+using testing::ChildProcess;
 using testing::Environment;
-using testing::ProcessResult;
-using testing::RunningProcess;
+using testing::ProcessOutcome;
 using testing::TemporaryFolder;
 
 Date now() {
@@ -52,8 +52,6 @@ BarState widgetState(std::optional<BatteryDeviceSnapshot> computer,
 class BarCommandTest : public ::testing::Test {
 protected:
     BarCommandTest() : executable(testing::makeBundle(folder.path() / "install")) {
-        std::filesystem::create_directories(folder.path() / "run");
-        std::filesystem::permissions(folder.path() / "run", std::filesystem::perms::owner_all);
         // Phone tools that would hang for half a minute and log every run: the bar must never
         // start them.
         const auto tools = folder.path() / "install" / "share" / "tovrin" / "Runtime" / "bin";
@@ -67,18 +65,13 @@ protected:
     }
 
     Environment environment() const {
-        return {{"HOME", (folder.path() / "home").string()},
-                {"XDG_CONFIG_HOME", (folder.path() / "config").string()},
-                {"XDG_DATA_HOME", (folder.path() / "data").string()},
-                {"XDG_RUNTIME_DIR", (folder.path() / "run").string()},
-                {"TMPDIR", (folder.path() / "tmp").string()},
-                {"LC_ALL", "en_US.UTF-8"},
-                {"TZ", "UTC"},
-                {"DISPLAY", ""},
-                {"WAYLAND_DISPLAY", ""},
-                {"TOVRIN_FAKE_SCENARIO", (folder.path() / "scenario.json").string()},
-                {"TOVRIN_FAKE_LOG", toolLog().string()},
-                {"DBUS_SESSION_BUS_ADDRESS", "unix:path=/nonexistent/tovrin-test-bus"}};
+        return testing::privateSession(
+            folder.path(), {{"LC_ALL", "en_US.UTF-8"},
+                            {"TZ", "UTC"},
+                            {"DISPLAY", std::nullopt},
+                            {"TOVRIN_FAKE_SCENARIO", (folder.path() / "scenario.json").string()},
+                            {"TOVRIN_FAKE_LOG", toolLog().string()},
+                            {"DBUS_SESSION_BUS_ADDRESS", testing::kNoBus}});
     }
 
     std::filesystem::path toolLog() const { return folder.path() / "tools.log"; }
@@ -89,7 +82,7 @@ protected:
         return folder.path() / "data" / "Ambrel" / "battery-cache.json";
     }
 
-    ProcessResult bar(const std::string& format) const {
+    ProcessOutcome bar(const std::string& format) const {
         return testing::runProcess({executable.string(), "--bar", format}, environment());
     }
 
@@ -164,7 +157,7 @@ TEST_F(BarCommandTest, UnknownFormatIsAUsageError) {
 
 TEST_F(BarCommandTest, FollowPrintsOnEveryChangeAndOnlyThen) {
     BarStateFile::save(stateFile(), widgetState(mac(50), phone(60, 10)));
-    RunningProcess follower({executable.string(), "--bar", "polybar", "--follow"}, environment());
+    ChildProcess follower({executable.string(), "--bar", "polybar", "--follow"}, environment());
     const auto lines = [&follower] { return follower.standardOutput(); };
     ASSERT_TRUE(testing::eventually([&] { return !lines().empty(); }, std::chrono::seconds(10)))
         << follower.errorOutput();
@@ -197,7 +190,7 @@ TEST_F(BarCommandTest, FollowMarksAReadingStaleByAgeAlone) {
     // The phone reading turns stale 600 s after it was taken: here about 3 s from now.
     const auto reading = phone(60, 597);
     BarStateFile::save(stateFile(), widgetState(mac(50), reading));
-    RunningProcess follower({executable.string(), "--bar", "waybar", "--follow"}, environment());
+    ChildProcess follower({executable.string(), "--bar", "waybar", "--follow"}, environment());
     ASSERT_TRUE(testing::eventually([&] { return !follower.standardOutput().empty(); },
                                     std::chrono::seconds(10)));
     EXPECT_NE(follower.standardOutput().find("iPhone 60%"), std::string::npos);

@@ -19,8 +19,8 @@
 namespace ambrel {
 namespace {
 
+using testing::ChildProcess;
 using testing::Environment;
-using testing::RunningProcess;
 using testing::TemporaryFolder;
 using testing::XvfbServer;
 using namespace std::chrono_literals;
@@ -98,32 +98,23 @@ protected:
 
     // One user's session on the test's display; `name` keeps sessions apart.
     Environment session(const std::string& name = "user") const {
-        const auto root = folder.path() / name;
-        std::filesystem::create_directories(root / "run");
-        std::filesystem::create_directories(root / "tmp");
-        std::filesystem::permissions(root / "run", std::filesystem::perms::owner_all);
-        return {{"DISPLAY", server.display()},
-                {"HOME", (root / "home").string()},
-                {"XDG_CONFIG_HOME", (root / "config").string()},
-                {"XDG_DATA_HOME", (root / "data").string()},
-                {"XDG_RUNTIME_DIR", (root / "run").string()},
-                {"TMPDIR", (root / "tmp").string()},
-                {"WAYLAND_DISPLAY", ""},
-                {"QT_QPA_PLATFORM", ""},
-                {"XDG_CURRENT_DESKTOP", ""},
-                {"DBUS_SESSION_BUS_ADDRESS", "unix:path=/nonexistent/tovrin-test-bus"},
-                {"DBUS_SYSTEM_BUS_ADDRESS", "unix:path=/nonexistent/tovrin-test-bus"}};
+        return testing::privateSession(folder.path() / name,
+                                       {{"DISPLAY", server.display()},
+                                        {"QT_QPA_PLATFORM", std::nullopt},
+                                        {"XDG_CURRENT_DESKTOP", std::nullopt},
+                                        {"DBUS_SESSION_BUS_ADDRESS", testing::kNoBus},
+                                        {"DBUS_SYSTEM_BUS_ADDRESS", testing::kNoBus}});
     }
 
     std::filesystem::path settingsFile(const std::string& name = "user") const {
         return folder.path() / name / "config" / "Quenby" / "Tovrin.conf";
     }
 
-    std::unique_ptr<RunningProcess> launch(const std::vector<std::string>& arguments = {},
-                                           const std::string& name = "user") const {
+    std::unique_ptr<ChildProcess> launch(const std::vector<std::string>& arguments = {},
+                                         const std::string& name = "user") const {
         std::vector<std::string> command{executable.string()};
         command.insert(command.end(), arguments.begin(), arguments.end());
-        return std::make_unique<RunningProcess>(command, session(name));
+        return std::make_unique<ChildProcess>(command, session(name));
     }
 
     // Waits for `count` panels to be mapped and returns them.
@@ -365,7 +356,7 @@ TEST_F(DesktopShellXvfbTest, ShrunkScreenBringsThePanelBackInside) {
     testing::writeText(settingsFile(), "[General]\nAmbrelPosition=@Rect(1000 650 360 170)\n");
     auto environment = session();
     environment["DISPLAY"] = screen.display();
-    RunningProcess widget({executable.string()}, environment);
+    ChildProcess widget({executable.string()}, environment);
     std::vector<PanelWindow> panels;
     ASSERT_TRUE(testing::eventually(
         [&] {

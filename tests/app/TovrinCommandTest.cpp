@@ -15,10 +15,10 @@
 namespace ambrel {
 namespace {
 
+using testing::ChildProcess;
 using testing::Environment;
-using testing::ProcessResult;
+using testing::ProcessOutcome;
 using testing::readText;
-using testing::RunningProcess;
 using testing::TemporaryFolder;
 using testing::writeText;
 
@@ -35,30 +35,21 @@ std::string jsonPath(const std::filesystem::path& path) {
 
 class TovrinCommandTest : public ::testing::Test {
 protected:
-    TovrinCommandTest() : executable(testing::makeBundle(folder.path() / "install")) {
-        std::filesystem::create_directories(folder.path() / "tmp");
-        std::filesystem::create_directories(folder.path() / "run");
-        std::filesystem::permissions(folder.path() / "run", std::filesystem::perms::owner_all);
-    }
+    TovrinCommandTest() : executable(testing::makeBundle(folder.path() / "install")) {}
 
     // A session with no display and no bus at all: the commands must not need either. The
     // temporary folder is set apart from the copied program, which therefore counts as
     // installed.
     Environment environment() const {
-        return {{"HOME", (folder.path() / "home").string()},
-                {"XDG_CONFIG_HOME", (folder.path() / "config").string()},
-                {"XDG_DATA_HOME", (folder.path() / "data").string()},
-                {"XDG_RUNTIME_DIR", (folder.path() / "run").string()},
-                {"TMPDIR", (folder.path() / "tmp").string()},
-                {"DISPLAY", ""},
-                {"WAYLAND_DISPLAY", ""},
-                {"QT_QPA_PLATFORM", ""},
-                {"DBUS_SESSION_BUS_ADDRESS", "unix:path=/nonexistent/tovrin-test-bus"},
-                {"DBUS_SYSTEM_BUS_ADDRESS", "unix:path=/nonexistent/tovrin-test-bus"}};
+        return testing::privateSession(folder.path(),
+                                       {{"DISPLAY", std::nullopt},
+                                        {"QT_QPA_PLATFORM", std::nullopt},
+                                        {"DBUS_SESSION_BUS_ADDRESS", testing::kNoBus},
+                                        {"DBUS_SYSTEM_BUS_ADDRESS", testing::kNoBus}});
     }
 
-    ProcessResult run(std::vector<std::string> arguments,
-                      std::filesystem::path program = {}) const {
+    ProcessOutcome run(std::vector<std::string> arguments,
+                       std::filesystem::path program = {}) const {
         arguments.insert(arguments.begin(), (program.empty() ? executable : program).string());
         return testing::runProcess(arguments, environment());
     }
@@ -80,7 +71,7 @@ protected:
         command.insert(command.end(), arguments.begin(), arguments.end());
         auto environmentWithGui = environment();
         environmentWithGui["QT_QPA_PLATFORM"] = "offscreen";
-        RunningProcess widget(command, environmentWithGui);
+        ChildProcess widget(command, environmentWithGui);
         EXPECT_FALSE(widget.waitForExit(std::chrono::milliseconds(1500)).has_value())
             << "ended instead of running the widget: " << widget.errorOutput();
         widget.stop();
@@ -247,7 +238,7 @@ TEST_F(TovrinCommandTest, CaptureWorksOnTheOffscreenPlatform) {
     auto offscreen = environment();
     offscreen["QT_QPA_PLATFORM"] = "offscreen";
     const auto png = folder.path() / "offscreen.png";
-    RunningProcess widget({executable.string(), "--capture-preview", png.string()}, offscreen);
+    ChildProcess widget({executable.string(), "--capture-preview", png.string()}, offscreen);
     EXPECT_TRUE(testing::eventually([&png] { return std::filesystem::exists(png); },
                                     std::chrono::seconds(10)));
     EXPECT_TRUE(widget.isRunning()) << "the program keeps running after a capture";
@@ -259,7 +250,7 @@ TEST_F(TovrinCommandTest, TerminateSignalQuitsInOrderAndSavesThePosition) {
     auto offscreen = environment();
     offscreen["QT_QPA_PLATFORM"] = "offscreen";
     const auto settings = folder.path() / "config" / "Quenby" / "Tovrin.conf";
-    RunningProcess widget({executable.string()}, offscreen);
+    ChildProcess widget({executable.string()}, offscreen);
     ASSERT_FALSE(widget.waitForExit(std::chrono::milliseconds(1500)).has_value())
         << widget.errorOutput();
     std::filesystem::remove(settings);

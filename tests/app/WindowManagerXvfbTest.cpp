@@ -20,8 +20,8 @@
 namespace ambrel {
 namespace {
 
+using testing::ChildProcess;
 using testing::Environment;
-using testing::RunningProcess;
 using testing::TemporaryFolder;
 using testing::WindowGeometry;
 using testing::XvfbServer;
@@ -54,7 +54,7 @@ protected:
         };
         // Started again should it end before it manages the screen.
         for (int attempt = 0; attempt < 3 && !managed(); ++attempt) {
-            windowManager = std::make_unique<RunningProcess>(
+            windowManager = std::make_unique<ChildProcess>(
                 std::vector<std::string>{"/usr/bin/openbox", "--sm-disable"},
                 Environment{{"DISPLAY", server.display()},
                             {"HOME", (folder.path() / "wm").string()},
@@ -65,36 +65,26 @@ protected:
     }
 
     Environment session() const {
-        const auto root = folder.path() / "user";
-        std::filesystem::create_directories(root / "run");
-        std::filesystem::create_directories(root / "tmp");
-        std::filesystem::permissions(root / "run", std::filesystem::perms::owner_all);
-        return {{"DISPLAY", server.display()},
-                {"HOME", (root / "home").string()},
-                {"XDG_CONFIG_HOME", (root / "config").string()},
-                {"XDG_DATA_HOME", (root / "data").string()},
-                {"XDG_RUNTIME_DIR", (root / "run").string()},
-                {"TMPDIR", (root / "tmp").string()},
-                {"WAYLAND_DISPLAY", ""},
-                {"QT_QPA_PLATFORM", ""},
-                {"XDG_CURRENT_DESKTOP", ""},
-                {"DBUS_SESSION_BUS_ADDRESS",
-                 sessionBus.value_or("unix:path=/nonexistent/tovrin-test-bus")},
-                {"DBUS_SYSTEM_BUS_ADDRESS",
-                 systemBus.value_or("unix:path=/nonexistent/tovrin-test-bus")}};
+        return testing::privateSession(
+            folder.path() / "user",
+            {{"DISPLAY", server.display()},
+             {"QT_QPA_PLATFORM", std::nullopt},
+             {"XDG_CURRENT_DESKTOP", std::nullopt},
+             {"DBUS_SESSION_BUS_ADDRESS", sessionBus.value_or(testing::kNoBus)},
+             {"DBUS_SYSTEM_BUS_ADDRESS", systemBus.value_or(testing::kNoBus)}});
     }
 
     std::filesystem::path settingsFile() const {
         return folder.path() / "user" / "config" / "Quenby" / "Tovrin.conf";
     }
 
-    std::unique_ptr<RunningProcess> launch(const Environment& extra = {}) {
+    std::unique_ptr<ChildProcess> launch(const Environment& extra = {}) {
         auto environment = session();
         for (const auto& [name, value] : extra) {
             environment[name] = value;
         }
-        auto process = std::make_unique<RunningProcess>(
-            std::vector<std::string>{executable.string()}, environment);
+        auto process = std::make_unique<ChildProcess>(std::vector<std::string>{executable.string()},
+                                                      environment);
         testing::eventually(
             [this] {
                 panel = testing::managedWindowTitled(server.display(), displayName);
@@ -118,7 +108,7 @@ protected:
 
     // A plain application window, opened now.
     unsigned long openNormalWindow(const std::string& title) {
-        normalWindows.push_back(std::make_unique<RunningProcess>(
+        normalWindows.push_back(std::make_unique<ChildProcess>(
             std::vector<std::string>{"/usr/bin/xmessage", "-title", title, "-geometry",
                                      "1100x400+0+0", "A normal window"},
             Environment{{"DISPLAY", server.display()}}));
@@ -225,8 +215,8 @@ protected:
 
     TemporaryFolder folder;
     XvfbServer server;
-    std::unique_ptr<RunningProcess> windowManager;
-    std::vector<std::unique_ptr<RunningProcess>> normalWindows;
+    std::unique_ptr<ChildProcess> windowManager;
+    std::vector<std::unique_ptr<ChildProcess>> normalWindows;
     std::optional<std::string> systemBus;
     std::optional<std::string> sessionBus;
     std::string displayName = "Tovrin";
@@ -367,7 +357,7 @@ public:
                 "    <allow receive_sender=\"*\"/>\n"
                 "  </policy>\n"
                 "</busconfig>\n");
-        m_daemon = std::make_unique<RunningProcess>(
+        m_daemon = std::make_unique<ChildProcess>(
             std::vector<std::string>{"/usr/bin/dbus-daemon", "--nofork", "--nopidfile",
                                      "--config-file=" + config.string()},
             Environment{});
@@ -379,7 +369,7 @@ public:
 
 private:
     std::filesystem::path m_socket;
-    std::unique_ptr<RunningProcess> m_daemon;
+    std::unique_ptr<ChildProcess> m_daemon;
     bool m_ready = false;
 };
 
@@ -395,7 +385,7 @@ public:
         if (!m_bus.isReady()) {
             return;
         }
-        m_process = std::make_unique<RunningProcess>(
+        m_process = std::make_unique<ChildProcess>(
             std::vector<std::string>{helper("tovrin_test_login1").string(), m_trigger.string()},
             Environment{{"DBUS_SYSTEM_BUS_ADDRESS", m_bus.address()}});
         m_ready = testing::eventually(
@@ -409,7 +399,7 @@ public:
 private:
     PrivateBus m_bus;
     std::filesystem::path m_trigger;
-    std::unique_ptr<RunningProcess> m_process;
+    std::unique_ptr<ChildProcess> m_process;
     bool m_ready = false;
 };
 
@@ -467,7 +457,7 @@ std::string gdbusCall(const std::string& address, const std::string& destination
                                      address,          "--dest", destination,
                                      "--object-path",  path,     "--method"};
     command.insert(command.end(), method.begin(), method.end());
-    const auto result = testing::runProcess(command, {}, 10s);
+    const auto result = testing::runProcess(command, testing::EnvironmentChanges{}, 10s);
     return result.out + result.err;
 }
 
@@ -517,8 +507,8 @@ TEST_F(WindowManagerXvfbTest, WithoutATrayTheCardWorksAndTheItemComesWithTheHost
 
     // A tray host shows up: the item registers with it by itself.
     const auto registrations = folder.path() / "tray-items";
-    RunningProcess watcher({helper("tovrin_test_tray_watcher").string(), registrations.string()},
-                           {{"DBUS_SESSION_BUS_ADDRESS", bus.address()}});
+    ChildProcess watcher({helper("tovrin_test_tray_watcher").string(), registrations.string()},
+                         {{"DBUS_SESSION_BUS_ADDRESS", bus.address()}});
     std::string item;
     ASSERT_TRUE(testing::eventually(
         [&] {

@@ -1,18 +1,12 @@
 #include "tests/app/XServerHarness.h"
 
-#include <csignal>
 #include <regex>
-#include <sstream>
 
 #include <fcntl.h>
 #include <poll.h>
-#include <spawn.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
-#include "tests/app/ProcessHarness.h"
-
-extern char** environ;
+#include "tests/fakes/ChildProcess.h"
 
 namespace ambrel::testing {
 
@@ -21,33 +15,20 @@ XServer::XServer(std::vector<std::string> arguments, const std::string& hostDisp
     if (arguments.empty() || ::pipe2(ready, O_CLOEXEC) != 0) {
         return;
     }
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_addopen(&actions, 0, "/dev/null", O_RDONLY, 0);
-    posix_spawn_file_actions_addopen(&actions, 1, "/dev/null", O_WRONLY, 0);
-    posix_spawn_file_actions_addopen(&actions, 2, "/dev/null", O_WRONLY, 0);
-    posix_spawn_file_actions_adddup2(&actions, ready[1], 3);
     arguments.insert(arguments.begin() + 1, {"-displayfd", "3"});
-    std::vector<char*> argv;
-    for (auto& argument : arguments) {
-        argv.push_back(argument.data());
+    ProcessOptions options;
+    options.arguments = std::move(arguments);
+    if (!hostDisplay.empty()) {
+        options.environment = environmentWith({{"DISPLAY", hostDisplay}});
     }
-    argv.push_back(nullptr);
-    auto environment = environmentWith(hostDisplay.empty() ? Environment{}
-                                                           : Environment{{"DISPLAY", hostDisplay}});
-    std::vector<char*> envp;
-    for (auto& variable : environment) {
-        envp.push_back(variable.data());
-    }
-    envp.push_back(nullptr);
-    if (posix_spawn(&m_pid, argv[0], &actions, nullptr, argv.data(), envp.data()) != 0) {
-        m_pid = -1;
-    }
-    posix_spawn_file_actions_destroy(&actions);
+    options.output = OutputTo::discard;
+    options.error = OutputTo::discard;
+    options.descriptorThree = ready[1];
+    m_process = std::make_unique<ChildProcess>(std::move(options));
     ::close(ready[1]);
     std::string number;
     pollfd wait{ready[0], POLLIN, 0};
-    while (m_pid > 0 && ::poll(&wait, 1, 10000) > 0) {
+    while (m_process->isStarted() && ::poll(&wait, 1, 10000) > 0) {
         char c = 0;
         if (::read(ready[0], &c, 1) != 1 || c == '\n') {
             break;
@@ -60,13 +41,7 @@ XServer::XServer(std::vector<std::string> arguments, const std::string& hostDisp
     }
 }
 
-XServer::~XServer() {
-    if (m_pid > 0) {
-        ::kill(m_pid, SIGTERM);
-        int status = 0;
-        ::waitpid(m_pid, &status, 0);
-    }
-}
+XServer::~XServer() = default;
 
 XvfbServer::XvfbServer()
     : XServer({"/usr/bin/Xvfb", "-screen", "0", "1440x900x24", "-nolisten", "tcp"}) {}
@@ -84,7 +59,7 @@ std::string windowProperty(const std::string& display, const std::string& window
         command.insert(command.end(), {"-id", window});
     }
     command.emplace_back(name);
-    return runProcess(command, {}).out;
+    return runProcess(command, EnvironmentChanges{}).out;
 }
 
 std::vector<unsigned long> rootWindowList(const std::string& display, const char* name) {
@@ -100,7 +75,8 @@ std::vector<unsigned long> rootWindowList(const std::string& display, const char
 
 std::optional<WindowGeometry> windowGeometry(const std::string& display, unsigned long window) {
     const auto text =
-        runProcess({"/usr/bin/xwininfo", "-display", display, "-id", std::to_string(window)}, {})
+        runProcess({"/usr/bin/xwininfo", "-display", display, "-id", std::to_string(window)},
+                   EnvironmentChanges{})
             .out;
     const auto field = [&text](const char* name) -> std::optional<int> {
         const std::regex pattern(std::string(name) + R"(:\s+(-?\d+))");
@@ -134,7 +110,7 @@ std::optional<unsigned long> managedWindowTitled(const std::string& display,
 bool xdotool(const std::string& display, const std::vector<std::string>& arguments) {
     std::vector<std::string> command{"/usr/bin/xdotool"};
     command.insert(command.end(), arguments.begin(), arguments.end());
-    return runProcess(command, {{"DISPLAY", display}}).exitCode == 0;
+    return runProcess(command, EnvironmentChanges{{"DISPLAY", display}}).exitCode == 0;
 }
 
 } // namespace ambrel::testing

@@ -1,15 +1,16 @@
 #pragma once
 
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
-
-#include <sys/types.h>
 
 namespace ambrel::testing {
 
 // An X server of its own for each test, on a display it picks; it tells its display number
 // once it is ready. Killed and reaped when this goes.
+class ChildProcess;
+
 class XServer {
 public:
     // `arguments`: the server and its options, without -displayfd; `hostDisplay` for a nested
@@ -23,7 +24,7 @@ public:
     const std::string& display() const { return m_display; }
 
 private:
-    pid_t m_pid = -1;
+    std::unique_ptr<ChildProcess> m_process;
     std::string m_display;
 };
 

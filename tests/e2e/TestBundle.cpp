@@ -1,5 +1,7 @@
 #include "tests/e2e/TestBundle.h"
 
+#include "tests/fakes/ProgramBundle.h"
+
 #include <cstdlib>
 #include <system_error>
 
@@ -10,31 +12,24 @@ namespace fs = std::filesystem;
 TestBundle::TestBundle(const fs::path& root, Tools tools)
     : m_root(root), m_executable(root / "bin" / "tovrin"), m_home(root / "home"),
       m_dataHome(root / "data"), m_configHome(root / "config"), m_runtime(root / "runtime") {
-    const fs::path built = fs::path(TOVRIN_BINARY_DIR) / "bin" / "tovrin";
-    const fs::path info = fs::path(TOVRIN_BINARY_DIR) / "share" / "tovrin" / "Info";
-    const fs::path share = root / "share" / "tovrin";
+    const auto bundle = copyBuiltProgram(root);
+    if (!bundle.failure.empty()) {
+        m_failure = bundle.failure;
+        return;
+    }
     std::error_code error;
-    for (const auto& folder :
-         {root / "bin", share / "Runtime" / "bin", m_home, m_dataHome, m_configHome, m_runtime}) {
+    for (const auto& folder : {m_home, m_dataHome, m_configHome, m_runtime}) {
         fs::create_directories(folder, error);
     }
     fs::permissions(m_runtime, fs::perms::owner_all, error);
-    if (!fs::copy_file(built, m_executable, fs::copy_options::overwrite_existing, error)) {
-        m_failure = "cannot copy " + built.string() + ": " + error.message();
-        return;
-    }
-    if (!fs::copy_file(info, share / "Info", fs::copy_options::overwrite_existing, error)) {
-        m_failure = "cannot copy " + info.string() + ": " + error.message();
-        return;
-    }
     if (tools == Tools::missing) {
         return;
     }
     const std::pair<const char*, const char*> links[] = {{"idevice_id", TOVRIN_REAL_IDEVICE_ID},
                                                          {"ideviceinfo", TOVRIN_REAL_IDEVICEINFO}};
     for (const auto& [name, target] : links) {
-        fs::create_symlink(target, share / "Runtime" / "bin" / name, error);
-        if (error || !fs::exists(share / "Runtime" / "bin" / name)) {
+        fs::create_symlink(target, bundle.toolFolder / name, error);
+        if (error || !fs::exists(bundle.toolFolder / name)) {
             m_failure = std::string("cannot link the real ") + name + " (" + target + ")";
             return;
         }

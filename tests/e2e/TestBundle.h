@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "tests/simphone/ChildProcess.h"
+#include "tests/fakes/ChildProcess.h"
 
 namespace ambrel::testing {
 

@@ -1,5 +1,7 @@
 #include "tests/faults/FaultBundle.h"
 
+#include "tests/fakes/ProgramBundle.h"
+
 #include <algorithm>
 #include <cctype>
 #include <fstream>
@@ -53,22 +55,16 @@ FaultBundle::FaultBundle(const fs::path& root)
         m_failure = "the bundle's folder must not hold a quote";
         return;
     }
-    const fs::path built = fs::path(TOVRIN_BINARY_DIR) / "bin" / "tovrin";
-    const fs::path info = fs::path(TOVRIN_BINARY_DIR) / "share" / "tovrin" / "Info";
+    const auto bundle = copyBuiltProgram(root / "bundle");
+    if (!bundle.failure.empty()) {
+        m_failure = bundle.failure;
+        return;
+    }
     std::error_code error;
-    for (const auto& folder : {m_executable.parent_path(), m_tools, m_home, m_dataHome,
-                               m_configHome, m_runtime, m_temporary}) {
+    for (const auto& folder : {m_home, m_dataHome, m_configHome, m_runtime, m_temporary}) {
         fs::create_directories(folder, error);
     }
     fs::permissions(m_runtime, fs::perms::owner_all, error);
-    if (!fs::copy_file(built, m_executable, fs::copy_options::overwrite_existing, error)) {
-        m_failure = "cannot copy " + built.string() + ": " + error.message();
-        return;
-    }
-    if (!fs::copy_file(info, m_tools.parent_path().parent_path() / "Info",
-                       fs::copy_options::overwrite_existing, error)) {
-        m_failure = "cannot copy " + info.string() + ": " + error.message();
-    }
 }
 
 void FaultBundle::writeTool(const std::string& name, const std::string& script,

@@ -11,8 +11,8 @@
 
 #include <nlohmann/json.hpp>
 
+#include "tests/fakes/ChildProcess.h"
 #include "tests/fakes/TemporaryFolder.h"
-#include "tests/simphone/ChildProcess.h"
 
 namespace ambrel::testing {
 

@@ -1,10 +1,9 @@
 #include "tests/install/CommandResult.h"
 
-#include <QProcess>
-#include <QProcessEnvironment>
+#include "tests/fakes/ChildProcess.h"
+
 #include <QStandardPaths>
 #include <QString>
-#include <QStringList>
 
 namespace ambrel::installtest {
 
@@ -21,38 +20,33 @@ std::string CommandResult::describe() const {
 
 CommandResult runCommand(const std::string& program, const std::vector<std::string>& arguments,
                          const CommandOptions& options) {
-    QProcess process;
-    QStringList list;
-    for (const auto& argument : arguments) {
-        list << QString::fromStdString(argument);
+    CommandResult result;
+    std::filesystem::path path = program;
+    if (path.is_relative()) {
+        const auto found = findOnPath(program);
+        if (!found) {
+            return result;
+        }
+        path = *found;
     }
-    auto environment = QProcessEnvironment::systemEnvironment();
+    testing::EnvironmentChanges changes;
     for (const auto& name : options.unset) {
-        environment.remove(QString::fromStdString(name));
+        changes[name] = std::nullopt;
     }
     for (const auto& [name, value] : options.environment) {
-        environment.insert(QString::fromStdString(name), QString::fromStdString(value));
+        changes[name] = value;
     }
-    process.setProcessEnvironment(environment);
-    if (options.workingDirectory) {
-        process.setWorkingDirectory(QString::fromStdString(options.workingDirectory->string()));
-    }
-    process.setStandardInputFile(QProcess::nullDevice());
-    process.start(QString::fromStdString(program), list);
-
-    CommandResult result;
-    result.started = process.waitForStarted();
-    if (!result.started) {
-        return result;
-    }
-    result.finished = process.waitForFinished(static_cast<int>(options.timeLimit.count()));
-    if (!result.finished) {
-        process.kill();
-        process.waitForFinished();
-    }
-    result.exitCode = process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1;
-    result.standardOutput = process.readAllStandardOutput().toStdString();
-    result.standardError = process.readAllStandardError().toStdString();
+    testing::ProcessOptions run;
+    run.arguments = {path.string()};
+    run.arguments.insert(run.arguments.end(), arguments.begin(), arguments.end());
+    run.environment = testing::environmentWith(changes);
+    run.workingDirectory = options.workingDirectory.value_or(std::filesystem::path());
+    const auto outcome = testing::runToEnd(std::move(run), options.timeLimit);
+    result.started = outcome.started;
+    result.finished = outcome.started && !outcome.timedOut;
+    result.exitCode = outcome.exitCode;
+    result.standardOutput = outcome.out;
+    result.standardError = outcome.err;
     return result;
 }
 

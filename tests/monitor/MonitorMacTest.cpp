@@ -6,9 +6,7 @@
 
 #include <gtest/gtest.h>
 
-#include "tests/fakes/FakeSystem.h"
-#include "tests/fakes/ManualWorker.h"
-#include "tests/fakes/SimulatedScheduler.h"
+#include "tests/fakes/FakeMonitorServices.h"
 
 namespace ambrel {
 namespace {
@@ -27,32 +25,20 @@ PowerSourceDescription internalBattery(std::int64_t percent, const char* state =
 }
 
 // A monitor over fakes; phone reads are counted and never finish unless the test runs the worker.
-class MonitorMacTest : public ::testing::Test {
+class MonitorMacTest : public ::testing::Test, protected testing::FakeMonitorServices {
 protected:
-    MonitorMacTest()
-        : m_scheduler(std::make_shared<SimulatedScheduler>()),
-          m_worker(std::make_shared<ManualWorker>(*m_scheduler)),
-          m_power(std::make_shared<FakePowerSourceProvider>()),
-          m_folders(std::make_shared<FakeFolders>()), m_bundle(std::make_shared<FakeBundle>()) {
-        m_folders->support = std::filesystem::path("/nonexistent-support");
-        m_power->sources = PowerSourceList{internalBattery(64)};
+    MonitorMacTest() {
+        folders->support = std::filesystem::path("/nonexistent-support");
+        power->sources = PowerSourceList{internalBattery(64)};
     }
 
     MonitorServices services() {
-        MonitorServices services;
-        services.clock = m_scheduler;
-        services.scheduler = m_scheduler;
-        services.worker = m_worker;
-        services.powerSources = m_power;
-        services.host = std::make_shared<FakeHostInfo>();
-        services.folders = m_folders;
-        services.bundle = m_bundle;
-        services.readPhone = [this](const std::filesystem::path&, const std::optional<std::string>&,
-                                    const std::optional<PhoneIdentity>&) -> PhoneReadResult {
-            ++m_phoneReads;
-            return unexpected(PhoneIssue{PhoneSetupState::notFound, "no phone", false});
-        };
-        return services;
+        return FakeMonitorServices::services(
+            [this](const std::filesystem::path&, const std::optional<std::string>&,
+                   const std::optional<PhoneIdentity>&) -> PhoneReadResult {
+                ++m_phoneReads;
+                return unexpected(PhoneIssue{PhoneSetupState::notFound, "no phone", false});
+            });
     }
 
     std::unique_ptr<BatteryMonitor>
@@ -62,11 +48,6 @@ protected:
         return std::make_unique<BatteryMonitor>(services(), std::move(tools), std::move(cache));
     }
 
-    std::shared_ptr<SimulatedScheduler> m_scheduler;
-    std::shared_ptr<ManualWorker> m_worker;
-    std::shared_ptr<FakePowerSourceProvider> m_power;
-    std::shared_ptr<FakeFolders> m_folders;
-    std::shared_ptr<FakeBundle> m_bundle;
     int m_phoneReads = 0;
 };
 
@@ -81,15 +62,15 @@ TEST_F(MonitorMacTest, InitialPublishedState) {
     EXPECT_FALSE(monitor->nextPhoneCheck());
     EXPECT_EQ(monitor->phoneSetupState(), PhoneSetupState::checking);
     // Construction reads nothing and starts nothing.
-    EXPECT_EQ(m_power->calls, 0);
-    EXPECT_EQ(m_scheduler->validTimerCount(), 0);
-    EXPECT_EQ(m_worker->pendingJobs(), 0u);
+    EXPECT_EQ(power->calls, 0);
+    EXPECT_EQ(scheduler->validTimerCount(), 0);
+    EXPECT_EQ(worker->pendingJobs(), 0u);
 }
 
 TEST_F(MonitorMacTest, DefaultToolFolderIsInTheResources) {
     EXPECT_EQ(makeMonitor()->toolDirectory(),
               std::filesystem::path("/opt/tovrin/share/tovrin/Runtime/bin/"));
-    m_bundle->resources.reset();
+    bundle->resources.reset();
     EXPECT_EQ(makeMonitor()->toolDirectory(),
               std::filesystem::path("/opt/tovrin/bin/Runtime/bin/"));
     EXPECT_EQ(makeMonitor(std::filesystem::path("/tools"))->toolDirectory(),
@@ -97,14 +78,14 @@ TEST_F(MonitorMacTest, DefaultToolFolderIsInTheResources) {
 }
 
 TEST_F(MonitorMacTest, DefaultCacheFileIsInApplicationSupport) {
-    m_folders->support = std::filesystem::path("/home/anna/.local/share");
+    folders->support = std::filesystem::path("/home/anna/.local/share");
     EXPECT_EQ(makeMonitor(std::nullopt, std::nullopt)->cacheURL(),
               std::filesystem::path("/home/anna/.local/share/Ambrel/battery-cache.json"));
 }
 
 TEST_F(MonitorMacTest, WithoutApplicationSupportTheCacheLivesInTheTemporaryFolder) {
-    m_folders->support.reset();
-    m_folders->temp = "/var/tmp/anna";
+    folders->support.reset();
+    folders->temp = "/var/tmp/anna";
     EXPECT_EQ(makeMonitor(std::nullopt, std::nullopt)->cacheURL(),
               std::filesystem::path("/var/tmp/anna/Ambrel/battery-cache.json"));
 }
@@ -113,10 +94,10 @@ TEST_F(MonitorMacTest, StartTwiceReadsOnceAndMakesOneTimer) {
     const auto monitor = makeMonitor();
     monitor->start();
     monitor->start();
-    EXPECT_EQ(m_power->calls, 1);
-    EXPECT_EQ(m_worker->pendingJobs(), 1u);
-    EXPECT_EQ(m_scheduler->validTimerCount(), 1);
-    EXPECT_EQ(m_scheduler->scheduledIntervals(), std::vector<double>{60.0});
+    EXPECT_EQ(power->calls, 1);
+    EXPECT_EQ(worker->pendingJobs(), 1u);
+    EXPECT_EQ(scheduler->validTimerCount(), 1);
+    EXPECT_EQ(scheduler->scheduledIntervals(), std::vector<double>{60.0});
     ASSERT_TRUE(monitor->mac());
     EXPECT_EQ(monitor->mac()->percentage(), 64);
     EXPECT_EQ(monitor->macStatus(), "On battery");
@@ -125,36 +106,36 @@ TEST_F(MonitorMacTest, StartTwiceReadsOnceAndMakesOneTimer) {
 TEST_F(MonitorMacTest, MacTimerFiresEverySixtySeconds) {
     const auto monitor = makeMonitor();
     monitor->start();
-    m_scheduler->advance(59.9);
-    EXPECT_EQ(m_power->calls, 1);
-    m_scheduler->advance(0.1);
-    EXPECT_EQ(m_power->calls, 2);
-    m_power->sources = PowerSourceList{internalBattery(63, "AC Power")};
-    m_scheduler->advance(60.0);
-    EXPECT_EQ(m_power->calls, 3);
+    scheduler->advance(59.9);
+    EXPECT_EQ(power->calls, 1);
+    scheduler->advance(0.1);
+    EXPECT_EQ(power->calls, 2);
+    power->sources = PowerSourceList{internalBattery(63, "AC Power")};
+    scheduler->advance(60.0);
+    EXPECT_EQ(power->calls, 3);
     EXPECT_EQ(monitor->mac()->percentage(), 63);
     EXPECT_EQ(monitor->macStatus(), "Connected to power");
-    EXPECT_EQ(monitor->mac()->lastUpdated(), m_scheduler->now());
-    m_scheduler->advance(600.0);
-    EXPECT_EQ(m_power->calls, 13);
+    EXPECT_EQ(monitor->mac()->lastUpdated(), scheduler->now());
+    scheduler->advance(600.0);
+    EXPECT_EQ(power->calls, 13);
 }
 
 TEST_F(MonitorMacTest, RefreshAllBeforeStartReadsWithoutTimers) {
     const auto monitor = makeMonitor();
     monitor->refreshAll();
-    EXPECT_EQ(m_power->calls, 1);
-    EXPECT_EQ(m_worker->pendingJobs(), 1u);
-    EXPECT_EQ(m_scheduler->validTimerCount(), 0);
+    EXPECT_EQ(power->calls, 1);
+    EXPECT_EQ(worker->pendingJobs(), 1u);
+    EXPECT_EQ(scheduler->validTimerCount(), 0);
     monitor->refresh();
-    EXPECT_EQ(m_power->calls, 2);
+    EXPECT_EQ(power->calls, 2);
 }
 
 TEST_F(MonitorMacTest, RefreshAllDuringAPhoneReadReadsOnlyTheMacAgain) {
     const auto monitor = makeMonitor();
     monitor->start();
     monitor->refreshAll();
-    EXPECT_EQ(m_power->calls, 2);
-    EXPECT_EQ(m_worker->pendingJobs(), 1u);
+    EXPECT_EQ(power->calls, 2);
+    EXPECT_EQ(worker->pendingJobs(), 1u);
     EXPECT_TRUE(monitor->isRefreshingPhone());
 }
 
@@ -163,26 +144,26 @@ TEST_F(MonitorMacTest, FailedReadKeepsThePreviousSnapshot) {
     monitor->refreshMac();
     ASSERT_TRUE(monitor->mac());
     const Date firstReading = monitor->mac()->lastUpdated();
-    m_scheduler->advance(200);
+    scheduler->advance(200);
 
-    m_power->sources = PowerSourceList{};
+    power->sources = PowerSourceList{};
     monitor->refreshMac();
     EXPECT_EQ(monitor->macStatus(), "No built-in battery found");
     ASSERT_TRUE(monitor->mac());
     EXPECT_EQ(monitor->mac()->lastUpdated(), firstReading);
-    EXPECT_TRUE(monitor->mac()->isStale(m_scheduler->now()));
+    EXPECT_TRUE(monitor->mac()->isStale(scheduler->now()));
 
-    m_power->sources.reset();
+    power->sources.reset();
     monitor->refreshMac();
     EXPECT_EQ(monitor->macStatus(), "Mac battery is unavailable");
     EXPECT_EQ(monitor->mac()->percentage(), 64);
 }
 
 TEST_F(MonitorMacTest, DesktopWithoutBatteryNeverGetsASnapshot) {
-    m_power->sources = PowerSourceList{};
+    power->sources = PowerSourceList{};
     const auto monitor = makeMonitor();
     monitor->start();
-    m_scheduler->advance(120);
+    scheduler->advance(120);
     EXPECT_FALSE(monitor->mac());
     EXPECT_EQ(monitor->macStatus(), "No built-in battery found");
 }
@@ -217,7 +198,7 @@ TEST_F(MonitorMacTest, FailureChangesOnlyTheStatus) {
             changed.push_back(property);
         }
     });
-    m_power->sources.reset();
+    power->sources.reset();
     monitor->refreshMac();
     EXPECT_EQ(changed, std::vector<MonitorProperty>{MonitorProperty::macStatus});
 }
@@ -244,8 +225,8 @@ TEST_F(MonitorMacTest, TimerDoesNothingOnceTheMonitorIsGone) {
     auto monitor = makeMonitor();
     monitor->start();
     monitor.reset();
-    m_scheduler->advance(180);
-    EXPECT_EQ(m_power->calls, 1);
+    scheduler->advance(180);
+    EXPECT_EQ(power->calls, 1);
 }
 
 } // namespace

@@ -27,9 +27,7 @@
 #include "phone/PhoneIssue.h"
 #include "phone/PhoneReader.h"
 #include "phone/PhoneReading.h"
-#include "tests/fakes/FakeSystem.h"
-#include "tests/fakes/ManualWorker.h"
-#include "tests/fakes/SimulatedScheduler.h"
+#include "tests/fakes/FakeMonitorServices.h"
 #include "tests/fakes/TemporaryFolder.h"
 
 namespace ambrel::testing::phonecycle {
@@ -182,30 +180,14 @@ inline int modeOf(const std::filesystem::path& path) {
 
 // A monitor in simulated time with a manual worker and a scripted phone; its cache file lives
 // in a temporary folder.
-class CycleHarness {
+class CycleHarness : public FakeMonitorServices {
 public:
-    CycleHarness()
-        : scheduler(std::make_shared<SimulatedScheduler>()),
-          worker(std::make_shared<ManualWorker>(*scheduler)),
-          power(std::make_shared<FakePowerSourceProvider>()),
-          host(std::make_shared<FakeHostInfo>()), folders(std::make_shared<FakeFolders>()),
-          bundle(std::make_shared<FakeBundle>()), phone(scheduler) {
+    CycleHarness() : phone(scheduler) {
         folders->support = folder.path() / "data";
         folders->temp = folder.path() / "tmp";
     }
 
-    MonitorServices services() const {
-        MonitorServices result;
-        result.clock = scheduler;
-        result.scheduler = scheduler;
-        result.worker = worker;
-        result.powerSources = power;
-        result.host = host;
-        result.folders = folders;
-        result.bundle = bundle;
-        result.readPhone = phone.function();
-        return result;
-    }
+    MonitorServices services() const { return FakeMonitorServices::services(phone.function()); }
 
     std::filesystem::path toolDirectory() const { return folder.path() / "Runtime" / "bin"; }
     std::filesystem::path cacheFile() const {
@@ -226,12 +208,6 @@ public:
     Date now() const { return scheduler->now(); }
 
     TemporaryFolder folder;
-    std::shared_ptr<SimulatedScheduler> scheduler;
-    std::shared_ptr<ManualWorker> worker;
-    std::shared_ptr<FakePowerSourceProvider> power;
-    std::shared_ptr<FakeHostInfo> host;
-    std::shared_ptr<FakeFolders> folders;
-    std::shared_ptr<FakeBundle> bundle;
     ScriptedPhone phone;
 };
 

@@ -1,6 +1,7 @@
 #include <chrono>
 #include <cstdint>
 #include <cstdio>
+#include <memory>
 #include <optional>
 #include <random>
 #include <set>
@@ -12,7 +13,6 @@
 #include <linux/capability.h>
 #include <poll.h>
 #include <signal.h>
-#include <spawn.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
@@ -23,10 +23,10 @@
 #include <nlohmann/json.hpp>
 
 #include "monitor/ReadingCache.h"
+#include "tests/fakes/ChildProcess.h"
+#include "tests/fakes/ScopedUmask.h"
 #include "tests/monitor/CacheWriterSnapshots.h"
 #include "tests/monitor/PhoneCycleHarness.h"
-
-extern char** environ;
 
 namespace ambrel::testing::phonecycle {
 namespace {
@@ -34,18 +34,6 @@ namespace {
 using ::testing::UnorderedElementsAre;
 
 const Date kNow = Date::fromSecondsSinceReferenceDate(800000000.0);
-
-// Sets the process's umask for the life of the object.
-class ScopedUmask {
-public:
-    explicit ScopedUmask(mode_t mask) : m_previous(::umask(mask)) {}
-    ~ScopedUmask() { ::umask(m_previous); }
-    ScopedUmask(const ScopedUmask&) = delete;
-    ScopedUmask& operator=(const ScopedUmask&) = delete;
-
-private:
-    mode_t m_previous;
-};
 
 std::set<std::string> keysOf(const std::string& text) {
     const auto json = nlohmann::json::parse(text);
@@ -373,29 +361,13 @@ TEST_F(ReadingCacheTest, TenMegabytesOfGarbageGiveNothingQuickly) {
     EXPECT_LT(std::chrono::steady_clock::now() - started, std::chrono::seconds(2));
 }
 
-// Starts the cache writer on `file` with its standard output on a pipe; returns its process id
-// and the pipe's reading end.
-std::pair<pid_t, int> startWriter(const std::filesystem::path& file) {
-    int pipeEnds[2];
-    if (::pipe2(pipeEnds, O_CLOEXEC) != 0) {
-        return {-1, -1};
-    }
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_adddup2(&actions, pipeEnds[1], STDOUT_FILENO);
-    const std::string program = std::string(TOVRIN_BINARY_DIR) + "/tests/ambrel_cache_writer";
-    const std::string argument = file.string();
-    char* arguments[] = {const_cast<char*>(program.c_str()), const_cast<char*>(argument.c_str()),
-                         nullptr};
-    pid_t pid = -1;
-    const int spawned = ::posix_spawn(&pid, program.c_str(), &actions, nullptr, arguments, environ);
-    posix_spawn_file_actions_destroy(&actions);
-    ::close(pipeEnds[1]);
-    if (spawned != 0) {
-        ::close(pipeEnds[0]);
-        return {-1, -1};
-    }
-    return {pid, pipeEnds[0]};
+// Starts the cache writer on `file`; its standard output (one mark per save) comes on a pipe.
+std::unique_ptr<ChildProcess> startWriter(const std::filesystem::path& file) {
+    ProcessOptions options;
+    options.arguments = {std::string(TOVRIN_BINARY_DIR) + "/tests/ambrel_cache_writer",
+                         file.string()};
+    options.error = OutputTo::inherit;
+    return std::make_unique<ChildProcess>(std::move(options));
 }
 
 // Counts the bytes left in the pipe once its writer is gone.
@@ -440,17 +412,16 @@ TEST_F(ReadingCacheTest, FileIsWholeAfterTheWriterIsKilledAtRandomMoments) {
     // moments of the writer's second or third save, whatever the disk's speed.
     std::chrono::steady_clock::duration period{};
     {
-        const auto [pid, output] = startWriter(file());
-        ASSERT_GT(pid, 0) << "cannot start the cache writer";
-        ASSERT_TRUE(readMark(output)) << "the cache writer wrote nothing";
+        const auto writer = startWriter(file());
+        ASSERT_TRUE(writer->isStarted()) << "cannot start the cache writer";
+        ASSERT_TRUE(readMark(writer->outputDescriptor())) << "the cache writer wrote nothing";
         const auto firstDone = std::chrono::steady_clock::now();
         for (int mark = 0; mark < 10; ++mark) {
-            ASSERT_TRUE(readMark(output));
+            ASSERT_TRUE(readMark(writer->outputDescriptor()));
         }
         period = (std::chrono::steady_clock::now() - firstDone) / 10;
-        ::kill(pid, SIGKILL);
-        ::waitpid(pid, nullptr, 0);
-        ::close(output);
+        ::kill(writer->pid(), SIGKILL);
+        writer->stop();
     }
 
     long writes = 0;
@@ -462,17 +433,15 @@ TEST_F(ReadingCacheTest, FileIsWholeAfterTheWriterIsKilledAtRandomMoments) {
         if (kills >= kMinimumKills && std::chrono::steady_clock::now() - started > kBudget) {
             break;
         }
-        const auto [pid, output] = startWriter(file());
-        ASSERT_GT(pid, 0) << "cannot start the cache writer";
-        ASSERT_TRUE(readMark(output)) << "the cache writer wrote nothing";
+        const auto writer = startWriter(file());
+        ASSERT_TRUE(writer->isStarted()) << "cannot start the cache writer";
+        ASSERT_TRUE(readMark(writer->outputDescriptor())) << "the cache writer wrote nothing";
         std::this_thread::sleep_for(
             std::chrono::duration_cast<std::chrono::nanoseconds>(period * 1.5 * fraction(random)));
-        ::kill(pid, SIGKILL);
-        int status = 0;
-        ::waitpid(pid, &status, 0);
+        ::kill(writer->pid(), SIGKILL);
+        const int status = writer->stop();
         killedBySignal += WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL ? 1 : 0;
-        writes += 1 + drain(output);
-        ::close(output);
+        writes += 1 + drain(writer->outputDescriptor());
 
         // The file is always there and always one whole reading.
         const std::string text = readText(file());

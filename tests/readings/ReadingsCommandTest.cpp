@@ -14,20 +14,15 @@
 #include <thread>
 #include <vector>
 
-#include <fcntl.h>
-#include <poll.h>
-#include <signal.h>
-#include <spawn.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
+#include "tests/fakes/ChildProcess.h"
 #include "tests/fakes/ExpectedTexts.h"
+#include "tests/fakes/ProgramBundle.h"
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
-
-extern char** environ;
 
 namespace {
 
@@ -147,11 +142,8 @@ public:
             ADD_FAILURE() << "cannot make a temporary folder";
         }
         m_root = pattern;
-        const fs::path build = TOVRIN_BINARY_DIR;
-        fs::create_directories(m_root / "bin");
-        fs::copy_file(build / "bin" / "tovrin", executable());
-        fs::create_directories(share() / "Runtime" / "bin");
-        fs::copy_file(build / "share" / "tovrin" / "Info", share() / "Info");
+        const auto bundle = ::ambrel::testing::copyBuiltProgram(m_root);
+        EXPECT_EQ(bundle.failure, "");
         fs::create_directories(home());
         ::chmod(m_root.c_str(), 0755);
     }
@@ -197,99 +189,26 @@ public:
 
     // Runs `tovrin --readings`; gives up (and kills it) after 60 s.
     RunResult run(bool withDataHome = true) const {
-        std::vector<std::string> environment;
-        for (char** entry = environ; *entry != nullptr; ++entry) {
-            const std::string text = *entry;
-            const std::string name = text.substr(0, text.find('='));
-            if (name != "HOME" && name != "XDG_DATA_HOME" && name != "TOVRIN_FAKE_SCENARIO" &&
-                name != "TOVRIN_FAKE_LOG") {
-                environment.push_back(text);
-            }
-        }
-        environment.push_back("HOME=" + home().string());
+        ::ambrel::testing::EnvironmentChanges changes{
+            {"HOME", home().string()},
+            {"XDG_DATA_HOME", std::nullopt},
+            {"TOVRIN_FAKE_SCENARIO", (m_root / "scenario.json").string()},
+            {"TOVRIN_FAKE_LOG", logFile().string()}};
         if (withDataHome) {
-            environment.push_back("XDG_DATA_HOME=" + dataHome().string());
+            changes["XDG_DATA_HOME"] = dataHome().string();
         }
-        environment.push_back("TOVRIN_FAKE_SCENARIO=" + (m_root / "scenario.json").string());
-        environment.push_back("TOVRIN_FAKE_LOG=" + logFile().string());
-        std::vector<char*> environmentPointers;
-        for (auto& item : environment) {
-            environmentPointers.push_back(item.data());
-        }
-        environmentPointers.push_back(nullptr);
-
-        std::string program = executable().string();
-        std::string option = "--readings";
-        char* arguments[] = {program.data(), option.data(), nullptr};
-
-        int output[2];
-        int errors[2];
+        const auto outcome = ::ambrel::testing::runProcess({executable().string(), "--readings"},
+                                                           changes, std::chrono::seconds(60));
         RunResult result;
-        if (::pipe2(output, O_CLOEXEC) != 0 || ::pipe2(errors, O_CLOEXEC) != 0) {
-            ADD_FAILURE() << "no pipes";
+        if (!outcome.started) {
+            ADD_FAILURE() << "cannot start " << executable();
             return result;
         }
-        posix_spawn_file_actions_t actions;
-        posix_spawn_file_actions_init(&actions);
-        posix_spawn_file_actions_adddup2(&actions, output[1], STDOUT_FILENO);
-        posix_spawn_file_actions_adddup2(&actions, errors[1], STDERR_FILENO);
-        posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
-        const auto started = std::chrono::steady_clock::now();
-        pid_t pid = -1;
-        const int spawned = ::posix_spawn(&pid, program.c_str(), &actions, nullptr, arguments,
-                                          environmentPointers.data());
-        posix_spawn_file_actions_destroy(&actions);
-        ::close(output[1]);
-        ::close(errors[1]);
-        if (spawned != 0) {
-            ::close(output[0]);
-            ::close(errors[0]);
-            ADD_FAILURE() << "cannot start " << program;
-            return result;
-        }
-
-        const auto deadline = started + std::chrono::seconds(60);
-        pollfd descriptors[2] = {{output[0], POLLIN, 0}, {errors[0], POLLIN, 0}};
-        std::string* sinks[2] = {&result.standardOutput, &result.standardError};
-        int open = 2;
-        bool killed = false;
-        while (open > 0) {
-            const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
-                deadline - std::chrono::steady_clock::now());
-            if (left.count() <= 0) {
-                ::kill(pid, SIGKILL);
-                killed = true;
-                break;
-            }
-            if (::poll(descriptors, 2, static_cast<int>(left.count())) < 0 && errno != EINTR) {
-                break;
-            }
-            for (int index = 0; index < 2; ++index) {
-                if (descriptors[index].fd < 0 || descriptors[index].revents == 0) {
-                    continue;
-                }
-                char buffer[4096];
-                const ssize_t got = ::read(descriptors[index].fd, buffer, sizeof buffer);
-                if (got > 0) {
-                    sinks[index]->append(buffer, static_cast<std::size_t>(got));
-                } else if (got == 0 || errno != EINTR) {
-                    ::close(descriptors[index].fd);
-                    descriptors[index].fd = -1;
-                    --open;
-                }
-            }
-        }
-        for (const auto& descriptor : descriptors) {
-            if (descriptor.fd >= 0) {
-                ::close(descriptor.fd);
-            }
-        }
-        int status = 0;
-        ::waitpid(pid, &status, 0);
-        result.seconds =
-            std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count();
-        EXPECT_FALSE(killed) << "tovrin --readings did not finish within 60 s";
-        result.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+        EXPECT_FALSE(outcome.timedOut) << "tovrin --readings did not finish within 60 s";
+        result.standardOutput = outcome.out;
+        result.standardError = outcome.err;
+        result.seconds = outcome.elapsed.count();
+        result.exitCode = outcome.signal != 0 ? 128 + outcome.signal : outcome.exitCode;
         return result;
     }
 

@@ -18,6 +18,7 @@
 #include <nlohmann/json.hpp>
 
 #include "tests/fakes/DesktopExecReader.h"
+#include "tests/fakes/ScopedUmask.h"
 #include "tests/faults/FaultBundle.h"
 
 namespace ambrel::testing {
@@ -218,18 +219,6 @@ TEST(Security, HostileIdentifiersAloneFindNoPhone) {
     EXPECT_EQ(lines(bundle.toolLog()), expected);
 }
 
-// Sets the process's umask for the life of the object; children inherit it.
-class UmaskScope {
-public:
-    explicit UmaskScope(mode_t mask) : m_previous(::umask(mask)) {}
-    ~UmaskScope() { ::umask(m_previous); }
-    UmaskScope(const UmaskScope&) = delete;
-    UmaskScope& operator=(const UmaskScope&) = delete;
-
-private:
-    mode_t m_previous;
-};
-
 mode_t modeOf(const fs::path& path) {
     struct stat info {};
     return ::lstat(path.c_str(), &info) == 0 ? info.st_mode & 07777 : 0;
@@ -249,7 +238,7 @@ TEST(Security, SavedReadingStaysPrivateUnderAPermissiveUmask) {
 
     Readings readings;
     {
-        const UmaskScope permissive(0);
+        const ScopedUmask permissive(0);
         readings = bundle.readings(60s);
     }
     ASSERT_TRUE(readings.report.is_object()) << readings.outcome.out << readings.outcome.err;

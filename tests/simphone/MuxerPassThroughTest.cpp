@@ -10,8 +10,8 @@
 #include <nlohmann/json.hpp>
 
 #include "muxer/MuxerServer.h"
+#include "tests/fakes/ChildProcess.h"
 #include "tests/fakes/TemporaryFolder.h"
-#include "tests/simphone/ChildProcess.h"
 #include "tests/simphone/SimulatedIphone.h"
 
 namespace ambrel::testing {

@@ -7,7 +7,7 @@
 
 #include <nlohmann/json.hpp>
 
-#include "tests/simphone/ChildProcess.h"
+#include "tests/fakes/ChildProcess.h"
 
 namespace ambrel::testing {
 

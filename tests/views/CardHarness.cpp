@@ -3,27 +3,15 @@
 namespace ambrel::testing {
 
 CardHarness::CardHarness()
-    : m_scheduler(
-          std::make_shared<SimulatedScheduler>(Date::fromSecondsSince1970(kStartUnixSeconds))),
-      m_worker(std::make_shared<ManualWorker>(*m_scheduler)),
-      m_powerSources(std::make_shared<FakePowerSourceProvider>()),
-      m_host(std::make_shared<FakeHostInfo>()), m_answer(std::make_shared<PhoneAnswer>()) {
+    : m_fakes(std::make_shared<SimulatedScheduler>(Date::fromSecondsSince1970(kStartUnixSeconds))),
+      m_answer(std::make_shared<PhoneAnswer>()) {
     m_answer->issue = PhoneIssue{PhoneSetupState::notFound, "No iPhone found", false};
-    MonitorServices services;
-    services.clock = m_scheduler;
-    services.scheduler = m_scheduler;
-    services.worker = m_worker;
-    services.powerSources = m_powerSources;
-    services.host = m_host;
-    auto folders = std::make_shared<FakeFolders>();
-    folders->temp = m_folder.path().toStdString();
-    services.folders = folders;
-    services.bundle = std::make_shared<FakeBundle>();
+    m_fakes.folders->temp = m_folder.path().toStdString();
     auto answer = m_answer;
-    auto clock = m_scheduler;
-    services.readPhone = [answer, clock](const std::filesystem::path&,
-                                         const std::optional<std::string>&,
-                                         const std::optional<PhoneIdentity>&) -> PhoneReadResult {
+    auto clock = m_fakes.scheduler;
+    auto readPhone = [answer, clock](const std::filesystem::path&,
+                                     const std::optional<std::string>&,
+                                     const std::optional<PhoneIdentity>&) -> PhoneReadResult {
         if (!answer->percentage) {
             return unexpected(answer->issue);
         }
@@ -34,7 +22,8 @@ CardHarness::CardHarness()
             PhoneIdentity{"00008110-TEST", answer->name, std::string("iPhone15,2")}};
     };
     const auto cache = std::filesystem::path(m_folder.path().toStdString()) / "battery-cache.json";
-    m_monitor = std::make_unique<BatteryMonitor>(std::move(services), std::nullopt, cache);
+    m_monitor = std::make_unique<BatteryMonitor>(m_fakes.services(std::move(readPhone)),
+                                                 std::nullopt, cache);
 }
 
 void CardHarness::setMacBattery(std::int64_t percentage, bool charging, bool pluggedIn) {
@@ -45,7 +34,7 @@ void CardHarness::setMacBattery(std::int64_t percentage, bool charging, bool plu
     battery["Transport Type"] = std::string("Internal");
     battery["Power Source State"] = std::string(pluggedIn ? "AC Power" : "Battery Power");
     battery["Is Charging"] = charging;
-    m_powerSources->sources = PowerSourceList{battery};
+    m_fakes.power->sources = PowerSourceList{battery};
 }
 
 void CardHarness::answerPhone(std::int64_t percentage, const std::string& name,
@@ -61,8 +50,8 @@ void CardHarness::failPhone(PhoneSetupState state, const std::string& message) {
 }
 
 void CardHarness::finishPhoneRead() {
-    m_worker->runJobs();
-    m_scheduler->runPosted();
+    m_fakes.worker->runJobs();
+    m_fakes.scheduler->runPosted();
 }
 
 void CardHarness::readPhoneNow() {

@@ -8,9 +8,7 @@
 #include <QTemporaryDir>
 
 #include "monitor/BatteryMonitor.h"
-#include "tests/fakes/FakeSystem.h"
-#include "tests/fakes/ManualWorker.h"
-#include "tests/fakes/SimulatedScheduler.h"
+#include "tests/fakes/FakeMonitorServices.h"
 
 namespace ambrel::testing {
 
@@ -24,10 +22,10 @@ public:
     CardHarness();
 
     BatteryMonitor& monitor() { return *m_monitor; }
-    SimulatedScheduler& scheduler() { return *m_scheduler; }
-    ManualWorker& worker() { return *m_worker; }
-    FakePowerSourceProvider& powerSources() { return *m_powerSources; }
-    FakeHostInfo& host() { return *m_host; }
+    SimulatedScheduler& scheduler() { return *m_fakes.scheduler; }
+    ManualWorker& worker() { return *m_fakes.worker; }
+    FakePowerSourceProvider& powerSources() { return *m_fakes.power; }
+    FakeHostInfo& host() { return *m_fakes.host; }
 
     // This computer's battery at `percentage` of capacity from now on.
     void setMacBattery(std::int64_t percentage, bool charging = false, bool pluggedIn = false);
@@ -41,14 +39,11 @@ public:
     // Starts a phone read and lets it finish.
     void readPhoneNow();
     // How many times this computer's battery was read.
-    int macReads() const { return m_powerSources->calls; }
+    int macReads() const { return m_fakes.power->calls; }
 
 private:
     QTemporaryDir m_folder;
-    std::shared_ptr<SimulatedScheduler> m_scheduler;
-    std::shared_ptr<ManualWorker> m_worker;
-    std::shared_ptr<FakePowerSourceProvider> m_powerSources;
-    std::shared_ptr<FakeHostInfo> m_host;
+    FakeMonitorServices m_fakes;
     struct PhoneAnswer {
         std::optional<std::int64_t> percentage;
         std::string name;

@@ -12,8 +12,8 @@
 #include <nlohmann/json.hpp>
 
 #include "tests/e2e/TestBundle.h"
+#include "tests/fakes/ChildProcess.h"
 #include "tests/fakes/TemporaryFolder.h"
-#include "tests/simphone/ChildProcess.h"
 #include "tests/simphone/SimulatedIphone.h"
 
 namespace ambrel::testing {

@@ -9,19 +9,13 @@
 
 #include <gtest/gtest.h>
 
+#include "tests/platform/qt/CoreApplication.h"
+
 namespace ambrel {
 namespace {
 
 using namespace std::chrono_literals;
 using Clock = DeadlineTimer::Clock;
-
-QCoreApplication& application() {
-    static int argc = 1;
-    static char name[] = "ambrel_platform_qt_tests";
-    static char* argv[] = {name, nullptr};
-    static QCoreApplication instance(argc, argv);
-    return instance;
-}
 
 // A monotonic clock the test moves by hand.
 struct ManualClock {
@@ -31,9 +25,9 @@ struct ManualClock {
     }
 };
 
-class DeadlineTimerTest : public testing::Test {
+class DeadlineTimerTest : public ::testing::Test {
 protected:
-    void SetUp() override { application(); }
+    void SetUp() override { testing::coreApplication(); }
 
     ManualClock m_clock;
     int m_fired = 0;

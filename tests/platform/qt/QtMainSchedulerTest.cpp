@@ -10,18 +10,12 @@
 
 #include <gtest/gtest.h>
 
+#include "tests/platform/qt/CoreApplication.h"
+
 namespace ambrel {
 namespace {
 
 using Clock = std::chrono::steady_clock;
-
-QCoreApplication& application() {
-    static int argc = 1;
-    static char name[] = "ambrel_platform_qt_tests";
-    static char* argv[] = {name, nullptr};
-    static QCoreApplication instance(argc, argv);
-    return instance;
-}
 
 // Runs the event loop until `done` is set or ten seconds pass.
 void runUntil(const bool& done) {
@@ -41,7 +35,7 @@ void runUntil(const bool& done) {
 }
 
 TEST(QtMainSchedulerTest, AOneShotTimerFiresOnceAndNotBeforeItsTime) {
-    application();
+    testing::coreApplication();
     QtMainScheduler scheduler;
     // The phone cycle's retry delay, the shortest delay the program schedules this way.
     const double seconds = 0.5;
@@ -62,7 +56,7 @@ TEST(QtMainSchedulerTest, AOneShotTimerFiresOnceAndNotBeforeItsTime) {
 }
 
 TEST(QtMainSchedulerTest, ARepeatingTimerKeepsItsPeriodUntilInvalidated) {
-    application();
+    testing::coreApplication();
     QtMainScheduler scheduler;
     const double seconds = 0.03;
     std::vector<Clock::time_point> firings;
@@ -91,7 +85,7 @@ TEST(QtMainSchedulerTest, ARepeatingTimerKeepsItsPeriodUntilInvalidated) {
 }
 
 TEST(QtMainSchedulerTest, NonsenseDelaysFireAtOnce) {
-    application();
+    testing::coreApplication();
     QtMainScheduler scheduler;
     int fired = 0;
     bool done = false;
