@@ -10,7 +10,7 @@
 #include <nlohmann/json.hpp>
 
 #include "tests/fakes/TemporaryFolder.h"
-#include "tests/simphone/ChildProcess.h"
+#include "tests/fakes/ChildProcess.h"
 #include "tests/simphone/SimulatedIphone.h"
 
 namespace ambrel::testing {

@@ -15,7 +15,7 @@
 
 #include "phone/LockdownHelperProtocol.h"
 #include "tests/fakes/TemporaryFolder.h"
-#include "tests/simphone/ChildProcess.h"
+#include "tests/fakes/ChildProcess.h"
 #include "tests/simphone/SimulatedIphone.h"
 
 namespace ambrel::testing {
