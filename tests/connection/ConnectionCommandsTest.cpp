@@ -9,8 +9,8 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
-#include "tests/fakes/TemporaryFolder.h"
 #include "tests/fakes/ChildProcess.h"
+#include "tests/fakes/TemporaryFolder.h"
 #include "tests/simphone/SimulatedIphone.h"
 
 namespace ambrel::testing {

@@ -14,8 +14,8 @@
 #include <nlohmann/json.hpp>
 
 #include "phone/LockdownHelperProtocol.h"
-#include "tests/fakes/TemporaryFolder.h"
 #include "tests/fakes/ChildProcess.h"
+#include "tests/fakes/TemporaryFolder.h"
 #include "tests/simphone/SimulatedIphone.h"
 
 namespace ambrel::testing {
