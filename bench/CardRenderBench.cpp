@@ -22,7 +22,7 @@ using namespace ambrel;
 class StillClock final : public Clock, public MainScheduler, public Worker {
 public:
     Date now() const override { return Date::fromSecondsSince1970(1794667260.0); }
-    std::shared_ptr<Timer> scheduleTimer(double, TimerRepeat, std::function<void()>) override {
+    std::shared_ptr<Timer> scheduleTimer(TimerDelay, TimerRepeat, std::function<void()>) override {
         return nullptr;
     }
     void post(std::function<void()> task) override {

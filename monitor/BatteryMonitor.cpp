@@ -86,7 +86,7 @@ void BatteryMonitor::start() {
     refreshMac();
     refreshPhone();
     std::weak_ptr<BatteryMonitor*> weak = m_lifetime;
-    m_macTimer = m_services.scheduler->scheduleTimer(BatteryRefreshPolicy::macInterval,
+    m_macTimer = m_services.scheduler->scheduleTimer(TimerDelay(BatteryRefreshPolicy::macInterval),
                                                      TimerRepeat::repeating, [weak] {
                                                          if (auto alive = weak.lock()) {
                                                              (*alive)->refreshMac();
@@ -207,12 +207,12 @@ void BatteryMonitor::schedulePhoneCheck() {
                 m_services.clock->now().addingSeconds(BatteryRefreshPolicy::phoneInterval)),
             MonitorProperty::nextPhoneCheck);
     std::weak_ptr<BatteryMonitor*> weak = m_lifetime;
-    m_phoneTimer = m_services.scheduler->scheduleTimer(BatteryRefreshPolicy::phoneInterval,
-                                                       TimerRepeat::once, [weak] {
-                                                           if (auto alive = weak.lock()) {
-                                                               (*alive)->refreshPhone();
-                                                           }
-                                                       });
+    m_phoneTimer = m_services.scheduler->scheduleTimer(
+        TimerDelay(BatteryRefreshPolicy::phoneInterval), TimerRepeat::once, [weak] {
+            if (auto alive = weak.lock()) {
+                (*alive)->refreshPhone();
+            }
+        });
 }
 
 void BatteryMonitor::savePhoneCache(const BatteryDeviceSnapshot& snapshot) {

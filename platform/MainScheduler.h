@@ -1,11 +1,15 @@
 #pragma once
 
+#include <chrono>
 #include <functional>
 #include <memory>
 
 namespace ambrel {
 
 enum class TimerRepeat { once, repeating };
+
+// A delay or period in seconds, fractions kept.
+using TimerDelay = std::chrono::duration<double>;
 
 // A timer made by MainScheduler. Main thread only.
 class Timer {
@@ -22,10 +26,10 @@ class MainScheduler {
 public:
     virtual ~MainScheduler() = default;
 
-    // Main thread only. Calls `action` on the main thread `seconds` from now and, when
-    // repeating, every `seconds` after that, until the timer is invalidated. The scheduler keeps
+    // Main thread only. Calls `action` on the main thread `delay` from now and, when
+    // repeating, every `delay` after that, until the timer is invalidated. The scheduler keeps
     // the timer alive while it is valid; callers keep it only to invalidate it.
-    virtual std::shared_ptr<Timer> scheduleTimer(double seconds, TimerRepeat repeat,
+    virtual std::shared_ptr<Timer> scheduleTimer(TimerDelay delay, TimerRepeat repeat,
                                                  std::function<void()> action) = 0;
 
     // Thread-safe. Runs `task` on the main thread after the tasks already posted.

@@ -98,7 +98,7 @@ void LowBatteryAlerts::snooze(BatteryDeviceKind device) {
     }
     std::weak_ptr<LowBatteryAlerts*> weak = m_lifetime;
     state.snoozeTimer =
-        m_scheduler.scheduleTimer(kSnoozeSeconds, TimerRepeat::once, [weak, device] {
+        m_scheduler.scheduleTimer(TimerDelay(kSnoozeSeconds), TimerRepeat::once, [weak, device] {
             if (const auto self = weak.lock()) {
                 (*self)->endSnooze(device);
             }
@@ -114,12 +114,12 @@ void LowBatteryAlerts::endSnooze(BatteryDeviceKind device) {
     // A timer that fires before its time waits out the rest.
     if (now < *state.snoozedUntil) {
         std::weak_ptr<LowBatteryAlerts*> weak = m_lifetime;
-        state.snoozeTimer = m_scheduler.scheduleTimer(state.snoozedUntil->secondsSince(now),
-                                                      TimerRepeat::once, [weak, device] {
-                                                          if (const auto self = weak.lock()) {
-                                                              (*self)->endSnooze(device);
-                                                          }
-                                                      });
+        state.snoozeTimer = m_scheduler.scheduleTimer(
+            TimerDelay(state.snoozedUntil->secondsSince(now)), TimerRepeat::once, [weak, device] {
+                if (const auto self = weak.lock()) {
+                    (*self)->endSnooze(device);
+                }
+            });
         return;
     }
     state.snoozedUntil.reset();

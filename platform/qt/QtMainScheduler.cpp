@@ -96,11 +96,11 @@ QtMainScheduler::QtMainScheduler()
 
 QtMainScheduler::~QtMainScheduler() = default;
 
-std::shared_ptr<Timer> QtMainScheduler::scheduleTimer(double seconds, TimerRepeat repeat,
+std::shared_ptr<Timer> QtMainScheduler::scheduleTimer(TimerDelay delay, TimerRepeat repeat,
                                                       std::function<void()> action) {
     auto timer = std::make_shared<QtTimer>(m_live, std::move(action));
     m_live->insert(timer);
-    timer->start(seconds, repeat);
+    timer->start(delay.count(), repeat);
     return timer;
 }
 

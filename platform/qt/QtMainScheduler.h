@@ -16,7 +16,7 @@ public:
     QtMainScheduler();
     ~QtMainScheduler() override;
 
-    std::shared_ptr<Timer> scheduleTimer(double seconds, TimerRepeat repeat,
+    std::shared_ptr<Timer> scheduleTimer(TimerDelay delay, TimerRepeat repeat,
                                          std::function<void()> action) override;
     void post(std::function<void()> task) override;
 

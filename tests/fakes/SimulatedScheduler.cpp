@@ -25,8 +25,9 @@ Date SimulatedScheduler::now() const {
     return m_now;
 }
 
-std::shared_ptr<Timer> SimulatedScheduler::scheduleTimer(double seconds, TimerRepeat repeat,
+std::shared_ptr<Timer> SimulatedScheduler::scheduleTimer(TimerDelay delay, TimerRepeat repeat,
                                                          std::function<void()> action) {
+    const double seconds = delay.count();
     auto timer = std::make_shared<SimulatedTimer>();
     timer->due = now().addingSeconds(seconds);
     timer->interval = seconds;

@@ -18,7 +18,7 @@ public:
     explicit SimulatedScheduler(Date start = Date::fromSecondsSinceReferenceDate(800000000.0));
 
     Date now() const override;
-    std::shared_ptr<Timer> scheduleTimer(double seconds, TimerRepeat repeat,
+    std::shared_ptr<Timer> scheduleTimer(TimerDelay delay, TimerRepeat repeat,
                                          std::function<void()> action) override;
     // Thread-safe; the task runs at the next runPosted() or advance().
     void post(std::function<void()> task) override;

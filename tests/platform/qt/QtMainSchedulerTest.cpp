@@ -43,7 +43,7 @@ TEST(QtMainSchedulerTest, AOneShotTimerFiresOnceAndNotBeforeItsTime) {
     bool done = false;
     Clock::time_point firedAt;
     const auto startedAt = Clock::now();
-    auto timer = scheduler.scheduleTimer(seconds, TimerRepeat::once, [&] {
+    auto timer = scheduler.scheduleTimer(TimerDelay(seconds), TimerRepeat::once, [&] {
         ++fired;
         firedAt = Clock::now();
         done = true;
@@ -63,7 +63,7 @@ TEST(QtMainSchedulerTest, ARepeatingTimerKeepsItsPeriodUntilInvalidated) {
     bool done = false;
     std::shared_ptr<Timer> timer;
     const auto startedAt = Clock::now();
-    timer = scheduler.scheduleTimer(seconds, TimerRepeat::repeating, [&] {
+    timer = scheduler.scheduleTimer(TimerDelay(seconds), TimerRepeat::repeating, [&] {
         firings.push_back(Clock::now());
         if (firings.size() == 4) {
             timer->invalidate();
@@ -79,7 +79,8 @@ TEST(QtMainSchedulerTest, ARepeatingTimerKeepsItsPeriodUntilInvalidated) {
     EXPECT_FALSE(timer->isValid());
     // Nothing more arrives once it is invalid.
     bool later = false;
-    auto marker = scheduler.scheduleTimer(0.1, TimerRepeat::once, [&] { later = true; });
+    auto marker = scheduler.scheduleTimer(std::chrono::milliseconds(100), TimerRepeat::once,
+                                          [&] { later = true; });
     runUntil(later);
     EXPECT_EQ(firings.size(), 4U);
 }
@@ -93,8 +94,8 @@ TEST(QtMainSchedulerTest, NonsenseDelaysFireAtOnce) {
         ++fired;
         done = fired == 2;
     };
-    auto negative = scheduler.scheduleTimer(-3.0, TimerRepeat::once, count);
-    auto notANumber = scheduler.scheduleTimer(std::nan(""), TimerRepeat::once, count);
+    auto negative = scheduler.scheduleTimer(std::chrono::seconds(-3), TimerRepeat::once, count);
+    auto notANumber = scheduler.scheduleTimer(TimerDelay(std::nan("")), TimerRepeat::once, count);
     runUntil(done);
     EXPECT_EQ(fired, 2);
 }
