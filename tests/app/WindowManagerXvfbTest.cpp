@@ -61,7 +61,15 @@ protected:
                             {"XDG_CONFIG_HOME", (folder.path() / "wm").string()}});
             testing::eventually([&] { return managed() || !windowManager->isRunning(); }, 20s);
         }
-        ASSERT_TRUE(managed()) << "openbox did not start: " << windowManager->errorOutput();
+        if (!managed()) {
+            // Says whether openbox could not be started, ended (and how), or never took the screen.
+            const auto ended = windowManager->waitForExit(0s);
+            FAIL() << "openbox did not manage the screen after 3 starts; last one "
+                   << (!windowManager->isStarted() ? std::string("could not be started")
+                       : ended                     ? "ended with status " + std::to_string(*ended)
+                                                   : std::string("still runs"))
+                   << "; its errors: " << windowManager->errorOutput();
+        }
     }
 
     Environment session() const {
