@@ -149,8 +149,11 @@ TEST(SpawnProcessLauncherTest, ShutDownKillsRunningChildrenAndRefusesNewOnes) {
     std::vector<double> durations(kRuns);
     std::vector<std::filesystem::path> markers;
     std::vector<std::thread> threads;
+    // Every path is in place before a thread reads one: the vector must not grow under them.
     for (int index = 0; index < kRuns; ++index) {
         markers.push_back(folder.path() / ("started-" + std::to_string(index)));
+    }
+    for (int index = 0; index < kRuns; ++index) {
         threads.emplace_back([&, index] {
             const auto start = std::chrono::steady_clock::now();
             results[index] = launcher.launch(childOptions(
