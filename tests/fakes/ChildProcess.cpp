@@ -275,7 +275,7 @@ ProcessOutcome ChildProcess::finish(std::chrono::duration<double> limit) {
         }
         if (Clock::now() >= deadline && !hasEnded()) {
             outcome.timedOut = true;
-            ::kill(-m_pid, SIGKILL);
+            killGroupOnce();
             int status = 0;
             while (::waitpid(m_pid, &status, 0) < 0 && errno == EINTR) {
             }
@@ -310,18 +310,35 @@ bool ChildProcess::hasEnded() {
     if (m_waitStatus || m_pid <= 0 || m_reapedElsewhere) {
         return true;
     }
-    int status = 0;
-    pid_t reaped = -1;
+    // Looks without reaping: while the ended child is not reaped its number still names its
+    // group, so the group can be cleared without hitting a newer process given that number.
+    siginfo_t info{};
+    int looked = -1;
     do {
-        reaped = ::waitpid(m_pid, &status, WNOHANG);
-    } while (reaped < 0 && errno == EINTR);
-    if (reaped == m_pid) {
-        m_waitStatus = status;
-        return true;
+        looked = ::waitid(P_PID, static_cast<id_t>(m_pid), &info, WEXITED | WNOHANG | WNOWAIT);
+    } while (looked < 0 && errno == EINTR);
+    if (looked < 0) {
+        // Someone else reaped it: it has ended, how is unknown, and its group number may
+        // already belong to another process, so it is left alone.
+        m_reapedElsewhere = errno == ECHILD;
+        return m_reapedElsewhere;
     }
-    // Someone else reaped it: it has ended, how is unknown.
-    m_reapedElsewhere = reaped < 0 && errno == ECHILD;
-    return m_reapedElsewhere;
+    if (info.si_pid != m_pid) {
+        return false;
+    }
+    killGroupOnce();
+    int status = 0;
+    while (::waitpid(m_pid, &status, 0) < 0 && errno == EINTR) {
+    }
+    m_waitStatus = status;
+    return true;
+}
+
+void ChildProcess::killGroupOnce() {
+    if (!m_groupKilled) {
+        m_groupKilled = true;
+        ::kill(-m_pid, SIGKILL);
+    }
 }
 
 std::optional<int> ChildProcess::waitForExit(std::chrono::duration<double> limit) {
@@ -354,19 +371,16 @@ int ChildProcess::stop(std::chrono::duration<double> grace) {
     if (!hasEnded()) {
         ::kill(-m_pid, SIGTERM);
         if (!waitForExit(grace)) {
-            ::kill(-m_pid, SIGKILL);
+            // The child is not reaped yet, so its group number is still its own.
+            killGroupOnce();
             int status = 0;
             while (::waitpid(m_pid, &status, 0) < 0 && errno == EINTR) {
             }
             m_waitStatus = status;
         }
     }
-    // Whatever the child started and left in its group goes with it (once: the group's number
-    // is free for reuse after that).
-    if (!m_groupKilled) {
-        m_groupKilled = true;
-        ::kill(-m_pid, SIGKILL);
-    }
+    // Whatever the child left in its group went when its end was seen (hasEnded), before the
+    // child was reaped and its number could be reused.
     return m_waitStatus.value_or(-1);
 }
 

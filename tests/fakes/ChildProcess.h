@@ -108,6 +108,8 @@ public:
 
 private:
     void start(ProcessOptions options);
+    // SIGKILL to the child's group, once, while the child is not yet reaped.
+    void killGroupOnce();
 
     pid_t m_pid = -1;
     int m_pidFd = -1;
