@@ -55,7 +55,7 @@ for look in light dark; do
         unshare --user --map-root-user --mount --uts sh -c '
             mount --bind "$1/power" /sys/class/power_supply &&
             python3 -c "import socket; socket.sethostname(\"Anna’s ThinkPad\")" &&
-            exec xvfb-run -a -s "-screen 0 1440x900x24" \
+            exec xvfb-run -a -s "-screen 0 1440x900x24 -noreset" \
                 timeout 8 build/bin/tovrin --capture-preview "docs/card-$2.png" "--preview-$2"
         ' sh "$work" "$look" >/dev/null 2>&1 || true
     if [ ! -s "docs/card-$look.png" ]; then
@@ -69,7 +69,7 @@ done
 # Apply; no avahi-daemon is asked for, so the network checks wait for it).
 rm -f docs/connection-light.png docs/connection-dark.png
 TOVRIN_CAPTURE_DIR="$PWD/docs" DBUS_SYSTEM_BUS_ADDRESS="unix:path=$work/no-bus" \
-    LC_ALL=en_US.UTF-8 xvfb-run -a -s "-screen 0 1440x900x24" env QT_QPA_PLATFORM=xcb \
+    LC_ALL=en_US.UTF-8 xvfb-run -a -s "-screen 0 1440x900x24 -noreset" env QT_QPA_PLATFORM=xcb \
     build/tests/ambrel_connection_window_tests --gtest_filter='*CaptureLightAndDark' >/dev/null
 for look in light dark; do
     if [ ! -s "docs/connection-$look.png" ]; then

@@ -17,7 +17,7 @@ fi
 preview="$TOVRIN_ROOT/build/tovrin-preview.png"
 rm -f "$preview"
 say "No display here: drawing the card on a virtual display (Xvfb)"
-xvfb-run -a -s "-screen 0 1440x900x24" \
+xvfb-run -a -s "-screen 0 1440x900x24 -noreset" \
     timeout 8 "$tovrin" --capture-preview "$preview" "$@" >/dev/null 2>&1 || true
 if [ -s "$preview" ]; then
     say "Saved a picture of the card: $preview"

@@ -15,7 +15,10 @@ XServer::XServer(std::vector<std::string> arguments, const std::string& hostDisp
     if (arguments.empty() || ::pipe2(ready, O_CLOEXEC) != 0) {
         return;
     }
-    arguments.insert(arguments.begin() + 1, {"-displayfd", "3"});
+    // -noreset: by default the server resets whenever its last client leaves, and a client that
+    // connects during that reset is turned away. The tests' short-lived xprop and xwininfo
+    // calls would make every program started beside them race such resets.
+    arguments.insert(arguments.begin() + 1, {"-displayfd", "3", "-noreset"});
     ProcessOptions options;
     options.arguments = std::move(arguments);
     if (!hostDisplay.empty()) {

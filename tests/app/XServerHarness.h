@@ -13,8 +13,8 @@ class ChildProcess;
 
 class XServer {
 public:
-    // `arguments`: the server and its options, without -displayfd; `hostDisplay` for a nested
-    // server.
+    // `arguments`: the server and its options, without -displayfd or -noreset; `hostDisplay` for a
+    // nested server.
     explicit XServer(std::vector<std::string> arguments, const std::string& hostDisplay = {});
     ~XServer();
     XServer(const XServer&) = delete;

@@ -55,7 +55,7 @@ TEST(WidgetUnderFault, HangingToolNeitherBlocksTheWidgetNorOutlivesIt) {
     const fs::path hangingFile = bundle.toolFolder() / "hanging";
     const fs::path capture = folder.path() / "card.png";
 
-    ChildProcess server({"/usr/bin/xvfb-run", "-a", "-s", "-screen 0 1440x900x24",
+    ChildProcess server({"/usr/bin/xvfb-run", "-a", "-s", "-screen 0 1440x900x24 -noreset",
                          bundle.executable().string(), "--capture-preview", capture.string()},
                         bundle.environmentForXvfbRun(), folder.path() / "stderr.txt");
     ASSERT_TRUE(server.isStarted());
@@ -132,9 +132,9 @@ TEST(WidgetUnderFault, MisbehavingMuxerClientsNeverTakeTheWidgetDown) {
     ASSERT_EQ(bundle.failure(), "");
     bundle.writeTool("idevice_id", "exit 0\n");
     bundle.writeTool("ideviceinfo", "exit 0\n");
-    ChildProcess server(
-        {"/usr/bin/xvfb-run", "-a", "-s", "-screen 0 1440x900x24", bundle.executable().string()},
-        bundle.environmentForXvfbRun(), folder.path() / "stderr.txt");
+    ChildProcess server({"/usr/bin/xvfb-run", "-a", "-s", "-screen 0 1440x900x24 -noreset",
+                         bundle.executable().string()},
+                        bundle.environmentForXvfbRun(), folder.path() / "stderr.txt");
     ASSERT_TRUE(server.isStarted());
     // Whatever happens, the widget goes with the test: xvfb-run, stopped by the harness, would
     // leave it and its X server behind.

@@ -102,9 +102,9 @@ TEST(Security, TheWidgetListensOnNoNetworkSocketOnlyOnItsMuxers) {
     // A phone that answers, so the whole read runs while the sockets are watched.
     bundle.writeTool("idevice_id", "case \"$1\" in -n) echo " + kUdid + " ;; esac\n");
     bundle.writeTool("ideviceinfo", infoTool(batteryAnswer(64)));
-    ChildProcess server(
-        {"/usr/bin/xvfb-run", "-a", "-s", "-screen 0 1440x900x24", bundle.executable().string()},
-        bundle.environmentForXvfbRun(), folder.path() / "stderr.txt");
+    ChildProcess server({"/usr/bin/xvfb-run", "-a", "-s", "-screen 0 1440x900x24 -noreset",
+                         bundle.executable().string()},
+                        bundle.environmentForXvfbRun(), folder.path() / "stderr.txt");
     ASSERT_TRUE(server.isStarted());
 
     std::vector<pid_t> widget;

@@ -46,10 +46,11 @@ protected:
         ASSERT_FALSE(m_folder.path().empty());
         m_bundle = std::make_unique<TestBundle>(m_folder.path() / "bundle");
         ASSERT_EQ(m_bundle->failure(), "");
-        // -displayfd picks a free display number and reports it, so parallel runs never meet.
+        // -displayfd picks a free display number and reports it, so parallel runs never meet;
+        // -noreset keeps a client that connects as the last one leaves from being turned away.
         m_xvfb = std::make_unique<ChildProcess>(
-            std::vector<std::string>{TOVRIN_XVFB, "-displayfd", "1", "-screen", "0", "1280x800x24",
-                                     "-nolisten", "tcp"},
+            std::vector<std::string>{TOVRIN_XVFB, "-displayfd", "1", "-noreset", "-screen", "0",
+                                     "1280x800x24", "-nolisten", "tcp"},
             environmentWith({}), m_folder.path() / "xvfb.log");
         ASSERT_TRUE(m_xvfb->isStarted());
         const auto number = m_xvfb->readLine(10s);
