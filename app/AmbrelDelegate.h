@@ -30,7 +30,6 @@ class LoginItemService;
 class LowBatteryAlertsController;
 class PanelFrameStore;
 class QtMainScheduler;
-class ProcessLauncher;
 class SpawnProcessLauncher;
 class StatusMenu;
 class WakeObserver;
