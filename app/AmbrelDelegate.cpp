@@ -28,6 +28,7 @@
 #include "platform/qt/QtMainScheduler.h"
 #include "views/AmbrelView.h"
 #include "views/Appearance.h"
+#include "views/ConnectionWindow.h"
 #include "views/WidgetBrand.h"
 
 namespace ambrel {
@@ -53,17 +54,16 @@ std::optional<QRect> mainScreenArea() {
 } // namespace
 
 AmbrelDelegate::AmbrelDelegate(std::vector<std::string> arguments, std::shared_ptr<Bundle> bundle,
-                               std::unique_ptr<LoginItemService> loginItems, QObject* parent)
+                               std::unique_ptr<LoginItemService> loginItems,
+                               SystemConnectionProbe::Setup connectionSetup, QObject* parent)
     : QObject(parent), m_arguments(std::move(arguments)), m_bundle(std::move(bundle)),
       m_loginItems(std::move(loginItems)),
       m_displayName(QString::fromStdString(ShellTexts::displayName(*m_bundle))),
       m_forcedLook(CommandLine::previewLook(m_arguments)),
       m_launcher(std::make_shared<SpawnProcessLauncher>()) {
     WidgetBrand::readFrom(m_bundle);
-}
-
-std::shared_ptr<ProcessLauncher> AmbrelDelegate::processLauncher() const {
-    return m_launcher;
+    connectionSetup.launcher = m_launcher;
+    m_openConnectionWindow = connectionWindowOpener(std::move(connectionSetup));
 }
 
 AmbrelDelegate::~AmbrelDelegate() {
@@ -153,7 +153,7 @@ void AmbrelDelegate::configurePanel() {
                 self->m_panel->hide();
             }
         },
-        [] { QCoreApplication::quit(); });
+        [] { QCoreApplication::quit(); }, m_openConnectionWindow);
     m_panel->setContent(card);
     FirstPaintProbe::installIfRequested(m_panel.get());
 

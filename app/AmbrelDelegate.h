@@ -1,6 +1,7 @@
 #pragma once
 
 #include <chrono>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -12,8 +13,10 @@
 #include <QString>
 
 #include "app/CommandLine.h"
+#include "diagnosis/SystemConnectionProbe.h"
 
 class QScreen;
+class QWidget;
 
 namespace ambrel {
 
@@ -27,7 +30,6 @@ class LoginItemService;
 class LowBatteryAlertsController;
 class PanelFrameStore;
 class QtMainScheduler;
-class ProcessLauncher;
 class SpawnProcessLauncher;
 class StatusMenu;
 class WakeObserver;
@@ -45,9 +47,11 @@ public:
     static constexpr std::chrono::milliseconds kFrameSaveDelay{1000};
 
     // `arguments` as the process got them (the program path first). `loginItems` is shared
-    // with nothing else and kept.
+    // with nothing else and kept. `connectionSetup` is where the connection window (opened by
+    // the setup sheet's "Open Finder") looks; its tools run on the delegate's launcher.
     AmbrelDelegate(std::vector<std::string> arguments, std::shared_ptr<Bundle> bundle,
-                   std::unique_ptr<LoginItemService> loginItems, QObject* parent = nullptr);
+                   std::unique_ptr<LoginItemService> loginItems,
+                   SystemConnectionProbe::Setup connectionSetup, QObject* parent = nullptr);
     ~AmbrelDelegate() override;
 
     // The launch sequence; called once the application object exists.
@@ -59,8 +63,6 @@ public:
     // sequence takes it, in the look that launch asked for.
     void laterLaunch(const std::vector<std::string>& arguments);
 
-    // Starts the phone tools for every part of the widget; stopped when the program quits.
-    std::shared_ptr<ProcessLauncher> processLauncher() const;
     // Saves the frame and stops watching wake and screens; runs as the event loop ends.
     void applicationWillTerminate();
 
@@ -84,6 +86,7 @@ private:
 
     // Starts the phone tools; shut down at quit so that none outlives the program.
     std::shared_ptr<SpawnProcessLauncher> m_launcher;
+    std::function<void(QWidget*)> m_openConnectionWindow;
     std::shared_ptr<QtMainScheduler> m_scheduler;
     std::unique_ptr<BatteryMonitor> m_monitor;
     std::unique_ptr<PanelFrameStore> m_frameStore;

@@ -24,7 +24,6 @@
 #include "platform/linux/SpawnProcessLauncher.h"
 #include "platform/linux/XdgAutostartService.h"
 #include "platform/linux/XdgFolders.h"
-#include "views/ConnectionWindow.h"
 
 #ifndef TOVRIN_VERSION
 #error "TOVRIN_VERSION must be defined by the build"
@@ -104,11 +103,8 @@ int runWidget(int argc, char** argv, const std::vector<std::string>& arguments,
 
     const QuitSignals quitSignals;
     auto loginItems = loginItemService(*bundle);
-    AmbrelDelegate delegate(arguments, std::move(bundle), std::move(loginItems));
-    // The setup sheet's "Open Finder" opens the connection window, which looks here and runs
-    // the phone tools on the widget's own launcher.
-    connectionSetup.launcher = delegate.processLauncher();
-    ConnectionWindow::setSystemSetup(std::move(connectionSetup));
+    AmbrelDelegate delegate(arguments, std::move(bundle), std::move(loginItems),
+                            std::move(connectionSetup));
     QObject::connect(&application, &QCoreApplication::aboutToQuit, &delegate,
                      [&delegate] { delegate.applicationWillTerminate(); });
     delegate.applicationDidFinishLaunching();

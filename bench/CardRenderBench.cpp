@@ -146,7 +146,7 @@ enum class Reading { unchanged, changedEveryFrame };
 // afresh each time, as after a real refresh.
 void renderCard(benchmark::State& state, qreal devicePixelRatio, Reading reading) {
     Scene scene;
-    AmbrelView view(*scene.monitor, {}, {});
+    AmbrelView view(*scene.monitor, {}, {}, {});
     view.setUserLocaleForTesting(scene.locale);
     view.show();
     view.layout()->activate();
@@ -185,7 +185,7 @@ void BM_NewReadingAndRenderCard2x(benchmark::State& state) {
 // Rebuilding both gauges from the monitor, as every published change and clock tick does.
 void BM_SyncFromMonitor(benchmark::State& state) {
     Scene scene;
-    AmbrelView view(*scene.monitor, {}, {});
+    AmbrelView view(*scene.monitor, {}, {}, {});
     view.setUserLocaleForTesting(scene.locale);
     for (auto _ : state) {
         view.clockTickForTesting();

@@ -49,9 +49,11 @@ QString menuTitle(const QString& title) {
 } // namespace
 
 AmbrelView::AmbrelView(BatteryMonitor& monitor, std::function<void()> onHide,
-                       std::function<void()> onQuit, QWidget* parent)
+                       std::function<void()> onQuit,
+                       std::function<void(QWidget* parent)> openConnectionWindow, QWidget* parent)
     : QWidget(parent), m_monitor(monitor), m_onHide(std::move(onHide)), m_onQuit(std::move(onQuit)),
-      m_locale(&UserLocale::system()), m_clock([this] { syncFromMonitor(); }) {
+      m_openConnectionWindow(std::move(openConnectionWindow)), m_locale(&UserLocale::system()),
+      m_clock([this] { syncFromMonitor(); }) {
     const QString name = QString::fromStdString(WidgetBrand::name());
     setFixedSize(kWidth, kHeight);
     // Only the glass is drawn; around its rounded corners the desktop shows through.
@@ -197,7 +199,8 @@ void AmbrelView::showSetup() {
         m_setup->activateWindow();
         return;
     }
-    auto* sheet = new IPhoneSetupView([this] { m_monitor.refreshAll(); }, this);
+    auto* sheet =
+        new IPhoneSetupView([this] { m_monitor.refreshAll(); }, m_openConnectionWindow, this);
     sheet->setAttribute(Qt::WA_DeleteOnClose);
     sheet->setWindowModality(Qt::WindowModal);
     m_setup = sheet;

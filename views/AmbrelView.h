@@ -36,7 +36,9 @@ public:
     static constexpr int kHeight = 170;
     static constexpr std::chrono::seconds kClockInterval{30};
 
+    // `openConnectionWindow` is what the setup sheet's "Open Finder" calls, with the sheet.
     AmbrelView(BatteryMonitor& monitor, std::function<void()> onHide, std::function<void()> onQuit,
+               std::function<void(QWidget* parent)> openConnectionWindow,
                QWidget* parent = nullptr);
     ~AmbrelView() override;
 
@@ -75,6 +77,7 @@ private:
     BatteryMonitor& m_monitor;
     std::function<void()> m_onHide;
     std::function<void()> m_onQuit;
+    std::function<void(QWidget*)> m_openConnectionWindow;
     BatteryMonitor::ObserverId m_observer = 0;
     const UserLocale* m_locale;
     DeadlineTimer m_clock;

@@ -30,16 +30,6 @@ QString text(const std::string& utf8) {
     return QString::fromStdString(utf8);
 }
 
-std::optional<SystemConnectionProbe::Setup>& systemSetup() {
-    static std::optional<SystemConnectionProbe::Setup> setup;
-    return setup;
-}
-
-QPointer<ConnectionWindow>& sharedWindow() {
-    static QPointer<ConnectionWindow> window;
-    return window;
-}
-
 QString connectionText(bool onUsb, bool onWifi) {
     if (onUsb && onWifi) {
         return QStringLiteral("USB and Wi-Fi");
@@ -128,22 +118,19 @@ void ConnectionWindow::fitHeight() {
     setFixedSize(kWidth, std::max(height, content->totalMinimumSize().height()));
 }
 
-void ConnectionWindow::setSystemSetup(SystemConnectionProbe::Setup setup) {
-    systemSetup() = std::move(setup);
-}
-
-ConnectionWindow* ConnectionWindow::showShared(QWidget* parent) {
-    QPointer<ConnectionWindow>& window = sharedWindow();
-    if (window.isNull()) {
-        window =
-            new ConnectionWindow(systemSetup().value_or(SystemConnectionProbe::Setup()), parent);
-        window->setAttribute(Qt::WA_DeleteOnClose);
-    }
-    window->show();
-    window->raise();
-    window->activateWindow();
-    window->refresh();
-    return window;
+ConnectionWindowOpener connectionWindowOpener(SystemConnectionProbe::Setup setup) {
+    auto opened = std::make_shared<QPointer<ConnectionWindow>>();
+    return [setup = std::move(setup), opened](QWidget* parent) {
+        if (opened->isNull()) {
+            *opened = new ConnectionWindow(setup, parent);
+            (*opened)->setAttribute(Qt::WA_DeleteOnClose);
+        }
+        ConnectionWindow* window = *opened;
+        window->show();
+        window->raise();
+        window->activateWindow();
+        window->refresh();
+    };
 }
 
 template <typename Result>

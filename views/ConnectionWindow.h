@@ -45,12 +45,6 @@ public:
     explicit ConnectionWindow(SystemConnectionProbe::Setup setup, QWidget* parent = nullptr);
     ~ConnectionWindow() override;
 
-    // Where the window of a normal run looks; set once by the program at launch.
-    static void setSystemSetup(SystemConnectionProbe::Setup setup);
-    // Opens the window of the program (made on first use with the system setup), or brings it
-    // forward, and lists the phones again.
-    static ConnectionWindow* showShared(QWidget* parent);
-
     // Lists the phones again; the check runs only when asked.
     void refresh();
     void runCheck();
@@ -111,5 +105,13 @@ private:
     std::vector<QLabel*> m_secondaryLabels;
     int m_pending = 0;
 };
+
+// Opens the connection window over `parent` (the setup sheet), or brings forward the one it
+// opened; either way the phones are listed again.
+using ConnectionWindowOpener = std::function<void(QWidget* parent)>;
+
+// An opener whose window looks where `setup` says and runs the tools on its launcher. Copies
+// share one window.
+ConnectionWindowOpener connectionWindowOpener(SystemConnectionProbe::Setup setup);
 
 } // namespace ambrel

@@ -8,7 +8,6 @@
 #include <utility>
 
 #include "views/Appearance.h"
-#include "views/ConnectionWindow.h"
 #include "views/RoundedBox.h"
 #include "views/SetupSheetTexts.h"
 #include "views/SetupStep.h"
@@ -34,9 +33,11 @@ QString text(const char* utf8) {
 
 } // namespace
 
-IPhoneSetupView::IPhoneSetupView(std::function<void()> onRefresh, QWidget* parent)
+IPhoneSetupView::IPhoneSetupView(std::function<void()> onRefresh,
+                                 std::function<void(QWidget* parent)> openConnectionWindow,
+                                 QWidget* parent)
     : QDialog(parent), m_onRefresh(std::move(onRefresh)),
-      m_openFinderAction([this] { ConnectionWindow::showShared(this); }) {
+      m_openConnectionWindow(std::move(openConnectionWindow)) {
     const std::string& name = WidgetBrand::name();
     setWindowTitle(QString::fromStdString(name));
     setModal(true);
@@ -93,8 +94,8 @@ IPhoneSetupView::IPhoneSetupView(std::function<void()> onRefresh, QWidget* paren
     layout->addLayout(buttons);
 
     connect(m_openFinder, &QPushButton::clicked, this, [this] {
-        if (m_openFinderAction) {
-            m_openFinderAction();
+        if (m_openConnectionWindow) {
+            m_openConnectionWindow(this);
         }
     });
     connect(m_done, &QPushButton::clicked, this, &QDialog::accept);
@@ -107,10 +108,6 @@ IPhoneSetupView::IPhoneSetupView(std::function<void()> onRefresh, QWidget* paren
 
     applyLook();
     fitHeight();
-}
-
-void IPhoneSetupView::setFinderOpenerForTesting(std::function<void()> open) {
-    m_openFinderAction = std::move(open);
 }
 
 QLabel* IPhoneSetupView::addLabel(const QString& content, const QFont& font, bool secondary) {

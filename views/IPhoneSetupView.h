@@ -14,8 +14,9 @@ class SetupStep;
 
 // The help sheet on pairing the iPhone: a heading, four numbered steps, a note, the cadence
 // box and three buttons. "Check batteries" calls `onRefresh` and leaves the sheet open (check,
-// unplug, check again); "Done" and Escape close it; "Open Finder" opens the connection window
-// (Linux's stand-in for Finder's device page) and leaves the sheet open. 460 wide; its height
+// unplug, check again); "Done" and Escape close it; "Open Finder" calls `openConnectionWindow`
+// with the sheet, which opens the connection window over it (Linux's stand-in for Finder's
+// device page), and leaves the sheet open. 460 wide; its height
 // follows the wrapped texts, which are never cut.
 class IPhoneSetupView final : public QDialog {
     Q_OBJECT
@@ -23,7 +24,9 @@ class IPhoneSetupView final : public QDialog {
 public:
     static constexpr int kWidth = 460;
 
-    explicit IPhoneSetupView(std::function<void()> onRefresh, QWidget* parent = nullptr);
+    IPhoneSetupView(std::function<void()> onRefresh,
+                    std::function<void(QWidget* parent)> openConnectionWindow,
+                    QWidget* parent = nullptr);
 
     QPushButton* openFinderButton() const { return m_openFinder; }
     QPushButton* doneButton() const { return m_done; }
@@ -32,16 +35,13 @@ public:
     // Every text label of the sheet, top to bottom.
     const std::vector<QLabel*>& labels() const { return m_labels; }
 
-    // Replaces opening the connection window.
-    void setFinderOpenerForTesting(std::function<void()> open);
-
 private:
     QLabel* addLabel(const QString& text, const QFont& font, bool secondary);
     void applyLook();
     void fitHeight();
 
     std::function<void()> m_onRefresh;
-    std::function<void()> m_openFinderAction;
+    std::function<void(QWidget*)> m_openConnectionWindow;
     std::vector<SetupStep*> m_steps;
     std::vector<QLabel*> m_labels;
     std::vector<QLabel*> m_secondaryLabels;

@@ -40,7 +40,8 @@ protected:
     std::unique_ptr<AmbrelDelegate> makeDelegate(std::vector<std::string> arguments = {}) {
         arguments.insert(arguments.begin(), "tovrin");
         return std::make_unique<AmbrelDelegate>(arguments, bundle,
-                                                std::make_unique<testing::FakeLoginItemService>());
+                                                std::make_unique<testing::FakeLoginItemService>(),
+                                                SystemConnectionProbe::Setup());
     }
 
     testing::TemporaryFolder folder;

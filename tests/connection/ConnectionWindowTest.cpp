@@ -214,8 +214,7 @@ TEST_F(ConnectionWindowTest, OpenFinderOnTheSetupSheetOpensTheWindowWithThePhone
     SystemConnectionProbe::Setup setup;
     setup.toolDirectory = fs::path(TOVRIN_BINARY_DIR) / "share/tovrin/Runtime/bin";
     setup.launcher = m_launcher;
-    ConnectionWindow::setSystemSetup(setup);
-    IPhoneSetupView sheet([] {});
+    IPhoneSetupView sheet([] {}, connectionWindowOpener(setup));
     sheet.show();
     QTest::mouseClick(sheet.openFinderButton(), Qt::LeftButton);
     const auto windows = sheet.findChildren<ConnectionWindow*>();

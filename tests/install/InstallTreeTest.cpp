@@ -85,7 +85,8 @@ TEST_F(InstallTreeTest, ProgramAndItsResourceFolderAreSiblings) {
 }
 
 TEST_F(InstallTreeTest, RuntimeLinksPointAtTheToolsFoundForTheBuild) {
-    for (const auto* tool : {"idevice_id", "ideviceinfo"}) {
+    // idevicepair is what the connection window's "Trust" runs.
+    for (const auto* tool : {"idevice_id", "ideviceinfo", "idevicepair"}) {
         SCOPED_TRACE(tool);
         const auto link = tree().resources() / "Runtime" / "bin" / tool;
         ASSERT_TRUE(fs::is_symlink(fs::symlink_status(link))) << link;
@@ -101,6 +102,33 @@ TEST_F(InstallTreeTest, RuntimeLinksPointAtTheToolsFoundForTheBuild) {
         EXPECT_TRUE(fs::is_regular_file(resolved));
         EXPECT_NE(fs::status(resolved).permissions() & fs::perms::owner_exec, fs::perms::none);
     }
+}
+
+// The phone settings helper is the program's own, installed beside the tools it is run with.
+TEST_F(InstallTreeTest, PhoneSettingsHelperIsInstalledBesideTheTools) {
+    const auto helper = tree().resources() / "Runtime" / "bin" / "tovrin-lockdown";
+    const auto status = fs::symlink_status(helper);
+    ASSERT_TRUE(fs::is_regular_file(status)) << helper;
+    EXPECT_NE(status.permissions() & fs::perms::others_exec, fs::perms::none);
+
+    // With no muxer to ask, listing ends with the helper's own code for that (3) and one line.
+    const CommandOptions noMuxer{
+        .environment = {{"USBMUXD_SOCKET_ADDRESS",
+                         "UNIX:" + (tree().root() / "no-usbmuxd").string()}},
+        .unset = {},
+        .workingDirectory = tree().root(),
+        .timeLimit = std::chrono::seconds(30)};
+    const auto listed = runCommand(helper.string(), {"list"}, noMuxer);
+    ASSERT_TRUE(listed.started && listed.finished) << listed.describe();
+    EXPECT_EQ(listed.exitCode, 3) << listed.describe();
+    EXPECT_EQ(listed.standardOutput, "{\"error\":\"MuxerUnavailable\"}\n");
+
+    // Anything else it does not know prints its usage and ends with 1.
+    const auto usage = runCommand(helper.string(), {"--help"}, noMuxer);
+    ASSERT_TRUE(usage.started && usage.finished) << usage.describe();
+    EXPECT_EQ(usage.exitCode, 1);
+    EXPECT_NE(usage.standardError.find("tovrin-lockdown list"), std::string::npos)
+        << usage.describe();
 }
 
 TEST_F(InstallTreeTest, DesktopEntryPassesDesktopFileValidate) {

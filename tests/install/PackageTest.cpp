@@ -33,6 +33,8 @@ struct PackagedPath {
     std::string path;
     char kind = '-';
     std::string linkTarget;
+    // As dpkg-deb lists it: "-rwxr-xr-x".
+    std::string mode;
 };
 
 std::vector<PackagedPath> parseContents(const std::string& listing) {
@@ -40,15 +42,16 @@ std::vector<PackagedPath> parseContents(const std::string& listing) {
     std::istringstream lines(listing);
     std::string line;
     // drwxr-xr-x root/root 0 2026-11-22 11:34 ./usr/share/ (a link ends in " -> target")
-    static const std::regex pattern(R"(^(\S)\S*\s+\S+\s+\d+\s+\S+\s+\S+\s+\.(/.*?)(?: -> (.*))?$)");
+    static const std::regex pattern(
+        R"(^((\S)\S*)\s+\S+\s+\d+\s+\S+\s+\S+\s+\.(/.*?)(?: -> (.*))?$)");
     while (std::getline(lines, line)) {
         std::smatch match;
         if (std::regex_match(line, match, pattern)) {
-            std::string path = match[2].str();
+            std::string path = match[3].str();
             if (path.size() > 1 && path.back() == '/') {
                 path.pop_back();
             }
-            entries.push_back({path, match[1].str()[0], match[3].str()});
+            entries.push_back({path, match[2].str()[0], match[4].str(), match[1].str()});
         }
     }
     return entries;
@@ -208,11 +211,15 @@ TEST_F(PackageTest, InstallsTheBundleIntoUsr) {
     }
     EXPECT_TRUE(has("/usr/share/man/man1/tovrin.1.gz", '-'));
     EXPECT_TRUE(has("/usr/share/doc/tovrin/copyright", '-'));
-    for (const auto* tool : {"idevice_id", "ideviceinfo"}) {
+    for (const auto* tool : {"idevice_id", "ideviceinfo", "idevicepair"}) {
         const auto link = std::string("/usr/share/tovrin/Runtime/bin/") + tool;
         ASSERT_TRUE(has(link, 'l')) << link;
         EXPECT_EQ(byPath[link].linkTarget, std::string("/usr/bin/") + tool);
     }
+    // The phone settings helper is the program's own: a file of the package, executable.
+    const std::string helper = "/usr/share/tovrin/Runtime/bin/tovrin-lockdown";
+    ASSERT_TRUE(has(helper, '-')) << helper;
+    EXPECT_EQ(byPath[helper].mode, "-rwxr-xr-x");
 }
 
 // Purges the package when it goes out of scope.
@@ -299,6 +306,16 @@ TEST_F(PackageTest, InstallsWithAptRunsAndPurgesWithoutTrace) {
               fs::canonical("/usr/bin/idevice_id", error));
     EXPECT_FALSE(error) << error.message();
     EXPECT_TRUE(fs::is_regular_file("/usr/share/applications/com.quenby.Tovrin.desktop"));
+    // The installed helper runs: with no muxer to ask, it says so with its own code (3).
+    const auto listed =
+        runCommand("/usr/share/tovrin/Runtime/bin/tovrin-lockdown", {"list"},
+                   {.environment = {{"USBMUXD_SOCKET_ADDRESS",
+                                     "UNIX:" + (m_package.parent_path() / "no-usbmuxd").string()}},
+                    .unset = {},
+                    .workingDirectory = m_package.parent_path(),
+                    .timeLimit = std::chrono::seconds(30)});
+    EXPECT_EQ(listed.exitCode, 3) << listed.describe();
+    EXPECT_EQ(listed.standardOutput, "{\"error\":\"MuxerUnavailable\"}\n");
 
     purgeLater.reset();
     const auto status = runCommand("dpkg-query", {"-W", "-f=${Status}", "tovrin"});

@@ -2,6 +2,9 @@
 
 #include <fstream>
 #include <sstream>
+#include <thread>
+
+#include <signal.h>
 
 namespace ambrel::testing {
 
@@ -9,6 +12,8 @@ namespace {
 
 // Python starts in about 50 ms; a loaded CI machine gets a wide margin.
 constexpr std::chrono::seconds kStartLimit{10};
+// The service handles a signal between two of its own steps: at once on an idle machine.
+constexpr std::chrono::seconds kUnplugLimit{10};
 
 std::string readFile(const std::filesystem::path& path) {
     std::ifstream stream(path, std::ios::binary);
@@ -80,6 +85,20 @@ int SimulatedIphone::connectionsTo(const std::string& udid) const {
         return 0;
     }
     return json["devices"][udid].value("connections", 0);
+}
+
+bool SimulatedIphone::unplug() {
+    if (!m_process || !m_process->isStarted() || ::kill(m_process->pid(), SIGUSR1) != 0) {
+        return false;
+    }
+    const auto limit = std::chrono::steady_clock::now() + kUnplugLimit;
+    while (std::chrono::steady_clock::now() < limit) {
+        if (stats().value("unplugged", false)) {
+            return true;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    }
+    return false;
 }
 
 void SimulatedIphone::stop() {

@@ -38,12 +38,18 @@ public:
     // The request counts as the service last wrote them (an empty object if unreadable):
     // {"usbmuxd": {"connections", "requests": {type: n}},
     //  "devices": {udid: {"connections", "usbConnections", "networkConnections",
-    //                     "connectRequests", "requests": {name: n}, "getValue": {query: n}}},
-    //  "addresses": {udid: address}, "pairRecordsSaved": [record id]}
+    //                     "connectRequests", "requests": {name: n}, "getValue": {query: n},
+    //                     "setValue": {query: n}, "wifiConnections": bool}},
+    //  "addresses": {udid: address}, "pairRecordsSaved": [record id], "unplugged": true once
+    //  unplug() took effect}
     nlohmann::json stats() const;
 
     // Number of lockdown connections the device with `udid` has received, over any transport.
     int connectionsTo(const std::string& udid) const;
+
+    // Pulls the cable: the USB entries and the usbmuxd socket go (open exchanges close), Wi-Fi
+    // lockdown stays, the phones keep their pairing and settings. True once that took effect.
+    bool unplug();
 
     // Ends the service now (it also ends by itself after its lifetime).
     void stop();

@@ -1,10 +1,19 @@
 // The real idevice_id and ideviceinfo against the simulated iPhone: every fault the simulator
 // offers must make the tools print exactly what they print for that fault on a real system
 // (exit status, stream and text), so that the end-to-end tests of the program mean something.
+#include <cerrno>
 #include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
 #include <future>
 #include <string>
 #include <vector>
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
 
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
@@ -154,6 +163,48 @@ TEST_F(SimulatedIphoneTest, ListsEachTransportOfAPhoneSeparately) {
     expectOutcome(ideviceId({"-l"}), {0, kUdid + "\n", ""}, "USB");
     expectOutcome(ideviceId({"-n"}), {0, kUdid + "\n", ""}, "Wi-Fi");
     expectOutcome(ideviceId({kUdid}), {0, "Sim iPhone\n", ""}, "name");
+}
+
+TEST_F(SimulatedIphoneTest, TheTrustDialogWaitsForThePersonsAnswer) {
+    const auto answer = m_folder.path() / "trust-dialog";
+    auto device = phone("usb");
+    device.update(
+        {{"hostPairRecord", "none"}, {"pairReply", "dialog"}, {"trustDialog", answer.string()}});
+    startPhone(withDevices(json::array({device})));
+    // ideviceinfo pairs on its own when there is no pair record; the dialog is not answered yet.
+    const auto pending = ideviceinfo({"-u", kUdid, "-k", "DeviceName"});
+    EXPECT_NE(pending.exitCode, 0);
+    EXPECT_EQ(pending.out, "");
+    EXPECT_EQ(m_phone->stats()["devices"][kSerial]["trustDialogShown"], 1);
+    EXPECT_TRUE(m_phone->stats()["pairRecordsSaved"].empty());
+
+    std::ofstream(answer) << "trust\n";
+    expectOutcome(ideviceinfo({"-u", kUdid, "-k", "DeviceName"}), {0, "Sim iPhone\n", ""},
+                  "after Trust");
+    EXPECT_EQ(m_phone->stats()["devices"][kSerial]["trustDialogShown"], 1);
+    EXPECT_EQ(m_phone->stats()["pairRecordsSaved"].size(), 1u);
+}
+
+TEST_F(SimulatedIphoneTest, UnpluggingTakesUsbmuxdAwayAndKeepsWiFi) {
+    startPhone(withDevices(json::array({phone("both")})));
+    const auto address = m_phone->addressOf(kSerial);
+    ASSERT_TRUE(m_phone->unplug());
+    EXPECT_FALSE(std::filesystem::exists(m_phone->socketPath()));
+    const auto listed = ideviceId({});
+    EXPECT_NE(listed.exitCode, 0);
+    EXPECT_EQ(listed.out, "");
+    // Lockdown over Wi-Fi still takes connections on the phone's own address.
+    const int fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    ASSERT_GE(fd, 0);
+    sockaddr_in target{};
+    target.sin_family = AF_INET;
+    target.sin_port = htons(62078);
+    ASSERT_EQ(::inet_pton(AF_INET, address.c_str(), &target.sin_addr), 1) << address;
+    EXPECT_EQ(::connect(fd, reinterpret_cast<const sockaddr*>(&target), sizeof target), 0)
+        << std::strerror(errno);
+    ::close(fd);
+    const auto stats = m_phone->stats();
+    EXPECT_EQ(stats.value("unplugged", false), true);
 }
 
 TEST_F(SimulatedIphoneTest, BatteryValuesKeepTheirPropertyListTypes) {

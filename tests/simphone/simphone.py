@@ -12,6 +12,9 @@ It plays two parts the tools talk to:
 A scenario file (JSON) describes the devices, their values and their faults. The simulator
 prints one JSON line ("ready") on standard output once it listens, writes request counts to a
 stats file after every change, and ends by itself after its lifetime or on SIGTERM/SIGINT.
+SIGUSR1 pulls the cable: the USB entries go and usbmuxd with them (its socket and every open
+exchange close), while lockdown over Wi-Fi goes on and the phones keep their pairing and
+settings.
 
 Standard library only; nothing secret is stored or made (see DeviceKey).
 
@@ -21,6 +24,7 @@ Scenario file:
   "lifetime": 30,                   # seconds; optional, the command line wins
   "usbmuxd": "normal",              # normal | absent | hang | close | no_listdevices
   "buid": "…",                      # optional SystemBUID
+  "listsNetwork": true,             # false: usbmuxd lists USB entries only, as Debian's 1.1.1
   "devices": [
     {
       "udid": "00008110001A2B3C4D5E6F70",   # the SerialNumber usbmuxd reports
@@ -33,15 +37,21 @@ Scenario file:
       "domains": {"com.apple.x": {…}},       # more domains
       "fault": "locked"                      # optional shorthand, see FAULTS
       # or the settings themselves: locked, hostPairRecord (valid|none|without_host_id),
-      # trustsHost, pairReply (accept|<lockdown error string>),
+      # trustsHost, pairReply (accept|dialog|<lockdown error string>),
       # lockdown (normal|silent|silent_query|drop), usbConnect (accept|refuse|hang),
       # network (listen|unreachable), wifiConnections (true|false: the phone's
       # "EnableWifiConnections" as it starts), wifiSetReply (accept|<lockdown error string>)
       "hostId": "…",                         # optional fixed HostID of the host's pair record
-      "recordWiFiMACAddress": "…"            # optional WiFiMACAddress in that record
+      "recordWiFiMACAddress": "…",           # optional WiFiMACAddress in that record
+      "trustDialog": "<path>"                # pairReply "dialog": the person's answer
     }
   ]
 }
+
+With pairReply "dialog" the phone shows its Trust dialog on a pair request and answers
+PairingDialogResponsePending until the person has answered: "trust" or "deny" written to the
+trustDialog file (nothing there: not yet). A pair request after "trust" succeeds, after "deny"
+it gets UserDeniedPairing.
 
 Values may be any JSON value; {"$data": "<base64>"}, {"$date": "<ISO 8601>"} and
 {"$real": <number>} give the plist types JSON lacks.
@@ -171,7 +181,8 @@ class Stats:
         with self.lock:
             self.data["devices"].setdefault(udid, {
                 "connections": 0, "usbConnections": 0, "networkConnections": 0,
-                "connectRequests": 0, "requests": {}, "getValue": {}, "setValue": {}})
+                "connectRequests": 0, "trustDialogShown": 0, "requests": {}, "getValue": {},
+                "setValue": {}})
         self.save()
 
     def usbmuxd_connection(self):
@@ -202,6 +213,16 @@ class Stats:
     def set_address(self, udid, address):
         with self.lock:
             self.data["addresses"][udid] = address
+        self.save()
+
+    def wifi_connections(self, udid, enabled):
+        with self.lock:
+            self.data["devices"][udid]["wifiConnections"] = enabled
+        self.save()
+
+    def unplugged(self):
+        with self.lock:
+            self.data["unplugged"] = True
         self.save()
 
     def pair_record_saved(self, record_id):
@@ -270,6 +291,7 @@ class Device:
                 settings[key] = config[key]
         self.settings = settings
         self.lock = threading.Lock()
+        self.trust_dialog = config.get("trustDialog")
 
         self.values = {
             "DeviceName": "Sim iPhone",
@@ -347,15 +369,21 @@ class Simulator:
         next_id = 1
         for device in self.devices:
             stats.add_device(device.udid)
+            stats.wifi_connections(
+                device.udid, device.domains[WIRELESS_LOCKDOWN]["EnableWifiConnections"])
             if device.host_record is not None:
                 self.pair_records[normalized_udid(device.udid)] = device.host_record
             if device.uses_usb:
                 self.entries.append((next_id, device, "USB"))
                 next_id += 1
-            if device.uses_network:
+            if device.uses_network and scenario.get("listsNetwork", True):
                 self.entries.append((next_id, device, "Network"))
                 next_id += 1
         self.listeners = []
+        self.usbmuxd_server = None
+        # usbmuxd's open exchanges (Listen streams, USB tunnels), closed when the cable goes.
+        self.usbmuxd_connections = set()
+        self.connections_lock = threading.Lock()
 
     # -- start-up ------------------------------------------------------------------------
 
@@ -368,8 +396,32 @@ class Simulator:
             server.bind(self.socket_path)
             server.listen(16)
             self.listeners.append(server)
+            self.usbmuxd_server = server
             threading.Thread(target=self.accept_loop, args=(server, self.serve_usbmuxd),
                              daemon=True).start()
+
+    def unplug(self):
+        """The cable is pulled. Debian's usbmuxd ends when its last phone goes, so the socket
+        disappears and every open exchange with it closes; Wi-Fi lockdown stays."""
+        self.entries = [entry for entry in self.entries if entry[2] != "USB"]
+        server, self.usbmuxd_server = self.usbmuxd_server, None
+        if server is None:
+            return
+        try:
+            os.unlink(self.socket_path)
+        except OSError:
+            pass
+        for sock in [server] + self.open_usbmuxd_connections():
+            try:
+                # Wakes the thread blocked on it; closing alone would not.
+                sock.shutdown(socket.SHUT_RDWR)
+            except OSError:
+                pass
+        self.stats.unplugged()
+
+    def open_usbmuxd_connections(self):
+        with self.connections_lock:
+            return list(self.usbmuxd_connections)
 
     def open_network_listener(self, device):
         """Binds the phone's own loopback address; nothing ever listens beyond loopback."""
@@ -463,6 +515,15 @@ class Simulator:
         self.send_usbmux(connection, tag, {"MessageType": "Result", "Number": number})
 
     def serve_usbmuxd(self, connection):
+        with self.connections_lock:
+            self.usbmuxd_connections.add(connection)
+        try:
+            self.serve_usbmuxd_exchange(connection)
+        finally:
+            with self.connections_lock:
+                self.usbmuxd_connections.discard(connection)
+
+    def serve_usbmuxd_exchange(self, connection):
         self.stats.usbmuxd_connection()
         if self.mode == "close":
             return
@@ -601,6 +662,8 @@ class Simulator:
         elif name == "Pair":
             answer = "PasswordProtected" if device.settings["locked"] else \
                 device.settings["pairReply"]
+            if answer == "dialog":
+                answer = self.trust_dialog(device)
             record = request.get("PairRecord", {})
             if answer == "accept" and isinstance(record.get("HostID"), str):
                 device.trust(record["HostID"])
@@ -615,6 +678,20 @@ class Simulator:
         else:
             reply["Error"] = "UnknownRequest"
         return reply, session
+
+    def trust_dialog(self, device):
+        """The answer to a pair request while the phone asks its person whether to trust."""
+        try:
+            with open(device.trust_dialog, encoding="utf-8") as stream:
+                said = stream.read().strip()
+        except (OSError, TypeError):
+            said = ""
+        if said == "trust":
+            return "accept"
+        if said == "deny":
+            return "UserDeniedPairing"
+        self.stats.device_event(device.udid, "trustDialogShown")
+        return "PairingDialogResponsePending"
 
     def get_value(self, device, request, in_session):
         domain = request.get("Domain")
@@ -644,8 +721,7 @@ class Simulator:
         visible = {k: v for k, v in device.values.items() if in_session or k in PUBLIC_KEYS}
         return {"Value": visible}
 
-    @staticmethod
-    def set_value(device, request, in_session):
+    def set_value(self, device, request, in_session):
         """Only the Wi-Fi connection setting may be changed; like the phone, nothing outside a
         session."""
         domain = request.get("Domain")
@@ -661,6 +737,7 @@ class Simulator:
             return dict(reply, Error=answer)
         with device.lock:
             device.domains[WIRELESS_LOCKDOWN]["EnableWifiConnections"] = request["Value"]
+        self.stats.wifi_connections(device.udid, request["Value"])
         return reply
 
     def close(self):
@@ -669,7 +746,7 @@ class Simulator:
                 server.close()
             except OSError:
                 pass
-        if self.mode != "absent":
+        if self.usbmuxd_server is not None:
             try:
                 os.unlink(self.socket_path)
             except OSError:
@@ -695,6 +772,8 @@ def main():
     stats = Stats(arguments.stats)
     simulator = Simulator(scenario, arguments.socket, stats)
     simulator.start()
+    # Set before "ready" is printed, so that a test may pull the cable from then on.
+    signal.signal(signal.SIGUSR1, lambda *_: simulator.unplug())
     stats.save()
     ready = {"ready": True, "socket": arguments.socket,
              "addresses": {d.udid: d.address for d in simulator.devices if d.address}}

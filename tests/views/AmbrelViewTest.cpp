@@ -1,6 +1,7 @@
 #include "views/AmbrelView.h"
 
 #include <QMouseEvent>
+#include <vector>
 
 #include <QAction>
 #include <QApplication>
@@ -46,7 +47,8 @@ protected:
 
     std::unique_ptr<AmbrelView> makeView() {
         auto view = std::make_unique<AmbrelView>(
-            m_harness.monitor(), [this] { ++m_hides; }, [this] { ++m_quits; });
+            m_harness.monitor(), [this] { ++m_hides; }, [this] { ++m_quits; },
+            [this](QWidget* parent) { m_connectionWindowParents.push_back(parent); });
         view->setUserLocaleForTesting(m_locale);
         return view;
     }
@@ -55,6 +57,7 @@ protected:
     UserLocale m_locale{"en_US", "America/New_York"};
     int m_hides = 0;
     int m_quits = 0;
+    std::vector<QWidget*> m_connectionWindowParents;
 };
 
 TEST_F(AmbrelViewTest, CardIsFixedAt360By170) {
@@ -493,6 +496,19 @@ TEST_F(AmbrelViewTest, CheckBatteriesThreeTimesRefreshesThreeTimesAndStaysOpen) 
     }
     EXPECT_EQ(m_harness.macReads(), readsBefore + 3);
     EXPECT_TRUE(view->isShowingSetup());
+    EXPECT_TRUE(sheet->isVisible());
+    sheet->reject();
+}
+
+TEST_F(AmbrelViewTest, OpenFinderOnTheSheetOpensTheConnectionWindowOverIt) {
+    auto view = makeView();
+    testing::showAndSettle(*view);
+    view->showSetup();
+    IPhoneSetupView* sheet = view->setupView();
+    ASSERT_NE(sheet, nullptr);
+    QTest::mouseClick(sheet->openFinderButton(), Qt::LeftButton);
+    ASSERT_EQ(m_connectionWindowParents.size(), 1u);
+    EXPECT_EQ(m_connectionWindowParents.front(), sheet);
     EXPECT_TRUE(sheet->isVisible());
     sheet->reject();
 }

@@ -56,7 +56,7 @@ protected:
     }
 
     void saveCard(const QString& state) {
-        AmbrelView view(m_harness.monitor(), {}, {});
+        AmbrelView view(m_harness.monitor(), {}, {}, {});
         view.setUserLocaleForTesting(m_locale);
         testing::showAndSettle(view);
         const QImage card = testing::renderWidget(view, 2.0);
@@ -98,7 +98,7 @@ TEST_P(CardArtifactsTest, CardWithStaleAndFailedReadings) {
 }
 
 TEST_P(CardArtifactsTest, OptionsMenu) {
-    AmbrelView view(m_harness.monitor(), {}, {});
+    AmbrelView view(m_harness.monitor(), {}, {}, {});
     testing::showAndSettle(view);
     QMenu* menu = view.optionsMenu();
     menu->popup(QPoint(0, 0));
@@ -111,7 +111,7 @@ TEST_P(CardArtifactsTest, OptionsMenu) {
 }
 
 TEST_P(CardArtifactsTest, SetupSheet) {
-    IPhoneSetupView sheet([] {});
+    IPhoneSetupView sheet([] {}, {});
     testing::showAndSettle(sheet);
     const QImage image = testing::renderWidget(sheet, 2.0);
     EXPECT_EQ(image.width(), 920);

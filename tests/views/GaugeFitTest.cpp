@@ -237,7 +237,7 @@ TEST_P(CardLinesFitTest, LinesStayInsideTheCard) {
     m_harness.monitor().refreshMac();
     m_harness.answerPhone(100, "Anna\u2019s iPhone with a very long name indeed");
     m_harness.readPhoneNow();
-    AmbrelView view(m_harness.monitor(), {}, {});
+    AmbrelView view(m_harness.monitor(), {}, {}, {});
     testing::showAndSettle(view);
     ASSERT_EQ(QFontInfo(view.titleArea()->nameLine()->font()).family(),
               QString::fromLatin1(GetParam()));

@@ -44,7 +44,7 @@ protected:
     QColor macRingAt(std::int64_t percentage, double degrees, qreal devicePixelRatio = 1.0) {
         m_harness.setMacBattery(percentage);
         m_harness.monitor().refreshMac();
-        AmbrelView view(m_harness.monitor(), {}, {});
+        AmbrelView view(m_harness.monitor(), {}, {}, {});
         testing::showAndSettle(view);
         return ringColour(view, *view.macGauge(), degrees, devicePixelRatio);
     }
@@ -70,7 +70,7 @@ TEST_P(GaugeRenderTest, LowChargeIsOrangeAndVeryLowIsRed) {
 }
 
 TEST_P(GaugeRenderTest, NoReadingDrawsNoArc) {
-    AmbrelView view(m_harness.monitor(), {}, {});
+    AmbrelView view(m_harness.monitor(), {}, {}, {});
     testing::showAndSettle(view);
     ASSERT_FALSE(m_harness.monitor().mac().has_value());
     const QColor top = ringColour(view, *view.macGauge(), 0.5);
@@ -87,7 +87,7 @@ TEST_P(GaugeRenderTest, DoubtfulReadingIsFaded) {
     const QColor fresh = macRingAt(95, 90);
     // Three minutes and a bit later the same reading is stale: orange at three quarters.
     m_harness.scheduler().advance(181);
-    AmbrelView view(m_harness.monitor(), {}, {});
+    AmbrelView view(m_harness.monitor(), {}, {}, {});
     testing::showAndSettle(view);
     const QColor stale = ringColour(view, *view.macGauge(), 90);
     const QColor orange = Appearance::color(ColorRole::orange, GetParam());

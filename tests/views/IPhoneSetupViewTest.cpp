@@ -5,6 +5,7 @@
 #include <QPushButton>
 #include <QTest>
 #include <gtest/gtest.h>
+#include <vector>
 
 #include "tests/views/ViewTestSupport.h"
 #include "views/SetupStep.h"
@@ -33,7 +34,7 @@ protected:
 TEST_F(IPhoneSetupViewTest, HoldsItsTextsInOrder) {
     WidgetBrand::setDisplayNameForTesting(std::nullopt);
     WidgetBrand::setDisplayNameForTesting(std::string(""));
-    IPhoneSetupView sheet([] {});
+    IPhoneSetupView sheet([] {}, {});
     const QStringList all = texts(sheet);
     ASSERT_EQ(all.size(), 12);
     EXPECT_EQ(all[0], q("Connect your iPhone"));
@@ -60,14 +61,14 @@ TEST_F(IPhoneSetupViewTest, HoldsItsTextsInOrder) {
 
 TEST_F(IPhoneSetupViewTest, DisplayNameReachesStepOneAndTheCadenceBox) {
     WidgetBrand::setDisplayNameForTesting(std::string("Pairwise"));
-    IPhoneSetupView sheet([] {});
+    IPhoneSetupView sheet([] {}, {});
     const QStringList all = texts(sheet);
     EXPECT_TRUE(all[3].contains(q(" Keep Pairwise running ")));
     EXPECT_TRUE(all[11].startsWith(q("Pairwise checks your iPhone")));
 }
 
 TEST_F(IPhoneSetupViewTest, ButtonsSitInOrderAlongTheBottom) {
-    IPhoneSetupView sheet([] {});
+    IPhoneSetupView sheet([] {}, {});
     testing::showAndSettle(sheet);
     const int open = sheet.openFinderButton()->geometry().left();
     const int done = sheet.doneButton()->geometry().left();
@@ -80,7 +81,7 @@ TEST_F(IPhoneSetupViewTest, ButtonsSitInOrderAlongTheBottom) {
 }
 
 TEST_F(IPhoneSetupViewTest, IsFourHundredSixtyWideAndNothingIsCut) {
-    IPhoneSetupView sheet([] {});
+    IPhoneSetupView sheet([] {}, {});
     testing::showAndSettle(sheet);
     EXPECT_EQ(sheet.width(), 460);
     for (const QLabel* label : sheet.labels()) {
@@ -96,17 +97,17 @@ TEST_F(IPhoneSetupViewTest, IsFourHundredSixtyWideAndNothingIsCut) {
 
 TEST_F(IPhoneSetupViewTest, LongerNameMakesTheSheetTallerNotWider) {
     WidgetBrand::setDisplayNameForTesting(std::string("Tovrin"));
-    IPhoneSetupView plain([] {});
+    IPhoneSetupView plain([] {}, {});
     WidgetBrand::setDisplayNameForTesting(
         std::string("A Battery Widget With A Remarkably Long And Winding Product Name"));
-    IPhoneSetupView wordy([] {});
+    IPhoneSetupView wordy([] {}, {});
     EXPECT_EQ(wordy.width(), 460);
     EXPECT_GT(wordy.height(), plain.height());
 }
 
 TEST_F(IPhoneSetupViewTest, CheckBatteriesRefreshesEachTimeAndStaysOpen) {
     int refreshes = 0;
-    IPhoneSetupView sheet([&refreshes] { ++refreshes; });
+    IPhoneSetupView sheet([&refreshes] { ++refreshes; }, {});
     testing::showAndSettle(sheet);
     for (int press = 0; press < 3; ++press) {
         QTest::mouseClick(sheet.checkBatteriesButton(), Qt::LeftButton);
@@ -118,7 +119,7 @@ TEST_F(IPhoneSetupViewTest, CheckBatteriesRefreshesEachTimeAndStaysOpen) {
 
 TEST_F(IPhoneSetupViewTest, DoneAndEscapeClose) {
     int refreshes = 0;
-    IPhoneSetupView sheet([&refreshes] { ++refreshes; });
+    IPhoneSetupView sheet([&refreshes] { ++refreshes; }, {});
     testing::showAndSettle(sheet);
     QTest::mouseClick(sheet.doneButton(), Qt::LeftButton);
     EXPECT_FALSE(sheet.isVisible());
@@ -130,12 +131,12 @@ TEST_F(IPhoneSetupViewTest, DoneAndEscapeClose) {
 }
 
 TEST_F(IPhoneSetupViewTest, OpenFinderOpensTheConnectionWindowAndStaysOpen) {
-    IPhoneSetupView sheet([] {});
-    int opened = 0;
-    sheet.setFinderOpenerForTesting([&opened] { ++opened; });
+    std::vector<QWidget*> openedOver;
+    IPhoneSetupView sheet([] {}, [&openedOver](QWidget* parent) { openedOver.push_back(parent); });
     testing::showAndSettle(sheet);
     QTest::mouseClick(sheet.openFinderButton(), Qt::LeftButton);
-    EXPECT_EQ(opened, 1);
+    ASSERT_EQ(openedOver.size(), 1u);
+    EXPECT_EQ(openedOver.front(), &sheet);
     EXPECT_TRUE(sheet.isVisible());
     sheet.reject();
 }

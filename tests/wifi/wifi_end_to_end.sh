@@ -3,15 +3,17 @@
 # mount and PID namespaces, a private system bus, avahi-daemon on one end of a veth pair,
 # avahi-publish announcing the phone, and the simulated iPhone as the phone and as the
 # system's usbmuxd at /run/usbmuxd. The program runs as `tovrin --readings`, `--diagnose` and
-# `--enable-wifi` and starts its own muxer, as on a user's desktop.
+# `--enable-wifi` and starts its own muxer, as on a user's desktop; the window test drives the
+# widget itself from the setup sheet through the connection window to a read over Wi-Fi.
 #
-#   wifi_end_to_end.sh <tovrin> <python3> <simphone.py>
+#   wifi_end_to_end.sh <tovrin> <python3> <simphone.py> [<window test>]
 #
 # Ends with 77 (skipped) where namespaces are refused.
 set -u
 TOVRIN=$1
 PYTHON=$2
 SIMPHONE=$3
+WINDOW_TEST=${4:-}
 
 if [ "${TOVRIN_WIFI_E2E_INSIDE:-}" != 1 ]; then
     if [ "$(id -u)" != 0 ]; then
@@ -125,18 +127,29 @@ publish_phone() {
     echo "the phone's advert did not resolve"; cat "$work"/publish-*.log
     exit 1
 }
+# Returns once avahi no longer reports the advert, so that a muxer started next never sees it.
 unpublish_phone() {
     kill "$PUBLISH_A" "$PUBLISH_S" 2>/dev/null || true
     wait "$PUBLISH_A" "$PUBLISH_S" 2>/dev/null || true
+    for _ in $(seq 100); do
+        if ! avahi-browse -t -p _apple-mobdev2._tcp 2>/dev/null | grep -q "^+"; then
+            return 0
+        fi
+        sleep 0.1
+    done
+    echo "the phone's advert did not go"
+    exit 1
 }
 
 # The simulated iPhone: on the cable (the system's usbmuxd at /run/usbmuxd) or on Wi-Fi only
 # (no usbmuxd at all, lockdown on its own address), always with the same pairing.
+# A fourth argument adds settings to the phone's entry ('"fault": "…", '); a fifth, false, has
+# the system's usbmuxd list USB entries only, as Debian's does.
 start_phone() {
-    local connection=$1 usbmuxd=$2 wifi=${3:-true}
+    local connection=$1 usbmuxd=$2 wifi=${3:-true} extra=${4:-} lists_network=${5:-true}
     cat >"$work/scenario.json" <<JSON
-{"usbmuxd": "$usbmuxd", "buid": "$BUID",
- "devices": [{"udid": "$SERIAL", "connection": "$connection", "address": "$PHONE_ADDRESS",
+{"usbmuxd": "$usbmuxd", "buid": "$BUID", "listsNetwork": $lists_network,
+ "devices": [{"udid": "$SERIAL", "connection": "$connection", "address": "$PHONE_ADDRESS", $extra
               "hostId": "$HOST_ID", "recordWiFiMACAddress": "$PHONE_MAC",
               "wifiConnections": $wifi,
               "battery": {"BatteryCurrentCapacity": 64, "BatteryIsCharging": false,
@@ -242,8 +255,69 @@ publish_phone "$PRIVATE_MAC"
 expect "private Wi-Fi address, one known phone" "$WIFI_STATUS" Wi-Fi
 stop_phone
 
-# 5. avahi-daemon stopped: USB only, worded as today; the connection check names the daemon.
+# 5. A new user through the widget: the card's setup sheet, "Open Finder", the connection
+# window. The phone is on the cable, has never been paired and has Wi-Fi connections off. Once
+# they are on it advertises itself, and then the cable comes out.
 unpublish_phone
+# stats_say <python expression over the simulated iPhone's stats `s`>
+stats_say() {
+    "$PYTHON" -c 'import json,sys
+s = json.load(open(sys.argv[1]))
+sys.exit(0 if eval(sys.argv[2]) else 1)' "$work/stats.json" "$1" 2>/dev/null
+}
+window_flow() {
+    local window="$work/window" gui status=0
+    mkdir -p "$window/home" "$window/data" "$window/config" "$window/runtime" "$window/handshake"
+    chmod 700 "$window/runtime"
+    # No pairing yet: the phone shows its Trust dialog when asked, and the window test answers
+    # it as the person at the phone would.
+    start_phone both normal false "\"hostPairRecord\": \"none\", \"pairReply\": \"dialog\",
+        \"trustDialog\": \"$window/handshake/trust-dialog\"," false
+    env -u USBMUXD_SOCKET_ADDRESS -u DISPLAY -u WAYLAND_DISPLAY HOME="$window/home" \
+        XDG_DATA_HOME="$window/data" XDG_CONFIG_HOME="$window/config" \
+        XDG_RUNTIME_DIR="$window/runtime" QT_QPA_PLATFORM=offscreen LANG=en_US.UTF-8 \
+        DBUS_SESSION_BUS_ADDRESS="unix:path=$window/no-session-bus" \
+        TOVRIN_WINDOW_HANDSHAKE="$window/handshake" \
+        timeout 150 "$WINDOW_TEST" >"$window/test.log" 2>&1 &
+    gui=$!
+    for _ in $(seq 1200); do
+        [ -e "$window/handshake/wifi-on" ] && break
+        kill -0 "$gui" 2>/dev/null || break
+        sleep 0.1
+    done
+    if [ -e "$window/handshake/wifi-on" ]; then
+        if stats_say "s['devices']['$SERIAL'].get('wifiConnections') is True"; then
+            publish_phone "$PHONE_MAC"
+            kill -USR1 "$PHONE"
+            for _ in $(seq 100); do
+                stats_say "s.get('unplugged') is True" && [ ! -e /run/usbmuxd ] && break
+                sleep 0.1
+            done
+            if [ -e /run/usbmuxd ]; then
+                fail "the simulated iPhone's cable did not come out"
+            fi
+            touch "$window/handshake/unplugged"
+        else
+            fail "the window said Wi-Fi connections were on, but the phone has them off"
+        fi
+    fi
+    wait "$gui" || status=$?
+    if [ "$status" != 0 ]; then
+        fail "through the window: the window test ended with $status:"
+        cat "$window/test.log"
+    else
+        echo "ok: through the window: trusted, Wi-Fi connections on, unplugged, read over Wi-Fi"
+    fi
+    stop_phone
+    unpublish_phone
+}
+if [ -n "$WINDOW_TEST" ]; then
+    window_flow
+else
+    echo "skipped: through the window (the build has no tovrin-lockdown or idevicepair)"
+fi
+
+# 6. avahi-daemon stopped: USB only, worded as today; the connection check names the daemon.
 kill "$AVAHI"
 wait "$AVAHI" 2>/dev/null || true
 start_phone usb normal
@@ -257,4 +331,4 @@ if [ "$failures" -ne 0 ]; then
     cat "$work/avahi.log"
     exit 1
 fi
-echo "all 5 steps passed"
+echo "all 6 steps passed"
