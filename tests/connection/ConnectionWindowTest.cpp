@@ -152,7 +152,8 @@ TEST_F(ConnectionWindowTest, ARefusedApplySaysWhatToDo) {
 }
 
 TEST_F(ConnectionWindowTest, APhoneOnlyOnWifiIsShownButNotChangeable) {
-    startPhone(json::array({usbPhone({{"connection", "network"}})}));
+    // Found on the network, so its Wi-Fi connections are on: it answers there.
+    startPhone(json::array({usbPhone({{"connection", "network"}, {"wifiConnections", true}})}));
     openWindow();
     andWaitForPhones([this] { m_window->refresh(); });
     EXPECT_EQ(onlyRow().detail->text(), QString::fromUtf8("iPhone14,2 \u00b7 Wi-Fi"));

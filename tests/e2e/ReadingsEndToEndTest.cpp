@@ -168,7 +168,8 @@ TEST_F(ReadingsEndToEnd, UsbPhoneIsReadOverUsb) {
 }
 
 TEST_F(ReadingsEndToEnd, WiFiPhoneIsReadOverWiFi) {
-    startPhoneWith(json::array({phone(kSerial, "network", {{"DeviceName", "Kitchen iPhone"}})}));
+    startPhoneWith(json::array({phone(
+        kSerial, "network", {{"DeviceName", "Kitchen iPhone"}, {"wifiConnections", true}})}));
     const auto report = readingsReport();
     expectPhone(report, usbPhone("Kitchen iPhone", "Wi-Fi"));
     EXPECT_EQ(report["phoneSetupState"], "ready");
@@ -179,7 +180,7 @@ TEST_F(ReadingsEndToEnd, WiFiPhoneIsReadOverWiFi) {
 }
 
 TEST_F(ReadingsEndToEnd, PhoneReachableBothWaysIsReadOverWiFi) {
-    startPhoneWith(json::array({phone(kSerial, "both")}));
+    startPhoneWith(json::array({phone(kSerial, "both", {{"wifiConnections", true}})}));
     const auto report = readingsReport();
     expectPhone(report, usbPhone("Sim iPhone", "Wi-Fi"));
     EXPECT_EQ(report["phoneStatus"], kConnectedOverWiFi);
@@ -188,7 +189,8 @@ TEST_F(ReadingsEndToEnd, PhoneReachableBothWaysIsReadOverWiFi) {
 }
 
 TEST_F(ReadingsEndToEnd, LockedPhoneAsksToBeUnlocked) {
-    startPhoneWith(json::array({phone(kSerial, "both", {{"fault", "locked"}})}));
+    startPhoneWith(
+        json::array({phone(kSerial, "both", {{"fault", "locked"}, {"wifiConnections", true}})}));
     const auto report = readingsReport();
     expectFailure(report, "notFound", kLocked);
     // Not transient: one attempt, Wi-Fi then USB.
@@ -260,7 +262,8 @@ TEST_F(ReadingsEndToEnd, SilentUsbPhoneIsCutOffByTheToolTimeout) {
 }
 
 TEST_F(ReadingsEndToEnd, SilentWiFiPhoneIsTriedTwiceWithinTheBound) {
-    startPhoneWith(json::array({phone(kSerial, "network", {{"fault", "never_answers"}})}));
+    startPhoneWith(json::array(
+        {phone(kSerial, "network", {{"fault", "never_answers"}, {"wifiConnections", true}})}));
     const auto report = readingsReport(120s);
     expectFailure(report, "notFound", kTimedOut);
     // Over Wi-Fi a timeout is transient: a second attempt after 0.5 s.

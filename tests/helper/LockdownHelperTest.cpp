@@ -183,7 +183,7 @@ TEST_F(LockdownHelperTest, InfoOfAnUntrustedPhoneSaysWhy) {
 }
 
 TEST_F(LockdownHelperTest, InfoOverTheNetworkReachesTheWifiPhoneDirectly) {
-    startPhone(usbPhone({{"connection", "network"}}));
+    startPhone(usbPhone({{"connection", "network"}, {"wifiConnections", true}}));
     int code = -1;
     const auto line = helper({"info", kUdid, "--network"}, code);
     EXPECT_EQ(code, protocol::kExitOk);

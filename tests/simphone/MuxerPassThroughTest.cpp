@@ -29,6 +29,9 @@ json phone(const std::string& connection, const json& extra = json::object()) {
     return device;
 }
 
+// A phone answers lockdown over Wi-Fi only with its Wi-Fi connections on.
+const json kWifiOn = {{"wifiConnections", true}};
+
 json withDevices(const json& devices) {
     return json{{"devices", devices}};
 }
@@ -114,7 +117,7 @@ protected:
 };
 
 TEST_F(MuxerPassThroughTest, PhoneOnUsbAndWiFi) {
-    const auto through = expectSameThroughMuxer(withDevices(json::array({phone("both")})));
+    const auto through = expectSameThroughMuxer(withDevices(json::array({phone("both", kWifiOn)})));
     ASSERT_EQ(through.size(), kReadCommands.size());
     EXPECT_EQ(through[0].out, kUdid + " (USB)\n" + kUdid + " (Network)\n");
     for (const std::size_t battery : {4, 5}) {
@@ -130,7 +133,7 @@ TEST_F(MuxerPassThroughTest, PhoneOnUsbOnly) {
 }
 
 TEST_F(MuxerPassThroughTest, PhoneOnWiFiOnly) {
-    expectSameThroughMuxer(withDevices(json::array({phone("network")})));
+    expectSameThroughMuxer(withDevices(json::array({phone("network", kWifiOn)})));
 }
 
 TEST_F(MuxerPassThroughTest, NoDevices) {
@@ -138,7 +141,8 @@ TEST_F(MuxerPassThroughTest, NoDevices) {
 }
 
 TEST_F(MuxerPassThroughTest, LockedPhone) {
-    expectSameThroughMuxer(withDevices(json::array({phone("both", {{"fault", "locked"}})})));
+    expectSameThroughMuxer(withDevices(
+        json::array({phone("both", {{"fault", "locked"}, {"wifiConnections", true}})})));
 }
 
 TEST_F(MuxerPassThroughTest, PhoneThatForgotThisHost) {
@@ -171,7 +175,8 @@ TEST_F(MuxerPassThroughTest, ConnectRefused) {
 }
 
 TEST_F(MuxerPassThroughTest, ConnectionDroppedAtTheFirstRequest) {
-    expectSameThroughMuxer(withDevices(json::array({phone("both", {{"fault", "drop"}})})));
+    expectSameThroughMuxer(
+        withDevices(json::array({phone("both", {{"fault", "drop"}, {"wifiConnections", true}})})));
 }
 
 TEST_F(MuxerPassThroughTest, WiFiAddressWhereNothingListens) {

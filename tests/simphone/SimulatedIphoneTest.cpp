@@ -57,6 +57,9 @@ json phone(const std::string& connection, const json& extra = json::object()) {
     return device;
 }
 
+// A phone answers lockdown over Wi-Fi only with its Wi-Fi connections on.
+const json kWifiOn = {{"wifiConnections", true}};
+
 json withDevices(const json& devices) {
     return json{{"devices", devices}};
 }
@@ -131,7 +134,7 @@ bool longRunsWanted() {
 }
 
 TEST_F(SimulatedIphoneTest, HealthyPhoneAnswersTheBatteryDomainOverUsbAndWiFi) {
-    startPhone(withDevices(json::array({phone("both")})));
+    startPhone(withDevices(json::array({phone("both", kWifiOn)})));
     const auto usb = ideviceinfo(concat({"-u", kUdid}, kBattery));
     expectOutcome(usb, {0, kHealthyBatteryXml, ""}, "USB");
     EXPECT_LT(usb.elapsed, 3s);
@@ -148,7 +151,7 @@ TEST_F(SimulatedIphoneTest, HealthyPhoneAnswersTheBatteryDomainOverUsbAndWiFi) {
 }
 
 TEST_F(SimulatedIphoneTest, WiFiPhoneListensOnItsOwnLoopbackAddress) {
-    startPhone(withDevices(json::array({phone("network")})));
+    startPhone(withDevices(json::array({phone("network", kWifiOn)})));
     const auto address = m_phone->addressOf(kSerial);
     ASSERT_EQ(address.rfind("127.", 0), 0u) << address;
     EXPECT_NE(address, "127.0.0.1");
@@ -186,7 +189,7 @@ TEST_F(SimulatedIphoneTest, TheTrustDialogWaitsForThePersonsAnswer) {
 }
 
 TEST_F(SimulatedIphoneTest, UnpluggingTakesUsbmuxdAwayAndKeepsWiFi) {
-    startPhone(withDevices(json::array({phone("both")})));
+    startPhone(withDevices(json::array({phone("both", kWifiOn)})));
     const auto address = m_phone->addressOf(kSerial);
     ASSERT_TRUE(m_phone->unplug());
     EXPECT_FALSE(std::filesystem::exists(m_phone->socketPath()));
@@ -291,7 +294,8 @@ TEST_F(SimulatedIphoneTest, FallsBackToListenWhenListDevicesIsRefused) {
 }
 
 TEST_F(SimulatedIphoneTest, LockedPairedPhone) {
-    startPhone(withDevices(json::array({phone("both", {{"fault", "locked"}})})));
+    startPhone(withDevices(
+        json::array({phone("both", {{"fault", "locked"}, {"wifiConnections", true}})})));
     expectOutcome(ideviceinfo(concat({"-u", kUdid}, kBattery)),
                   {255, "", lockdownError("Password protected (-17)")}, "USB");
     expectOutcome(ideviceinfo(concat({"-n", "-u", kUdid}, kBattery)),
@@ -305,7 +309,8 @@ TEST_F(SimulatedIphoneTest, LockedPairedPhone) {
 }
 
 TEST_F(SimulatedIphoneTest, LockedPhoneNeverPaired) {
-    startPhone(withDevices(json::array({phone("both", {{"fault", "locked_unpaired"}})})));
+    startPhone(withDevices(
+        json::array({phone("both", {{"fault", "locked_unpaired"}, {"wifiConnections", true}})})));
     expectOutcome(ideviceinfo(concat({"-u", kUdid}, kBattery)),
                   {255, "", lockdownError("Password protected (-17)")}, "USB");
     expectOutcome(ideviceinfo(concat({"-n", "-u", kUdid}, kBattery)),
@@ -315,7 +320,8 @@ TEST_F(SimulatedIphoneTest, LockedPhoneNeverPaired) {
 }
 
 TEST_F(SimulatedIphoneTest, PhoneThatForgotThisHost) {
-    startPhone(withDevices(json::array({phone("both", {{"fault", "invalid_host_id"}})})));
+    startPhone(withDevices(
+        json::array({phone("both", {{"fault", "invalid_host_id"}, {"wifiConnections", true}})})));
     expectOutcome(ideviceinfo(concat({"-u", kUdid}, kBattery)),
                   {255, "", lockdownError("Invalid HostID (-21)")}, "USB");
     expectOutcome(ideviceinfo(concat({"-n", "-u", kUdid}, kBattery)),
@@ -323,7 +329,8 @@ TEST_F(SimulatedIphoneTest, PhoneThatForgotThisHost) {
 }
 
 TEST_F(SimulatedIphoneTest, TrustDialogPending) {
-    startPhone(withDevices(json::array({phone("both", {{"fault", "dialog_pending"}})})));
+    startPhone(withDevices(
+        json::array({phone("both", {{"fault", "dialog_pending"}, {"wifiConnections", true}})})));
     expectOutcome(ideviceinfo(concat({"-u", kUdid}, kBattery)),
                   {255, "", lockdownError("Pairing dialog response pending (-19)")}, "USB");
     expectOutcome(ideviceinfo(concat({"-n", "-u", kUdid}, kBattery)),
@@ -331,7 +338,8 @@ TEST_F(SimulatedIphoneTest, TrustDialogPending) {
 }
 
 TEST_F(SimulatedIphoneTest, UserDeniedPairing) {
-    startPhone(withDevices(json::array({phone("both", {{"fault", "user_denied"}})})));
+    startPhone(withDevices(
+        json::array({phone("both", {{"fault", "user_denied"}, {"wifiConnections", true}})})));
     expectOutcome(ideviceinfo(concat({"-u", kUdid}, kBattery)),
                   {255, "", lockdownError("User denied pairing (-18)")}, "USB");
     expectOutcome(ideviceinfo(concat({"-n", "-u", kUdid}, kBattery)),
@@ -378,7 +386,8 @@ TEST_F(SimulatedIphoneTest, ConnectNeverAnsweredCostsFiveSeconds) {
 }
 
 TEST_F(SimulatedIphoneTest, ConnectionDroppedAtTheFirstRequest) {
-    startPhone(withDevices(json::array({phone("both", {{"fault", "drop"}})})));
+    startPhone(
+        withDevices(json::array({phone("both", {{"fault", "drop"}, {"wifiConnections", true}})})));
     expectOutcome(ideviceinfo(concat({"-u", kUdid}, kBattery)),
                   {255, "", lockdownError("Mux error (-8)")}, "USB");
     expectOutcome(ideviceinfo(concat({"-n", "-u", kUdid}, kBattery)),
@@ -426,7 +435,7 @@ TEST_F(SimulatedIphoneTest, SilentPhoneAndSilentQueryHitTheToolsOwnTimeouts) {
     const std::string silentQueryUdid = "00008110-001A2B3C4D5E6F71";
     startPhone(
         withDevices(json::array(
-            {phone("both", {{"fault", "never_answers"}}),
+            {phone("both", {{"fault", "never_answers"}, {"wifiConnections", true}}),
              {{"udid", silentQuery}, {"connection", "usb"}, {"fault", "query_never_answered"}}})),
         150s);
     auto usb = std::async(std::launch::async, [&] {
