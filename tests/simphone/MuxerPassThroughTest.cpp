@@ -136,6 +136,13 @@ TEST_F(MuxerPassThroughTest, PhoneOnWiFiOnly) {
     expectSameThroughMuxer(withDevices(json::array({phone("network", kWifiOn)})));
 }
 
+TEST_F(MuxerPassThroughTest, PhoneWithWifiConnectionsOff) {
+    const auto through = expectSameThroughMuxer(withDevices(json::array({phone("both")})));
+    ASSERT_EQ(through.size(), kReadCommands.size());
+    EXPECT_EQ(through[4].exitCode, 0);
+    EXPECT_EQ(through[5].err, "ERROR: Could not connect to lockdownd: Mux error (-8)\n");
+}
+
 TEST_F(MuxerPassThroughTest, NoDevices) {
     expectSameThroughMuxer(withDevices(json::array()));
 }

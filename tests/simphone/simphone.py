@@ -16,6 +16,14 @@ SIGUSR1 pulls the cable: the USB entries go and usbmuxd with them (its socket an
 exchange close), while lockdown over Wi-Fi goes on and the phones keep their pairing and
 settings.
 
+Like a real phone, a device answers lockdown over Wi-Fi only while its "EnableWifiConnections"
+(domain com.apple.mobile.wireless_lockdown, scenario key wifiConnections, false unless set) is
+on. While it is off, its loopback address stays reserved but nothing listens on port 62078, so
+a connection is refused at once and the tools report "Could not connect to lockdownd: Mux error
+(-8)", just as for the unreachable fault. A SetValue that turns it on (over USB, within a
+session) makes the address answer before the reply is sent; turning it off stops it again.
+Exchanges already under way are left alone.
+
 Standard library only; nothing secret is stored or made (see DeviceKey).
 
 Scenario file:
@@ -40,7 +48,8 @@ Scenario file:
       # trustsHost, pairReply (accept|dialog|<lockdown error string>),
       # lockdown (normal|silent|silent_query|drop), usbConnect (accept|refuse|hang),
       # network (listen|unreachable), wifiConnections (true|false: the phone's
-      # "EnableWifiConnections" as it starts), wifiSetReply (accept|<lockdown error string>)
+      # "EnableWifiConnections" as it starts; lockdown over Wi-Fi answers only while it is
+      # on, see above), wifiSetReply (accept|<lockdown error string>)
       "hostId": "…",                         # optional fixed HostID of the host's pair record
       "recordWiFiMACAddress": "…",           # optional WiFiMACAddress in that record
       "trustDialog": "<path>"                # pairReply "dialog": the person's answer
@@ -281,6 +290,9 @@ class Device:
             raise ValueError("connection must be usb, network or both: " + self.connection)
         self.requested_address = config.get("address", "auto")
         self.address = None
+        # The socket bound to the Wi-Fi address, and whether it listens (see Simulator).
+        self.network_server = None
+        self.network_listening = False
         settings = dict(DEFAULT_SETTINGS)
         if "fault" in config and config["fault"] is not None:
             if config["fault"] not in FAULTS:
@@ -449,13 +461,33 @@ class Simulator:
                 # Bound only to be sure the address was free; closed so that nothing answers.
                 server.close()
                 return
-            server.listen(16)
+            # The socket keeps the address for the whole run, listening or not.
+            device.network_server = server
             self.listeners.append(server)
-            threading.Thread(target=self.accept_loop,
-                             args=(server, lambda conn, d=device: self.serve_network(conn, d)),
-                             daemon=True).start()
+            self.follow_wifi_setting(device)
             return
         raise RuntimeError("no free loopback address for " + device.udid)
+
+    def follow_wifi_setting(self, device):
+        """Listens on the phone's address while its Wi-Fi connections are on, not otherwise."""
+        with device.lock:
+            server = device.network_server
+            if server is None:
+                return
+            wanted = bool(device.domains[WIRELESS_LOCKDOWN]["EnableWifiConnections"])
+            if wanted == device.network_listening:
+                return
+            if wanted:
+                server.listen(16)
+                threading.Thread(
+                    target=self.accept_loop,
+                    args=(server, lambda conn, d=device: self.serve_network(conn, d)),
+                    daemon=True).start()
+            else:
+                # On Linux this ends listening (waking the accept) and keeps the address bound,
+                # so a later listen() answers on the same address again.
+                server.shutdown(socket.SHUT_RD)
+            device.network_listening = wanted
 
     def accept_loop(self, server, handler):
         while True:
@@ -737,6 +769,8 @@ class Simulator:
             return dict(reply, Error=answer)
         with device.lock:
             device.domains[WIRELESS_LOCKDOWN]["EnableWifiConnections"] = request["Value"]
+        # Before the reply: whoever turned it on may connect over Wi-Fi right after.
+        self.follow_wifi_setting(device)
         self.stats.wifi_connections(device.udid, request["Value"])
         return reply
 
