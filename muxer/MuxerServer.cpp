@@ -142,18 +142,24 @@ void MuxerServer::acceptLoop() {
             continue;
         }
         ++m_clientCount;
-        const std::lock_guard lock(m_workersMutex);
-        m_waiting.push_back(std::move(fd));
-        // A worker that is woken counts as idle until it took its client, so every waiting
-        // client has a worker of its own.
-        if (m_idleWorkers >= static_cast<int>(m_waiting.size())) {
-            m_clientWaiting.notify_one();
-            continue;
+        bool wakeIdle = false;
+        {
+            const std::lock_guard lock(m_workersMutex);
+            m_waiting.push_back(std::move(fd));
+            // A worker that is woken counts as idle until it took its client, so every waiting
+            // client has a worker of its own.
+            wakeIdle = m_idleWorkers >= static_cast<int>(m_waiting.size());
+            if (!wakeIdle) {
+                auto worker = std::make_unique<Worker>();
+                Worker& started = *worker;
+                m_workers.push_back(std::move(worker));
+                started.thread = std::thread([this, &started] { work(started); });
+            }
         }
-        auto worker = std::make_unique<Worker>();
-        Worker& started = *worker;
-        m_workers.push_back(std::move(worker));
-        started.thread = std::thread([this, &started] { work(started); });
+        // Outside the lock, so that the woken worker does not wait for it.
+        if (wakeIdle) {
+            m_clientWaiting.notify_one();
+        }
     }
 }
 
