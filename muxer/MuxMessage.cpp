@@ -4,7 +4,7 @@
 #include <cstring>
 #include <memory>
 
-#include "phone/PropertyList.h"
+#include "model/XmlContainers.h"
 
 namespace ambrel {
 

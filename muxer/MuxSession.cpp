@@ -129,7 +129,10 @@ std::vector<MuxDevice> MuxSession::usbDevicesByListening(const MuxFrame& frame) 
 
 bool MuxSession::listDevices(const MuxFrame& frame) {
     std::vector<MuxDevice> devices;
-    if (const auto reply = askSystemMuxer(frame)) {
+    if (auto standing =
+            m_settings.usbWatch != nullptr ? m_settings.usbWatch->usbDevices() : std::nullopt) {
+        devices = std::move(*standing);
+    } else if (const auto reply = askSystemMuxer(frame)) {
         const auto parsed = parseMuxReply(reply->payload);
         if (auto usb = deviceListOf(*parsed)) {
             devices = std::move(*usb);

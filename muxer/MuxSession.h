@@ -8,6 +8,7 @@
 
 #include "muxer/MuxChannel.h"
 #include "muxer/NetworkPhoneSource.h"
+#include "muxer/SystemDeviceWatch.h"
 
 namespace ambrel {
 
@@ -23,6 +24,8 @@ public:
         std::chrono::milliseconds systemMuxerLimit{3000};
         std::chrono::milliseconds clientLimit{30000};
         std::chrono::milliseconds listenPeriod{1000};
+        // May be null: every listing asks the system muxer.
+        const SystemDeviceWatch* usbWatch = nullptr;
     };
 
     MuxSession(int clientFd, int stopFd, Settings settings);

@@ -60,6 +60,11 @@ bool MuxerServer::start() {
         return false;
     }
     m_started = true;
+    if (m_options.standingListen) {
+        m_usbWatch = std::make_unique<SystemDeviceWatch>(m_options.systemMuxerPath, m_stopFd.get(),
+                                                         m_options.systemMuxerLimit);
+        m_usbWatch->start();
+    }
     m_acceptThread = std::thread([this] { acceptLoop(); });
     return true;
 }
@@ -81,6 +86,8 @@ void MuxerServer::stop() {
     }
     m_clientWaiting.notify_all();
     reapFinishedWorkers(true);
+    // Only now: no client is left to ask it.
+    m_usbWatch.reset();
     {
         const std::lock_guard lock(m_workersMutex);
         m_clientCount -= static_cast<int>(m_waiting.size());
@@ -89,6 +96,10 @@ void MuxerServer::stop() {
     }
     ::unlink(m_options.socketPath.c_str());
     m_listenFd.reset();
+}
+
+bool MuxerServer::hasStandingListenForTesting() const {
+    return m_usbWatch != nullptr && m_usbWatch->usbDevices().has_value();
 }
 
 void MuxerServer::reapFinishedWorkers(bool all) {
@@ -131,18 +142,24 @@ void MuxerServer::acceptLoop() {
             continue;
         }
         ++m_clientCount;
-        const std::lock_guard lock(m_workersMutex);
-        m_waiting.push_back(std::move(fd));
-        // A worker that is woken counts as idle until it took its client, so every waiting
-        // client has a worker of its own.
-        if (m_idleWorkers >= static_cast<int>(m_waiting.size())) {
-            m_clientWaiting.notify_one();
-            continue;
+        bool wakeIdle = false;
+        {
+            const std::lock_guard lock(m_workersMutex);
+            m_waiting.push_back(std::move(fd));
+            // A worker that is woken counts as idle until it took its client, so every waiting
+            // client has a worker of its own.
+            wakeIdle = m_idleWorkers >= static_cast<int>(m_waiting.size());
+            if (!wakeIdle) {
+                auto worker = std::make_unique<Worker>();
+                Worker& started = *worker;
+                m_workers.push_back(std::move(worker));
+                started.thread = std::thread([this, &started] { work(started); });
+            }
         }
-        auto worker = std::make_unique<Worker>();
-        Worker& started = *worker;
-        m_workers.push_back(std::move(worker));
-        started.thread = std::thread([this, &started] { work(started); });
+        // Outside the lock, so that the woken worker does not wait for it.
+        if (wakeIdle) {
+            m_clientWaiting.notify_one();
+        }
     }
 }
 
@@ -172,7 +189,7 @@ void MuxerServer::work(Worker& worker) {
 void MuxerServer::serve(int clientFd) {
     MuxSession session(clientFd, m_stopFd.get(),
                        {m_options.systemMuxerPath, m_options.network, m_options.systemMuxerLimit,
-                        m_options.clientLimit, m_options.listenPeriod});
+                        m_options.clientLimit, m_options.listenPeriod, m_usbWatch.get()});
     session.run();
 }
 

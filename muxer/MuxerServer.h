@@ -13,15 +13,17 @@
 
 #include "muxer/MuxChannel.h"
 #include "muxer/NetworkPhoneSource.h"
+#include "muxer/SystemDeviceWatch.h"
 
 namespace ambrel {
 
 // The program's own muxer: speaks the usbmuxd protocol on a private UNIX socket, passes every
 // USB request through to the system muxer, and adds the phones a NetworkPhoneSource knows on
-// the network. All work happens on its own threads: one that accepts, one per client being
-// served. A thread that served a client lingers a moment for the next one, since a phone read
-// opens several connections one after another. A slow, silent or absent system muxer costs a
-// client its USB devices, never more.
+// the network. USB listings come from a Listen kept standing at the system muxer while it is
+// there. All work happens on its own threads: one that accepts, one that keeps the Listen, one
+// per client being served. A thread that served a client lingers a moment for the next one, since a
+// phone read opens several connections one after another. A slow, silent or absent system muxer
+// costs a client its USB devices, never more.
 class MuxerServer {
 public:
     struct Options {
@@ -37,6 +39,9 @@ public:
         std::chrono::milliseconds clientLimit{30000};
         // How often a listening client is told about Wi-Fi phones that came or went.
         std::chrono::milliseconds listenPeriod{1000};
+        // Whether to keep a Listen standing at the system muxer for listings; without it every
+        // listing asks the system muxer.
+        bool standingListen = true;
     };
 
     // Clients connected at once beyond this are hung up on at once.
@@ -61,6 +66,8 @@ public:
     const std::filesystem::path& socketPath() const { return m_options.socketPath; }
     // Clients being served now.
     int clientCountForTesting() const { return m_clientCount.load(); }
+    // Whether listings are answered from a Listen standing at the system muxer.
+    bool hasStandingListenForTesting() const;
 
 private:
     struct Worker {
@@ -78,6 +85,7 @@ private:
     UniqueFd m_listenFd;
     UniqueFd m_stopFd;
     std::thread m_acceptThread;
+    std::unique_ptr<SystemDeviceWatch> m_usbWatch;
     // Guards the workers, the clients waiting for one, and the idle count.
     std::mutex m_workersMutex;
     std::condition_variable m_clientWaiting;

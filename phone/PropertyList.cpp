@@ -21,15 +21,6 @@ struct MallocFree {
     void operator()(void* memory) const { std::free(memory); }
 };
 
-std::size_t occurrences(std::string_view text, std::string_view pattern) {
-    std::size_t count = 0;
-    for (auto position = text.find(pattern); position != std::string_view::npos;
-         position = text.find(pattern, position + pattern.size())) {
-        ++count;
-    }
-    return count;
-}
-
 bool isWithinNestingLimit(std::string_view document) {
     return xmlContainerCount(document) <= kMostPropertyListContainers;
 }
@@ -126,10 +117,6 @@ PropertyValue valueOf(plist_t node) {
 }
 
 } // namespace
-
-std::size_t xmlContainerCount(std::string_view xml) {
-    return occurrences(xml, "<array") + occurrences(xml, "<dict");
-}
 
 std::optional<PropertyDictionary> parsePropertyList(std::string_view toolOutput) {
     const auto marker = toolOutput.find(kXmlMarker);

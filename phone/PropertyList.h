@@ -6,6 +6,7 @@
 #include <string>
 #include <string_view>
 
+#include "model/XmlContainers.h"
 #include "phone/PropertyValue.h"
 
 namespace ambrel {
@@ -18,12 +19,6 @@ inline constexpr std::size_t kLargestPropertyList = 1024 * 1024;
 // Documents that open more arrays and dictionaries than this are refused unparsed: libplist
 // builds and frees nested values recursively, and deep nesting would exhaust the stack.
 inline constexpr std::size_t kMostPropertyListContainers = 256;
-
-// How many arrays and dictionaries an XML property list opens, counted by their opening tags:
-// libplist accepts no space after "<", so every nested value starts with "<array" or "<dict"
-// and the count bounds the nesting depth from above. Lets a caller refuse a document before
-// libplist recurses into it. Pure; thread-safe.
-std::size_t xmlContainerCount(std::string_view xml);
 
 // Parses the property list in a tool's output: everything before the first "<?xml" (warnings
 // the tool printed) is skipped, and the text from there on must be a property list whose top

@@ -61,13 +61,20 @@ FakeSystemMuxer::~FakeSystemMuxer() {
 void FakeSystemMuxer::addUsbDevice(std::uint32_t id, const std::string& serial) {
     const std::lock_guard lock(m_mutex);
     m_usb[id] = serial;
-    ++m_generation;
+    tellListeners(encodeMuxAttached(0, usbDevice(id, serial)));
 }
 
 void FakeSystemMuxer::removeUsbDevice(std::uint32_t id) {
     const std::lock_guard lock(m_mutex);
-    m_usb.erase(id);
-    ++m_generation;
+    if (m_usb.erase(id) != 0) {
+        tellListeners(encodeMuxDetached(0, id));
+    }
+}
+
+void FakeSystemMuxer::tellListeners(const std::string& event) {
+    for (const int fd : m_listeners) {
+        MuxChannel(fd, m_stopFd.get()).writeAll(event, 5s);
+    }
 }
 
 void FakeSystemMuxer::setPairRecord(const std::string& udid, const std::string& record) {
@@ -136,31 +143,19 @@ void FakeSystemMuxer::serve(int rawFd) {
             }
             break;
         case MuxRequestType::listen: {
-            lock.unlock();
+            // As usbmuxd does: the devices there are now right after the result, and every
+            // change queued to each listener before the one who made it goes on.
             channel.writeAll(encodeMuxResult(tag, MuxResult::ok), 5s);
-            std::map<std::uint32_t, std::string> shown;
-            for (;;) {
-                std::map<std::uint32_t, std::string> now;
-                {
-                    const std::lock_guard again(m_mutex);
-                    now = m_usb;
-                }
-                for (const auto& [id, serial] : shown) {
-                    if (now.count(id) == 0) {
-                        channel.writeAll(encodeMuxDetached(0, id), 5s);
-                    }
-                }
-                for (const auto& [id, serial] : now) {
-                    if (shown.count(id) == 0) {
-                        channel.writeAll(encodeMuxAttached(0, usbDevice(id, serial)), 5s);
-                    }
-                }
-                shown = now;
-                const auto status = channel.waitReadable(20ms);
-                if (status != ChannelStatus::timedOut) {
-                    return;
-                }
+            for (const auto& device : devices) {
+                channel.writeAll(encodeMuxAttached(0, device), 5s);
             }
+            m_listeners.insert(fd.get());
+            lock.unlock();
+            while (channel.waitReadable(30s) == ChannelStatus::timedOut) {
+            }
+            lock.lock();
+            m_listeners.erase(fd.get());
+            return;
         }
         case MuxRequestType::connect: {
             const bool known = m_usb.count(request->deviceId) != 0;

@@ -4,6 +4,7 @@
 #include <filesystem>
 #include <map>
 #include <mutex>
+#include <set>
 #include <string>
 #include <thread>
 #include <vector>
@@ -43,6 +44,8 @@ public:
 private:
     void acceptLoop();
     void serve(int fd);
+    // With m_mutex held.
+    void tellListeners(const std::string& event);
 
     std::filesystem::path m_path;
     Behaviour m_behaviour;
@@ -53,8 +56,8 @@ private:
     std::map<std::string, std::string> m_records;
     std::string m_buid = "FAKE-SYSTEM-BUID";
     std::map<std::string, int> m_requests;
-    // Bumped on every change of the device list, so that listeners learn of it.
-    std::atomic<int> m_generation{0};
+    // The connections that sent Listen; told of every change before it returns.
+    std::set<int> m_listeners;
     std::thread m_thread;
     std::vector<std::thread> m_clients;
 };

@@ -140,6 +140,7 @@ protected:
         options.systemMuxerLimit = 500ms;
         options.clientLimit = 2000ms;
         options.listenPeriod = 50ms;
+        options.standingListen = m_standingListen;
         m_muxer = std::make_unique<MuxerServer>(options);
         ASSERT_TRUE(m_muxer->start()) << m_muxer->failure();
     }
@@ -154,6 +155,31 @@ protected:
         EXPECT_TRUE(deviceListOf(*reply));
     }
 
+    // Waits until listings come from the Listen standing at the system muxer.
+    bool standingListenWithin(std::chrono::milliseconds limit) const {
+        const auto deadline = std::chrono::steady_clock::now() + limit;
+        while (!m_muxer->hasStandingListenForTesting()) {
+            if (std::chrono::steady_clock::now() >= deadline) {
+                return false;
+            }
+            std::this_thread::sleep_for(10ms);
+        }
+        return true;
+    }
+
+    std::vector<std::uint32_t> listedUsbIds() const {
+        auto c = client();
+        std::vector<std::uint32_t> ids;
+        for (const auto& device :
+             listed(c.ask(request(MuxRequestType::listDevices, "ListDevices")))) {
+            if (device.connection == MuxDevice::Connection::usb) {
+                ids.push_back(device.deviceId);
+            }
+        }
+        return ids;
+    }
+
+    bool m_standingListen = true;
     TemporaryFolder m_folder;
     FakeNetworkPhones m_network;
     std::unique_ptr<FakeSystemMuxer> m_system;
@@ -242,6 +268,7 @@ TEST_F(MuxerServerTest, GarbageFromTheSystemMuxerCountsAsNoUsbDevices) {
 }
 
 TEST_F(MuxerServerTest, ASystemMuxerThatRefusesListDevicesIsAskedByListening) {
+    m_standingListen = false;
     startMuxer(FakeSystemMuxer::Behaviour::refusesListDevices);
     m_system->addUsbDevice(2, kSerial);
     auto c = client();
@@ -249,6 +276,64 @@ TEST_F(MuxerServerTest, ASystemMuxerThatRefusesListDevicesIsAskedByListening) {
     ASSERT_EQ(devices.size(), 1u);
     EXPECT_EQ(devices[0].serialNumber, kSerial);
     EXPECT_EQ(m_system->requestsOf("Listen"), 1);
+}
+
+TEST_F(MuxerServerTest, ListingsComeFromAStandingListenAndFollowEveryChange) {
+    startMuxer();
+    m_system->addUsbDevice(3, kSerial);
+    ASSERT_TRUE(standingListenWithin(5s));
+    m_network.setDevices({wifiPhone(0x10001, "00008030-000A11112222333E")});
+    auto c = client();
+    const auto devices = listed(c.ask(request(MuxRequestType::listDevices, "ListDevices")));
+    ASSERT_EQ(devices.size(), 2u);
+    EXPECT_EQ(devices[0].deviceId, 3u);
+    EXPECT_EQ(devices[0].serialNumber, kSerial);
+    EXPECT_EQ(integerIn(devices[0].properties.get(), "ProductID"), 4776u);
+    EXPECT_EQ(devices[1].deviceId, 0x10001u);
+    EXPECT_EQ(m_network.notedUsbSerials(), std::vector<std::string>{kSerial});
+
+    // A change is listed as soon as the system muxer made it.
+    m_system->addUsbDevice(4, "00008030-000A11112222333E");
+    EXPECT_EQ(listedUsbIds(), (std::vector<std::uint32_t>{3, 4}));
+    m_system->removeUsbDevice(3);
+    EXPECT_EQ(listedUsbIds(), std::vector<std::uint32_t>{4});
+    m_system->removeUsbDevice(4);
+    EXPECT_TRUE(listedUsbIds().empty());
+    EXPECT_EQ(m_system->requestsOf("ListDevices"), 0);
+    EXPECT_EQ(m_system->requestsOf("Listen"), 1);
+}
+
+TEST_F(MuxerServerTest, AStandingListenKeepsNoDevicesOfASystemMuxerThatEnded) {
+    startMuxer();
+    m_system->addUsbDevice(3, kSerial);
+    ASSERT_TRUE(standingListenWithin(5s));
+    EXPECT_EQ(listedUsbIds(), std::vector<std::uint32_t>{3});
+
+    m_system.reset();
+    EXPECT_TRUE(listedUsbIds().empty());
+    EXPECT_FALSE(m_muxer->hasStandingListenForTesting());
+
+    // Back again: listed at once by asking, then from a new standing Listen.
+    m_system = std::make_unique<FakeSystemMuxer>(m_folder.path() / "system");
+    m_system->addUsbDevice(3, kSerial);
+    EXPECT_EQ(listedUsbIds(), std::vector<std::uint32_t>{3});
+    ASSERT_TRUE(standingListenWithin(SystemDeviceWatch::kRetry + 5s));
+    const int asked = m_system->requestsOf("ListDevices");
+    EXPECT_EQ(listedUsbIds(), std::vector<std::uint32_t>{3});
+    EXPECT_EQ(m_system->requestsOf("ListDevices"), asked);
+    EXPECT_EQ(m_system->requestsOf("Listen"), 1);
+}
+
+TEST_F(MuxerServerTest, WithoutAStandingListenEveryListingAsksTheSystemMuxer) {
+    m_standingListen = false;
+    startMuxer();
+    m_system->addUsbDevice(3, kSerial);
+    std::this_thread::sleep_for(SystemDeviceWatch::kSettle * 2);
+    EXPECT_FALSE(m_muxer->hasStandingListenForTesting());
+    EXPECT_EQ(listedUsbIds(), std::vector<std::uint32_t>{3});
+    EXPECT_EQ(listedUsbIds(), std::vector<std::uint32_t>{3});
+    EXPECT_EQ(m_system->requestsOf("ListDevices"), 2);
+    EXPECT_EQ(m_system->requestsOf("Listen"), 0);
 }
 
 TEST_F(MuxerServerTest, ConnectToAUsbDeviceRelaysBytesBothWays) {

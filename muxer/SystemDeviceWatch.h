@@ -1,0 +1,65 @@
+#pragma once
+
+#include <chrono>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "muxer/MuxDevice.h"
+
+namespace ambrel {
+
+// Keeps one Listen standing at the system muxer, on a thread of its own, and the USB devices
+// its Attached and Detached events announce: a phone read then lists devices without a round
+// trip to the system muxer. Whenever the list might not be the system muxer's current one (no
+// Listen standing, its first announcements not yet in, an event not yet taken in), it says so
+// and the caller asks the system muxer itself. A system muxer that ends takes the list with it;
+// one that comes back is listened to again.
+class SystemDeviceWatch {
+public:
+    // `stopFd` ends every wait once it becomes readable; join() then returns at once.
+    SystemDeviceWatch(std::string systemMuxerPath, int stopFd,
+                      std::chrono::milliseconds systemMuxerLimit);
+    // Joins; the stop descriptor must have been made readable first.
+    ~SystemDeviceWatch();
+    SystemDeviceWatch(const SystemDeviceWatch&) = delete;
+    SystemDeviceWatch& operator=(const SystemDeviceWatch&) = delete;
+
+    void start();
+    void join();
+
+    // The system muxer's USB devices in the order it announced them; nothing when they are not
+    // known for certain. Thread-safe.
+    std::optional<std::vector<MuxDevice>> usbDevices() const;
+
+    // How soon a Listen that ended or could not be made is tried again. Debian's usbmuxd only
+    // runs while a phone is plugged in; until then the caller asks the system muxer itself.
+    static constexpr std::chrono::milliseconds kRetry{2000};
+    // The system muxer announces every device it has right after it accepted the Listen; the
+    // list counts as complete once none came for this long.
+    static constexpr std::chrono::milliseconds kSettle{100};
+
+private:
+    void run();
+    // One Listen, from connecting until it ends or the stop.
+    void stand();
+    bool stopped(std::chrono::milliseconds wait) const;
+
+    std::string m_systemMuxerPath;
+    int m_stopFd;
+    std::chrono::milliseconds m_systemMuxerLimit;
+    std::thread m_thread;
+
+    // Guards everything below.
+    mutable std::mutex m_mutex;
+    // The standing Listen's socket; -1 when none stands. Closed only after it is set back.
+    int m_listenFd = -1;
+    bool m_settled = false;
+    // While an event is being read and taken in.
+    bool m_reading = false;
+    std::vector<MuxDevice> m_devices;
+};
+
+} // namespace ambrel
