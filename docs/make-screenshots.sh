@@ -65,12 +65,13 @@ for look in light dark; do
     echo "docs/card-$look.png"
 done
 
-# The connection window, drawn by its own test against the simulated iPhone (on the cable, before
-# Apply; no avahi-daemon is asked for, so the network checks wait for it).
+# The connection window, drawn by its own test (on an X server it starts) against the simulated
+# iPhone (on the cable, before Apply; no avahi-daemon is asked for, so the network checks wait
+# for it).
 rm -f docs/connection-light.png docs/connection-dark.png
 TOVRIN_CAPTURE_DIR="$PWD/docs" DBUS_SYSTEM_BUS_ADDRESS="unix:path=$work/no-bus" \
-    LC_ALL=en_US.UTF-8 xvfb-run -a -s "-screen 0 1440x900x24 -noreset" env QT_QPA_PLATFORM=xcb \
-    build/tests/ambrel_connection_window_tests --gtest_filter='*CaptureLightAndDark' >/dev/null
+    LC_ALL=en_US.UTF-8 build/tests/ambrel_connection_window_tests \
+    --gtest_filter='*CaptureLightAndDark' >/dev/null
 for look in light dark; do
     if [ ! -s "docs/connection-$look.png" ]; then
         echo "make-screenshots: no picture of the connection window in the $look look" >&2
