@@ -85,7 +85,8 @@ SingleInstance::Request handOverRequest(const std::vector<std::string>& argument
 }
 
 int runWidget(int argc, char** argv, const std::vector<std::string>& arguments,
-              std::shared_ptr<Bundle> bundle, SystemConnectionProbe::Setup connectionSetup) {
+              std::shared_ptr<Bundle> bundle, SystemConnectionProbe::Setup connectionSetup,
+              HeldQuitSignals& heldQuitSignals) {
     preferX11UnderWayland();
     auto [claim, instance] = SingleInstance::claim(
         SingleInstance::lockPath(bundleIdentifier(*bundle).empty() ? std::string("tovrin")
@@ -102,6 +103,7 @@ int runWidget(int argc, char** argv, const std::vector<std::string>& arguments,
     QApplication application(argc, argv);
 
     const QuitSignals quitSignals;
+    heldQuitSignals.release();
     auto loginItems = loginItemService(*bundle);
     AmbrelDelegate delegate(arguments, std::move(bundle), std::move(loginItems),
                             std::move(connectionSetup));
@@ -146,17 +148,21 @@ int main(int argc, char** argv) {
     const auto dataFolder = support ? *support / "Ambrel" : std::filesystem::path();
     const char* userMuxer = std::getenv("USBMUXD_SOCKET_ADDRESS");
     const std::string userMuxerAddress = userMuxer != nullptr ? userMuxer : "";
+    HeldQuitSignals heldQuitSignals;
     const auto muxer = startPrivateMuxer(dataFolder);
     if (ConnectionCommands::isRequested(arguments)) {
+        heldQuitSignals.release();
         const auto launcher = std::make_shared<SpawnProcessLauncher>();
         return ConnectionCommands::run(
             arguments, connectionProbeSetup(*bundle, userMuxerAddress, dataFolder, launcher));
     }
     if (CommandLine::hasArgument(arguments, "--readings")) {
+        heldQuitSignals.release();
         return ReadingsCommand::run(argc, argv);
     }
     auto connectionSetup = connectionProbeSetup(*bundle, userMuxerAddress, dataFolder, nullptr);
-    return runWidget(argc, argv, arguments, std::move(bundle), std::move(connectionSetup));
+    return runWidget(argc, argv, arguments, std::move(bundle), std::move(connectionSetup),
+                     heldQuitSignals);
 }
 
 } // namespace ambrel::AmbrelMain

@@ -7,6 +7,7 @@
 #include <QSocketNotifier>
 
 #include <fcntl.h>
+#include <pthread.h>
 #include <unistd.h>
 
 namespace ambrel {
@@ -50,6 +51,26 @@ QuitSignals::~QuitSignals() {
     sigemptyset(&action.sa_mask);
     for (const int signalNumber : {SIGTERM, SIGINT, SIGHUP}) {
         ::sigaction(signalNumber, &action, nullptr);
+    }
+}
+
+HeldQuitSignals::HeldQuitSignals() {
+    sigset_t quit;
+    sigemptyset(&quit);
+    for (const int signalNumber : {SIGTERM, SIGINT, SIGHUP}) {
+        sigaddset(&quit, signalNumber);
+    }
+    m_held = ::pthread_sigmask(SIG_BLOCK, &quit, &m_previous) == 0;
+}
+
+HeldQuitSignals::~HeldQuitSignals() {
+    release();
+}
+
+void HeldQuitSignals::release() {
+    if (m_held) {
+        m_held = false;
+        ::pthread_sigmask(SIG_SETMASK, &m_previous, nullptr);
     }
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <csignal>
 #include <memory>
 
 class QSocketNotifier;
@@ -20,6 +21,26 @@ public:
 
 private:
     std::unique_ptr<QSocketNotifier> m_notifier;
+};
+
+// Holds SIGTERM, SIGINT and SIGHUP back from when it is made until release(): a quit asked while
+// the program starts (its muxer already answering, the window not yet up) waits for QuitSignals,
+// which quits cleanly and takes the muxer's socket with it, instead of ending the program on the
+// spot. Threads started meanwhile keep them held, so the main thread takes them. Made on the main
+// thread before any other thread; released when it goes at the latest.
+class HeldQuitSignals {
+public:
+    HeldQuitSignals();
+    ~HeldQuitSignals();
+    HeldQuitSignals(const HeldQuitSignals&) = delete;
+    HeldQuitSignals& operator=(const HeldQuitSignals&) = delete;
+
+    // Lets the signals through again on this thread; one that came meanwhile is taken now.
+    void release();
+
+private:
+    sigset_t m_previous{};
+    bool m_held = false;
 };
 
 } // namespace ambrel
