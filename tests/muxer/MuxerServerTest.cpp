@@ -291,15 +291,26 @@ TEST_F(MuxerServerTest, ListingsComeFromAStandingListenAndFollowEveryChange) {
     EXPECT_EQ(integerIn(devices[0].properties.get(), "ProductID"), 4776u);
     EXPECT_EQ(devices[1].deviceId, 0x10001u);
     EXPECT_EQ(m_network.notedUsbSerials(), std::vector<std::string>{kSerial});
+    EXPECT_EQ(m_system->requestsOf("ListDevices"), 0);
 
-    // A change is listed as soon as the system muxer made it.
+    // A change is listed as soon as the system muxer made it: by asking while the watch has not
+    // taken the change in yet, from the watch once it has.
     m_system->addUsbDevice(4, "00008030-000A11112222333E");
     EXPECT_EQ(listedUsbIds(), (std::vector<std::uint32_t>{3, 4}));
     m_system->removeUsbDevice(3);
     EXPECT_EQ(listedUsbIds(), std::vector<std::uint32_t>{4});
     m_system->removeUsbDevice(4);
     EXPECT_TRUE(listedUsbIds().empty());
-    EXPECT_EQ(m_system->requestsOf("ListDevices"), 0);
+    ASSERT_TRUE(standingListenWithin(5s));
+    const int asked = m_system->requestsOf("ListDevices");
+    EXPECT_TRUE(listedUsbIds().empty());
+    m_system->addUsbDevice(5, kSerial);
+    EXPECT_EQ(listedUsbIds(), std::vector<std::uint32_t>{5});
+    ASSERT_TRUE(standingListenWithin(5s));
+    EXPECT_EQ(listedUsbIds(), std::vector<std::uint32_t>{5});
+    // The listings made once the watch was current did not ask; only the one right after the
+    // change may have.
+    EXPECT_LE(m_system->requestsOf("ListDevices"), asked + 1);
     EXPECT_EQ(m_system->requestsOf("Listen"), 1);
 }
 
