@@ -10,9 +10,9 @@ namespace ambrel {
 
 namespace {
 
-const QString kService = QStringLiteral("org.freedesktop.portal.Desktop");
-const QString kPath = QStringLiteral("/org/freedesktop/portal/desktop");
-const QString kInterface = QStringLiteral("org.freedesktop.portal.Settings");
+const QString kPortalService = QStringLiteral("org.freedesktop.portal.Desktop");
+const QString kPortalPath = QStringLiteral("/org/freedesktop/portal/desktop");
+const QString kPortalInterface = QStringLiteral("org.freedesktop.portal.Settings");
 const QString kGroup = QStringLiteral("org.freedesktop.appearance");
 const QString kKey = QStringLiteral("color-scheme");
 
@@ -40,15 +40,16 @@ ColorSchemeWatcher::ColorSchemeWatcher(Handler handler, QObject* parent)
     if (!bus.isConnected()) {
         return;
     }
-    m_listening = bus.connect(kService, kPath, kInterface, QStringLiteral("SettingChanged"), this,
-                              SLOT(settingChanged(QString, QString, QDBusVariant)));
+    m_listening =
+        bus.connect(kPortalService, kPortalPath, kPortalInterface, QStringLiteral("SettingChanged"),
+                    this, SLOT(settingChanged(QString, QString, QDBusVariant)));
     readOnce(QStringLiteral("ReadOne"));
 }
 
 ColorSchemeWatcher::~ColorSchemeWatcher() {
     if (m_listening) {
         QDBusConnection::sessionBus().disconnect(
-            kService, kPath, kInterface, QStringLiteral("SettingChanged"), this,
+            kPortalService, kPortalPath, kPortalInterface, QStringLiteral("SettingChanged"), this,
             SLOT(settingChanged(QString, QString, QDBusVariant)));
     }
 }
@@ -65,7 +66,8 @@ std::optional<bool> ColorSchemeWatcher::prefersDark(unsigned value) {
 }
 
 void ColorSchemeWatcher::readOnce(const QString& method) {
-    auto message = QDBusMessage::createMethodCall(kService, kPath, kInterface, method);
+    auto message =
+        QDBusMessage::createMethodCall(kPortalService, kPortalPath, kPortalInterface, method);
     message << kGroup << kKey;
     // Asked without waiting: a portal that is slow to start must not hold up the first paint.
     auto* call =

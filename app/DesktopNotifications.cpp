@@ -12,9 +12,9 @@ namespace ambrel {
 
 namespace {
 
-const QString kService = QStringLiteral("org.freedesktop.Notifications");
-const QString kPath = QStringLiteral("/org/freedesktop/Notifications");
-const QString kInterface = QStringLiteral("org.freedesktop.Notifications");
+const QString kNotificationsService = QStringLiteral("org.freedesktop.Notifications");
+const QString kNotificationsPath = QStringLiteral("/org/freedesktop/Notifications");
+const QString kNotificationsInterface = QStringLiteral("org.freedesktop.Notifications");
 
 // The notification protocol's urgency levels.
 constexpr uchar kNormalUrgency = 1;
@@ -28,10 +28,10 @@ DesktopNotifications::DesktopNotifications(QDBusConnection bus, QString applicat
     if (!m_bus.isConnected()) {
         return;
     }
-    m_bus.connect(kService, kPath, kInterface, QStringLiteral("ActionInvoked"), this,
-                  SLOT(actionInvoked(uint, QString)));
-    m_bus.connect(kService, kPath, kInterface, QStringLiteral("NotificationClosed"), this,
-                  SLOT(notificationClosed(uint, uint)));
+    m_bus.connect(kNotificationsService, kNotificationsPath, kNotificationsInterface,
+                  QStringLiteral("ActionInvoked"), this, SLOT(actionInvoked(uint, QString)));
+    m_bus.connect(kNotificationsService, kNotificationsPath, kNotificationsInterface,
+                  QStringLiteral("NotificationClosed"), this, SLOT(notificationClosed(uint, uint)));
 }
 
 DesktopNotifications::~DesktopNotifications() = default;
@@ -87,7 +87,8 @@ void DesktopNotifications::notify(BatteryDeviceKind device, const LowBatteryNoti
                  QVariant::fromValue<uchar>(critical ? kCriticalUrgency : kNormalUrgency));
     hints.insert(QStringLiteral("category"), QStringLiteral("device"));
     QDBusMessage call =
-        QDBusMessage::createMethodCall(kService, kPath, kInterface, QStringLiteral("Notify"));
+        QDBusMessage::createMethodCall(kNotificationsService, kNotificationsPath,
+                                       kNotificationsInterface, QStringLiteral("Notify"));
     call << m_applicationName << current.id
          << (critical ? QStringLiteral("battery-caution") : QStringLiteral("battery-low"))
          << QString::fromStdString(notice.summary) << QString::fromStdString(notice.body)
@@ -123,7 +124,8 @@ void DesktopNotifications::notifyFinished(BatteryDeviceKind device,
 }
 
 void DesktopNotifications::sendClose(uint id) {
-    QDBusMessage call = QDBusMessage::createMethodCall(kService, kPath, kInterface,
+    QDBusMessage call = QDBusMessage::createMethodCall(kNotificationsService, kNotificationsPath,
+                                                       kNotificationsInterface,
                                                        QStringLiteral("CloseNotification"));
     call << id;
     m_bus.asyncCall(call);

@@ -6,9 +6,9 @@ namespace ambrel {
 
 namespace {
 
-const QString kService = QStringLiteral("org.freedesktop.login1");
-const QString kPath = QStringLiteral("/org/freedesktop/login1");
-const QString kInterface = QStringLiteral("org.freedesktop.login1.Manager");
+const QString kLoginService = QStringLiteral("org.freedesktop.login1");
+const QString kLoginPath = QStringLiteral("/org/freedesktop/login1");
+const QString kLoginInterface = QStringLiteral("org.freedesktop.login1.Manager");
 const QString kSignal = QStringLiteral("PrepareForSleep");
 
 } // namespace
@@ -17,15 +17,15 @@ WakeObserver::WakeObserver(std::function<void()> onWake, QObject* parent)
     : QObject(parent), m_onWake(std::move(onWake)) {
     auto bus = QDBusConnection::systemBus();
     if (bus.isConnected()) {
-        m_listening =
-            bus.connect(kService, kPath, kInterface, kSignal, this, SLOT(prepareForSleep(bool)));
+        m_listening = bus.connect(kLoginService, kLoginPath, kLoginInterface, kSignal, this,
+                                  SLOT(prepareForSleep(bool)));
     }
 }
 
 WakeObserver::~WakeObserver() {
     if (m_listening) {
-        QDBusConnection::systemBus().disconnect(kService, kPath, kInterface, kSignal, this,
-                                                SLOT(prepareForSleep(bool)));
+        QDBusConnection::systemBus().disconnect(kLoginService, kLoginPath, kLoginInterface, kSignal,
+                                                this, SLOT(prepareForSleep(bool)));
     }
 }
 

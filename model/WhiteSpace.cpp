@@ -48,4 +48,15 @@ std::string_view trimmingWhitespaceAndNewlines(std::string_view text) {
     return text.substr(*start, end - *start);
 }
 
+std::string_view trimmingAsciiBlanks(std::string_view text) {
+    const auto isBlank = [](char c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r'; };
+    while (!text.empty() && isBlank(text.front())) {
+        text.remove_prefix(1);
+    }
+    while (!text.empty() && isBlank(text.back())) {
+        text.remove_suffix(1);
+    }
+    return text;
+}
+
 } // namespace ambrel

@@ -13,4 +13,9 @@ bool isWhitespaceOrNewline(char32_t character);
 // well-formed count as content. The view points into `text`.
 std::string_view trimmingWhitespaceAndNewlines(std::string_view text);
 
+// `text` without leading and trailing ASCII blanks (space, tab, CR, LF): for the system's own
+// files (kernel attributes, desktop entries, machine-info), whose formats know no other blanks.
+// The view points into `text`.
+std::string_view trimmingAsciiBlanks(std::string_view text);
+
 } // namespace ambrel

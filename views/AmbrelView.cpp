@@ -36,7 +36,7 @@ constexpr int kFooterHeight = 12;
 constexpr qreal kGlassInset = 2;
 constexpr qreal kGlassRadius = 22;
 
-QString text(const char* utf8) {
+QString cardText(const char* utf8) {
     return QString::fromUtf8(utf8);
 }
 
@@ -62,8 +62,8 @@ AmbrelView::AmbrelView(BatteryMonitor& monitor, std::function<void()> onHide,
 
     m_title = new TitleArea(name, this);
     m_refresh = new IconButton(QStringLiteral("arrow-clockwise"), 11, QSize(20, 16), this);
-    m_refresh->setToolTip(text(CardTexts::kRefreshHelp));
-    m_refresh->setAccessibleName(text(CardTexts::kRefreshLabel));
+    m_refresh->setToolTip(cardText(CardTexts::kRefreshHelp));
+    m_refresh->setAccessibleName(cardText(CardTexts::kRefreshLabel));
     m_menuButton = new IconButton(QStringLiteral("three-dots"), 12, QSize(18, 16), this);
     const QString options = QString::fromStdString(CardTexts::optionsLabel(WidgetBrand::name()));
     m_menuButton->setToolTip(options);
@@ -87,10 +87,10 @@ AmbrelView::AmbrelView(BatteryMonitor& monitor, std::function<void()> onHide,
     m_cadence = new TextLine(ViewFonts::system(9, QFont::Medium), ColorRole::secondary,
                              TextLine::Fit::elideEnd, Qt::AlignLeft, this);
     m_cadence->setLineHeight(kFooterHeight);
-    m_cadence->setText(text(CardTexts::kCadence));
-    m_cadence->setToolTip(text(CardTexts::kCadenceHelp));
+    m_cadence->setText(cardText(CardTexts::kCadence));
+    m_cadence->setToolTip(cardText(CardTexts::kCadenceHelp));
     m_help = new IconButton(QStringLiteral("question-circle"), 10, QSize(18, kFooterHeight), this);
-    m_help->setAccessibleName(text(CardTexts::kHelpButtonLabel));
+    m_help->setAccessibleName(cardText(CardTexts::kHelpButtonLabel));
     auto* footer = new QHBoxLayout();
     footer->setSpacing(kFooterSpacing);
     footer->addWidget(m_cadence, 0, Qt::AlignVCenter);
@@ -135,19 +135,19 @@ void AmbrelView::buildMenu() {
     m_menu->setObjectName(QStringLiteral("optionsMenu"));
     const std::string& name = WidgetBrand::name();
 
-    QAction* refresh = m_menu->addAction(menuTitle(text(CardTexts::kMenuRefresh)));
+    QAction* refresh = m_menu->addAction(menuTitle(cardText(CardTexts::kMenuRefresh)));
     refresh->setObjectName(QStringLiteral("refreshAction"));
     refresh->setData(QStringLiteral("arrow-clockwise"));
     connect(refresh, &QAction::triggered, this, [this] { m_monitor.refreshAll(); });
-    QAction* setup = m_menu->addAction(menuTitle(text(CardTexts::kMenuSetup)));
+    QAction* setup = m_menu->addAction(menuTitle(cardText(CardTexts::kMenuSetup)));
     setup->setObjectName(QStringLiteral("setupAction"));
     setup->setData(QStringLiteral("phone"));
     connect(setup, &QAction::triggered, this, [this] { showSetup(); });
     m_menu->addSeparator();
-    QAction* byline = m_menu->addAction(menuTitle(text(CardTexts::kMenuByline)));
+    QAction* byline = m_menu->addAction(menuTitle(cardText(CardTexts::kMenuByline)));
     byline->setEnabled(false);
     m_menu->addSeparator();
-    QAction* hide = m_menu->addAction(menuTitle(text(CardTexts::kMenuHide)));
+    QAction* hide = m_menu->addAction(menuTitle(cardText(CardTexts::kMenuHide)));
     hide->setObjectName(QStringLiteral("hideAction"));
     hide->setData(QStringLiteral("eye-slash"));
     connect(hide, &QAction::triggered, this, [this] {

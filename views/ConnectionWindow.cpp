@@ -23,10 +23,10 @@ namespace ambrel {
 
 namespace {
 
-constexpr int kPadding = 22;
-constexpr int kSpacing = 14;
+constexpr int kWindowPadding = 22;
+constexpr int kWindowSpacing = 14;
 
-QString text(const std::string& utf8) {
+QString windowText(const std::string& utf8) {
     return QString::fromStdString(utf8);
 }
 
@@ -62,16 +62,16 @@ QLabel* wrappedLabel(const QString& content, const QFont& font, QWidget* parent)
 ConnectionWindow::ConnectionWindow(SystemConnectionProbe::Setup setup, QWidget* parent)
     : QDialog(parent), m_setup(std::move(setup)),
       m_helper(m_setup.toolDirectory, m_setup.launcher) {
-    setWindowTitle(QStringLiteral("iPhone Connection \u00b7 ") + text(WidgetBrand::name()));
+    setWindowTitle(QStringLiteral("iPhone Connection \u00b7 ") + windowText(WidgetBrand::name()));
 
     auto* layout = new QVBoxLayout(this);
-    layout->setContentsMargins(kPadding, kPadding, kPadding, kPadding);
-    layout->setSpacing(kSpacing);
+    layout->setContentsMargins(kWindowPadding, kWindowPadding, kWindowPadding, kWindowPadding);
+    layout->setSpacing(kWindowSpacing);
 
     layout->addWidget(
         wrappedLabel(QStringLiteral("iPhones"), ViewFonts::system(17, QFont::DemiBold), this));
     m_phoneList = new QVBoxLayout();
-    m_phoneList->setSpacing(kSpacing);
+    m_phoneList->setSpacing(kWindowSpacing);
     layout->addLayout(m_phoneList);
     m_status = wrappedLabel(QString(), ViewFonts::system(12), this);
     m_secondaryLabels.push_back(m_status);
@@ -235,7 +235,7 @@ void ConnectionWindow::apply(const std::string& udid, bool showOnWifi) {
         [this](Outcome outcome) {
             QString note;
             if (outcome.error) {
-                note = text(ConnectionCheck::adviceFor(*outcome.error));
+                note = windowText(ConnectionCheck::adviceFor(*outcome.error));
             } else {
                 note = *outcome.enabled ? QStringLiteral("Wi-Fi connections are now on.")
                                         : QStringLiteral("Wi-Fi connections are now off.");
@@ -267,7 +267,7 @@ void ConnectionWindow::showListing(const Listing& listing, const QString& note) 
     clearRows();
     QString status = note;
     if (listing.error) {
-        status = text(ConnectionCheck::adviceFor(*listing.error));
+        status = windowText(ConnectionCheck::adviceFor(*listing.error));
     } else if (listing.phones.empty() && status.isEmpty()) {
         status = QStringLiteral("No iPhone is connected: connect your iPhone with a USB cable "
                                 "and unlock it.");
@@ -280,13 +280,13 @@ void ConnectionWindow::showListing(const Listing& listing, const QString& note) 
         PhoneRow row;
         row.udid = entry.udid;
         const PhoneDetails* details = entry.details ? &*entry.details : nullptr;
-        const QString name =
-            details && !details->name.empty() ? text(details->name) : QStringLiteral("iPhone");
+        const QString name = details && !details->name.empty() ? windowText(details->name)
+                                                               : QStringLiteral("iPhone");
         row.name = wrappedLabel(name, ViewFonts::system(14, QFont::DemiBold), box);
-        QString detail =
-            (details && !details->model.empty() ? text(details->model) + QStringLiteral(" \u00b7 ")
-                                                : QString()) +
-            connectionText(entry.onUsb, entry.onWifi);
+        QString detail = (details && !details->model.empty()
+                              ? windowText(details->model) + QStringLiteral(" \u00b7 ")
+                              : QString()) +
+                         connectionText(entry.onUsb, entry.onWifi);
         row.detail = wrappedLabel(detail, ViewFonts::system(12), box);
         rows->addWidget(row.name);
         rows->addWidget(row.detail);
@@ -294,7 +294,7 @@ void ConnectionWindow::showListing(const Listing& listing, const QString& note) 
         auto* trustLine = new QHBoxLayout();
         QString trustText;
         if (entry.error) {
-            trustText = text(ConnectionCheck::adviceFor(*entry.error));
+            trustText = windowText(ConnectionCheck::adviceFor(*entry.error));
         } else {
             trustText = details->trusted ? QStringLiteral("This computer is trusted.")
                                          : QStringLiteral("This computer is not trusted.");
@@ -353,8 +353,8 @@ void ConnectionWindow::showReport(const ConnectionReport& report) {
     m_checkLines.clear();
     for (const auto& check : report.checks) {
         auto* label =
-            wrappedLabel(statusMark(check.status) + QStringLiteral("  ") + text(check.title) +
-                             QStringLiteral(": ") + text(check.message),
+            wrappedLabel(statusMark(check.status) + QStringLiteral("  ") + windowText(check.title) +
+                             QStringLiteral(": ") + windowText(check.message),
                          ViewFonts::system(12), this);
         m_checkList->addWidget(label);
         label->show();

@@ -11,7 +11,7 @@ namespace ambrel {
 
 namespace {
 
-constexpr int kSpacing = 5;
+constexpr int kLineSpacing = 5;
 // The lines' heights: with the ring (64 padded by 2) and the spacing they fill the 102 the
 // card leaves for the gauge row.
 constexpr int kTitleHeight = 13;
@@ -37,7 +37,7 @@ DeviceBatteryGauge::DeviceBatteryGauge(QWidget* parent)
 
     auto* layout = new QVBoxLayout(this);
     layout->setContentsMargins(0, 0, 0, 0);
-    layout->setSpacing(kSpacing);
+    layout->setSpacing(kLineSpacing);
     layout->addWidget(m_ring, 0, Qt::AlignHCenter);
     layout->addWidget(m_title);
     layout->addWidget(m_status);

@@ -19,15 +19,15 @@ namespace ambrel {
 
 namespace {
 
-constexpr int kPadding = 26;
-constexpr int kSectionSpacing = 22;
+constexpr int kSheetPadding = 26;
+constexpr int kSheetSectionSpacing = 22;
 constexpr int kHeadingSpacing = 12;
 constexpr int kHeadingTextSpacing = 4;
 constexpr int kStepSpacing = 17;
 // Extra width that keeps a button's title clear of its edges.
 constexpr int kButtonPadding = 16;
 
-QString text(const char* utf8) {
+QString sheetText(const char* utf8) {
     return QString::fromUtf8(utf8);
 }
 
@@ -43,8 +43,8 @@ IPhoneSetupView::IPhoneSetupView(std::function<void()> onRefresh,
     setModal(true);
 
     auto* layout = new QVBoxLayout(this);
-    layout->setContentsMargins(kPadding, kPadding, kPadding, kPadding);
-    layout->setSpacing(kSectionSpacing);
+    layout->setContentsMargins(kSheetPadding, kSheetPadding, kSheetPadding, kSheetPadding);
+    layout->setSpacing(kSheetSectionSpacing);
 
     auto* heading = new QHBoxLayout();
     heading->setSpacing(kHeadingSpacing);
@@ -52,9 +52,10 @@ IPhoneSetupView::IPhoneSetupView(std::function<void()> onRefresh,
                        Qt::AlignVCenter);
     auto* headingTexts = new QVBoxLayout();
     headingTexts->setSpacing(kHeadingTextSpacing);
+    headingTexts->addWidget(addLabel(sheetText(SetupSheetTexts::kHeading),
+                                     ViewFonts::system(21, QFont::DemiBold), false));
     headingTexts->addWidget(
-        addLabel(text(SetupSheetTexts::kHeading), ViewFonts::system(21, QFont::DemiBold), false));
-    headingTexts->addWidget(addLabel(text(SetupSheetTexts::kByline), ViewFonts::system(12), true));
+        addLabel(sheetText(SetupSheetTexts::kByline), ViewFonts::system(12), true));
     heading->addLayout(headingTexts, 1);
     layout->addLayout(heading);
 
@@ -69,7 +70,8 @@ IPhoneSetupView::IPhoneSetupView(std::function<void()> onRefresh,
     }
     layout->addLayout(steps);
 
-    layout->addWidget(addLabel(text(SetupSheetTexts::kFinderNote), ViewFonts::system(11), true));
+    layout->addWidget(
+        addLabel(sheetText(SetupSheetTexts::kFinderNote), ViewFonts::system(11), true));
 
     auto* cadence = new RoundedBox(this);
     QLabel* cadenceText = addLabel(QString::fromStdString(SetupSheetTexts::cadenceNote(name)),
@@ -77,9 +79,9 @@ IPhoneSetupView::IPhoneSetupView(std::function<void()> onRefresh,
     cadence->layout()->addWidget(cadenceText);
     layout->addWidget(cadence);
 
-    m_openFinder = new QPushButton(text(SetupSheetTexts::kOpenFinder), this);
-    m_done = new QPushButton(text(SetupSheetTexts::kDone), this);
-    m_checkBatteries = new QPushButton(text(SetupSheetTexts::kCheckBatteries), this);
+    m_openFinder = new QPushButton(sheetText(SetupSheetTexts::kOpenFinder), this);
+    m_done = new QPushButton(sheetText(SetupSheetTexts::kDone), this);
+    m_checkBatteries = new QPushButton(sheetText(SetupSheetTexts::kCheckBatteries), this);
     m_openFinder->setAutoDefault(false);
     m_done->setAutoDefault(false);
     m_checkBatteries->setDefault(true);

@@ -1,5 +1,7 @@
 #include "platform/linux/DesktopEntry.h"
 
+#include "model/WhiteSpace.h"
+
 namespace ambrel::DesktopEntry {
 
 namespace {
@@ -8,17 +10,6 @@ namespace {
 constexpr std::string_view kReserved = " \t\n\"'\\><~|&;$*?#()`";
 // Characters that must be escaped with a backslash inside a quoted argument.
 constexpr std::string_view kEscapedInQuotes = "\"`$\\";
-
-std::string_view trimmed(std::string_view text) {
-    const auto isBlank = [](char c) { return c == ' ' || c == '\t' || c == '\r'; };
-    while (!text.empty() && isBlank(text.front())) {
-        text.remove_prefix(1);
-    }
-    while (!text.empty() && isBlank(text.back())) {
-        text.remove_suffix(1);
-    }
-    return text;
-}
 
 } // namespace
 
@@ -84,7 +75,7 @@ std::map<std::string, std::string> parseMainGroup(std::string_view text) {
     bool inMainGroup = false;
     while (!text.empty()) {
         const auto end = text.find('\n');
-        const auto line = trimmed(text.substr(0, end));
+        const auto line = trimmingAsciiBlanks(text.substr(0, end));
         text.remove_prefix(end == std::string_view::npos ? text.size() : end + 1);
 
         if (line.empty() || line.front() == '#') {
@@ -98,8 +89,8 @@ std::map<std::string, std::string> parseMainGroup(std::string_view text) {
         if (!inMainGroup || equals == std::string_view::npos) {
             continue;
         }
-        const auto key = trimmed(line.substr(0, equals));
-        const auto value = trimmed(line.substr(equals + 1));
+        const auto key = trimmingAsciiBlanks(line.substr(0, equals));
+        const auto value = trimmingAsciiBlanks(line.substr(equals + 1));
         fields.emplace(std::string(key), std::string(value));
     }
     return fields;

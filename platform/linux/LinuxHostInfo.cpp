@@ -8,36 +8,15 @@
 #include <limits.h>
 #include <unistd.h>
 
+#include "model/WhiteSpace.h"
+#include "platform/linux/FileText.h"
+
 namespace ambrel {
 
 namespace {
 
-std::optional<std::string> readFile(const std::filesystem::path& path) {
-    std::ifstream stream(path, std::ios::binary);
-    if (!stream) {
-        return std::nullopt;
-    }
-    std::string text;
-    constexpr std::size_t kLimit = 64 * 1024;
-    text.resize(kLimit);
-    stream.read(text.data(), static_cast<std::streamsize>(kLimit));
-    if (stream.bad()) {
-        return std::nullopt;
-    }
-    text.resize(static_cast<std::size_t>(stream.gcount()));
-    return text;
-}
-
-std::string_view trimmed(std::string_view text) {
-    const auto isBlank = [](char c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r'; };
-    while (!text.empty() && isBlank(text.front())) {
-        text.remove_prefix(1);
-    }
-    while (!text.empty() && isBlank(text.back())) {
-        text.remove_suffix(1);
-    }
-    return text;
-}
+// machine-info, a device-tree model and a DMI product name are a few bytes; more is not read.
+constexpr std::size_t kSmallFileLimit = 64 * 1024;
 
 // Undoes the shell quoting that machine-info values may carry: "..." with backslash escapes,
 // or '...' taken literally.
@@ -66,7 +45,7 @@ std::optional<std::string> LinuxHostInfo::prettyHostName(std::string_view machin
     std::optional<std::string> found;
     while (!machineInfo.empty()) {
         const auto newline = machineInfo.find('\n');
-        const auto line = trimmed(machineInfo.substr(0, newline));
+        const auto line = trimmingAsciiBlanks(machineInfo.substr(0, newline));
         machineInfo = newline == std::string_view::npos ? std::string_view()
                                                         : machineInfo.substr(newline + 1);
         constexpr std::string_view kKey = "PRETTY_HOSTNAME=";
@@ -75,14 +54,14 @@ std::optional<std::string> LinuxHostInfo::prettyHostName(std::string_view machin
             found = unquoted(line.substr(kKey.size()));
         }
     }
-    if (found && trimmed(*found).empty()) {
+    if (found && trimmingAsciiBlanks(*found).empty()) {
         return std::nullopt;
     }
     return found;
 }
 
 std::optional<std::string> LinuxHostInfo::localizedName() const {
-    if (const auto machineInfo = readFile(m_root / "etc/machine-info")) {
+    if (const auto machineInfo = readFileText(m_root / "etc/machine-info", kSmallFileLimit)) {
         if (auto name = prettyHostName(*machineInfo)) {
             return name;
         }
@@ -97,11 +76,11 @@ std::optional<std::string> LinuxHostInfo::localizedName() const {
 std::optional<std::string> LinuxHostInfo::rawModelIdentifier() const {
     // The device tree keeps the model with its terminating zero byte, like the system call the
     // model rule was made for; the DMI file ends in a newline instead, which is not part of it.
-    if (auto model = readFile(m_root / "sys/firmware/devicetree/base/model")) {
+    if (auto model = readFileText(m_root / "sys/firmware/devicetree/base/model", kSmallFileLimit)) {
         return model;
     }
-    if (auto product = readFile(m_root / "sys/class/dmi/id/product_name")) {
-        std::string text(trimmed(*product));
+    if (auto product = readFileText(m_root / "sys/class/dmi/id/product_name", kSmallFileLimit)) {
+        std::string text(trimmingAsciiBlanks(*product));
         text.push_back('\0');
         return text;
     }

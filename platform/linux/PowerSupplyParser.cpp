@@ -4,28 +4,18 @@
 #include <optional>
 #include <string_view>
 
+#include "model/WhiteSpace.h"
+
 namespace ambrel {
 
 namespace {
-
-// The kernel ends every attribute with a newline; trailing blanks are not part of the value.
-std::string_view trimmed(std::string_view text) {
-    const auto isBlank = [](char c) { return c == '\n' || c == ' ' || c == '\t' || c == '\r'; };
-    while (!text.empty() && isBlank(text.back())) {
-        text.remove_suffix(1);
-    }
-    while (!text.empty() && isBlank(text.front())) {
-        text.remove_prefix(1);
-    }
-    return text;
-}
 
 std::optional<std::string_view> attribute(const PowerSupplyEntry& entry, const std::string& key) {
     const auto found = entry.attributes.find(key);
     if (found == entry.attributes.end()) {
         return std::nullopt;
     }
-    return trimmed(found->second);
+    return trimmingAsciiBlanks(found->second);
 }
 
 std::optional<std::int64_t> integerAttribute(const PowerSupplyEntry& entry,

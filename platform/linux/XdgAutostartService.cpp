@@ -10,17 +10,15 @@
 #include <unistd.h>
 
 #include "platform/linux/DesktopEntry.h"
+#include "platform/linux/FileText.h"
+#include "platform/linux/XdgFolders.h"
 
 namespace ambrel {
 
 namespace {
 
-std::optional<std::filesystem::path> absolutePath(const std::optional<std::string>& value) {
-    if (!value || value->empty() || value->front() != '/') {
-        return std::nullopt;
-    }
-    return std::filesystem::path(*value);
-}
+// An autostart entry is a few hundred bytes; anything this large is not one of ours.
+constexpr std::size_t kEntrySizeLimit = 1024 * 1024;
 
 std::filesystem::path resolved(const std::filesystem::path& path) {
     std::error_code error;
@@ -56,14 +54,6 @@ std::optional<std::filesystem::path> buildTreeAbove(const std::filesystem::path&
     return std::nullopt;
 }
 
-std::optional<std::string> readFile(const std::filesystem::path& path) {
-    std::ifstream stream(path, std::ios::binary);
-    if (!stream) {
-        return std::nullopt;
-    }
-    return std::string{std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>()};
-}
-
 LoginItemResult posixFailure(const std::string& what, const std::error_code& error) {
     return unexpected(LoginItemError{what + ": " + error.message(),
                                      XdgAutostartService::kPosixErrorDomain, error.value()});
@@ -81,14 +71,14 @@ XdgAutostartService::XdgAutostartService(AutostartProgram program, Environment e
     : m_program(std::move(program)), m_environment(std::move(environment)) {}
 
 std::filesystem::path XdgAutostartService::configHome() const {
-    if (auto configHome = absolutePath(m_environment("XDG_CONFIG_HOME"))) {
+    if (auto configHome = XdgFolders::absolutePath(m_environment("XDG_CONFIG_HOME"))) {
         return *configHome;
     }
-    return absolutePath(m_environment("HOME")).value_or("/") / ".config";
+    return XdgFolders::absolutePath(m_environment("HOME")).value_or("/") / ".config";
 }
 
 std::filesystem::path XdgAutostartService::temporaryFolder() const {
-    return absolutePath(m_environment("TMPDIR")).value_or("/tmp");
+    return XdgFolders::absolutePath(m_environment("TMPDIR")).value_or("/tmp");
 }
 
 std::filesystem::path XdgAutostartService::autostartFolder() const {
@@ -151,7 +141,7 @@ LoginItemStatus XdgAutostartService::status() const {
     if (installationProblem()) {
         return LoginItemStatus::notFound;
     }
-    const auto text = readFile(entryPath());
+    const auto text = readFileText(entryPath(), kEntrySizeLimit);
     if (!text) {
         return LoginItemStatus::notRegistered;
     }

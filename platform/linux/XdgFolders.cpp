@@ -5,17 +5,6 @@
 
 namespace ambrel {
 
-namespace {
-
-std::optional<std::filesystem::path> absolutePath(const std::optional<std::string>& value) {
-    if (!value || value->empty() || value->front() != '/') {
-        return std::nullopt;
-    }
-    return std::filesystem::path(*value);
-}
-
-} // namespace
-
 XdgFolders::XdgFolders()
     : XdgFolders([](const char* name) -> std::optional<std::string> {
           const char* value = std::getenv(name);
@@ -36,6 +25,14 @@ std::optional<std::filesystem::path> XdgFolders::applicationSupport() const {
 
 std::filesystem::path XdgFolders::temporary() const {
     return absolutePath(m_environment("TMPDIR")).value_or("/tmp");
+}
+
+std::optional<std::filesystem::path>
+XdgFolders::absolutePath(const std::optional<std::string>& value) {
+    if (!value || value->empty() || value->front() != '/') {
+        return std::nullopt;
+    }
+    return std::filesystem::path(*value);
 }
 
 } // namespace ambrel

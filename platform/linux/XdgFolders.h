@@ -22,6 +22,10 @@ public:
     std::optional<std::filesystem::path> applicationSupport() const override;
     std::filesystem::path temporary() const override;
 
+    // `value` as a path when it is an absolute one: the XDG rules ignore relative folders.
+    static std::optional<std::filesystem::path>
+    absolutePath(const std::optional<std::string>& value);
+
 private:
     Environment m_environment;
 };

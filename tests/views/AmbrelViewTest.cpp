@@ -29,10 +29,7 @@ namespace ambrel {
 namespace {
 
 using testing::CardHarness;
-
-QString q(const char* utf8) {
-    return QString::fromUtf8(utf8);
-}
+using testing::q;
 
 // A menu item's title as the menu shows it.
 QString shown(const QAction* action) {

@@ -4,12 +4,10 @@
 
 #include <nlohmann/json.hpp>
 
+#include "tests/views/TestMoments.h"
+
 namespace ambrel {
 namespace {
-
-// 2026-11-14 9:41 in New York (14:41 UTC).
-const Date kNineFortyOne = Date::fromSecondsSince1970(1794667260.0);
-const Date kNow = kNineFortyOne.addingSeconds(30);
 
 BatteryDeviceSnapshot mac(std::int64_t percentage, bool charging = false, bool plugged = false,
                           Date when = kNineFortyOne) {

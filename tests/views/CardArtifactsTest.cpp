@@ -19,10 +19,7 @@ namespace ambrel {
 namespace {
 
 using testing::CardHarness;
-
-std::string lookName(const ::testing::TestParamInfo<Look>& look) {
-    return look.param == Look::light ? "light" : "dark";
-}
+using testing::lookName;
 
 QString artifactFolder() {
     const QString folder = QString::fromUtf8(TOVRIN_BINARY_DIR) + QStringLiteral("/test-artifacts");

@@ -2,13 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include "tests/views/TestMoments.h"
+
 namespace ambrel {
 namespace {
-
-// 2026-11-14 9:41 in New York (14:41 UTC).
-const Date kNineFortyOne = Date::fromSecondsSince1970(1794667260.0);
-// The same reading seen half a minute later.
-const Date kNow = kNineFortyOne.addingSeconds(30);
 
 struct Reading {
     std::string id = "iphone";

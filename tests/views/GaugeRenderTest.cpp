@@ -16,10 +16,7 @@ namespace ambrel {
 namespace {
 
 using testing::CardHarness;
-
-std::string lookName(const ::testing::TestParamInfo<Look>& look) {
-    return look.param == Look::light ? "light" : "dark";
-}
+using testing::lookName;
 
 class GaugeRenderTest : public ::testing::TestWithParam<Look> {
 protected:

@@ -14,9 +14,7 @@
 namespace ambrel {
 namespace {
 
-QString q(const char* utf8) {
-    return QString::fromUtf8(utf8);
-}
+using testing::q;
 
 class IPhoneSetupViewTest : public ::testing::Test {
 protected:

@@ -11,13 +11,11 @@
 #include <unicode/timezone.h>
 #include <unicode/unistr.h>
 
+#include "tests/views/TestMoments.h"
 #include "views/UserLocale.h"
 
 namespace ambrel {
 namespace {
-
-// 2026-11-14 14:41 UTC: 9:41 in New York.
-constexpr double kNovember14At1441Utc = 1794667260.0;
 
 // The resident KiB of this process's mappings of ICU's locale data library.
 long residentIcuDataKiB() {

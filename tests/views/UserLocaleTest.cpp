@@ -2,13 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include "tests/views/TestMoments.h"
+
 namespace ambrel {
 namespace {
-
-// 2026-11-14 14:41 UTC: 9:41 in New York, 15:41 in Berlin.
-constexpr double kNovember14At1441Utc = 1794667260.0;
-// 2026-11-14 08:41 UTC: 9:41 in Berlin.
-constexpr double kNovember14At0841Utc = 1794645660.0;
 
 Date unix(double seconds) {
     return Date::fromSecondsSince1970(seconds);

@@ -3,7 +3,9 @@
 #include <QColor>
 #include <QImage>
 #include <QWidget>
+#include <gtest/gtest.h>
 #include <ostream>
+#include <string>
 
 #include "views/Appearance.h"
 
@@ -24,6 +26,16 @@ QColor pixelAt(const QImage& image, QPointF logicalPoint);
 
 // Each of red, green and blue within `tolerance` of the other colour's.
 bool closeTo(const QColor& actual, const QColor& expected, int tolerance = 6);
+
+// A UTF-8 literal as the QString a widget shows.
+inline QString q(const char* utf8) {
+    return QString::fromUtf8(utf8);
+}
+
+// "light" or "dark", for the names of tests run in both looks.
+inline std::string lookName(const ::testing::TestParamInfo<Look>& look) {
+    return look.param == Look::light ? "light" : "dark";
+}
 
 } // namespace ambrel::testing
 
