@@ -5,8 +5,9 @@
 source "$(dirname "$0")/common.sh"
 
 install_packages
-# Running needs only the program; the tests and benchmarks are built by the test command.
-build_preset default tovrin
+# Running needs the program, its helper and its files; the tests and benchmarks are built by
+# the test command.
+build_preset default tovrin_program
 tovrin="$TOVRIN_ROOT/build/bin/tovrin"
 
 if [ -n "${DISPLAY:-}" ] || [ -n "${WAYLAND_DISPLAY:-}" ]; then
