@@ -12,13 +12,13 @@
 #
 # Usage: bench/report.sh [--build DIR] [--runs N] [--idle-minutes M] [--memory-after S]
 #                        [--only muxer]
-# The build folder (default: build) must be an optimised build without sanitizers; it is
-# configured when missing and the needed targets are built. --only muxer measures the muxer
+# The build folder (default: build-bench, the "bench" preset) must be an optimised build without
+# sanitizers, with the benchmarks; it is configured when missing and the needed targets are built. --only muxer measures the muxer
 # alone and puts its section in place of the one the report has, leaving the rest as it is.
 set -euo pipefail
 
 ROOT=$(cd "$(dirname "$0")/.." && pwd)
-BUILD="$ROOT/build"
+BUILD="$ROOT/build-bench"
 RUNS=3
 IDLE_MINUTES=0.25
 MEMORY_AFTER=10
@@ -43,10 +43,15 @@ say() { printf '\033[1m==> %s\033[0m\n' "$*"; }
 
 if [ ! -f "$BUILD/build.ninja" ]; then
     say "Configuring $BUILD"
-    cmake -S "$ROOT" -B "$BUILD" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
+    cmake -S "$ROOT" -B "$BUILD" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DBUILD_TESTING=OFF \
+        -DTOVRIN_BUILD_BENCHMARKS=ON >/dev/null
 fi
 if grep -Eq '^TOVRIN_SANITIZE:STRING=.+' "$BUILD/CMakeCache.txt"; then
     echo "$BUILD is a sanitizer build; measure an optimised one" >&2
+    exit 2
+fi
+if ! grep -q '^TOVRIN_BUILD_BENCHMARKS:BOOL=ON' "$BUILD/CMakeCache.txt"; then
+    echo "$BUILD is configured without the benchmarks; use -DTOVRIN_BUILD_BENCHMARKS=ON" >&2
     exit 2
 fi
 BUILD_TYPE=$(sed -n 's/^CMAKE_BUILD_TYPE:STRING=//p' "$BUILD/CMakeCache.txt")

@@ -17,7 +17,7 @@ and a saved phone reading, so the card shows two dated readings).
 
 Each program runs in a session of its own (temporary HOME and XDG folders, no D-Bus), so the
 user's settings are never touched. A short run for CI:
-    footprint.py --build build --memory-after 20 --idle-minutes 0.33
+    footprint.py --build build-bench --memory-after 20 --idle-minutes 0.33
 """
 
 import argparse
@@ -173,7 +173,8 @@ def spread(values):
 def main():
     parser = argparse.ArgumentParser(description=__doc__,
                                      formatter_class=argparse.RawDescriptionHelpFormatter)
-    parser.add_argument("--build", default="build", help="the build folder (default: build)")
+    parser.add_argument("--build", default="build-bench",
+                        help="the build folder with the benchmarks (default: build-bench)")
     parser.add_argument("--runs", type=int, default=5,
                         help="launches for the startup median, and copies for memory")
     parser.add_argument("--memory-after", type=float, default=60,

@@ -7,7 +7,7 @@ Runs the floor and the widget (no reading, and readings) once each in the same s
 footprint.py, asks callgrind for a dump as soon as the program prints "first-paint", then ends
 it. Prints the totals, the ratios to the floor, and where the profiles are kept (--keep), for
 callgrind_annotate.
-    instructions.py --build build [--keep FOLDER]
+    instructions.py --build build-bench [--keep FOLDER]
 """
 
 import argparse
@@ -66,7 +66,8 @@ def profile(program, readings, display, scratch, output, timeout=180):
 def main():
     parser = argparse.ArgumentParser(description=__doc__,
                                      formatter_class=argparse.RawDescriptionHelpFormatter)
-    parser.add_argument("--build", default="build", help="the build folder (default: build)")
+    parser.add_argument("--build", default="build-bench",
+                        help="the build folder with the benchmarks (default: build-bench)")
     parser.add_argument("--keep", help="a folder to keep the callgrind profiles in")
     options = parser.parse_args()
     if shutil.which("valgrind") is None or shutil.which("callgrind_control") is None:
