@@ -159,10 +159,12 @@ TEST(WidgetUnderFault, MisbehavingMuxerClientsNeverTakeTheWidgetDown) {
         },
         10s));
 
+    // The muxer may rightly hang up on such a client before it has written everything, so how
+    // its write ends is not checked: only that the widget lives on and answers the next client.
     const auto sendAndHangUp = [&](const std::string& bytes) {
         const auto fd = connectUnixSocket(socket.string());
         ASSERT_TRUE(fd.isValid());
-        EXPECT_EQ(MuxChannel(fd.get(), -1).writeAll(bytes, 5s), ChannelStatus::ok);
+        (void)MuxChannel(fd.get(), -1).writeAll(bytes, 5s);
     };
     sendAndHangUp("garbage that is no muxer message at all");
     sendAndHangUp(encodeMuxHeader({0xFFFFFFF0u, 1, 8, 1}) + std::string(65536, 'x'));
