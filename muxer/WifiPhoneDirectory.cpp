@@ -71,6 +71,11 @@ void WifiPhoneDirectory::expectDiscovery(std::chrono::milliseconds limit) {
     m_settleDeadline = std::chrono::steady_clock::now() + limit;
 }
 
+int WifiPhoneDirectory::settleWaitsForTesting() {
+    const std::lock_guard lock(m_mutex);
+    return m_settleWaits;
+}
+
 void WifiPhoneDirectory::dropExpired() {
     const auto now = m_clock();
     std::erase_if(m_adverts, [&](const auto& entry) {
@@ -90,7 +95,10 @@ std::uint32_t WifiPhoneDirectory::deviceIdOf(const std::string& udid) {
 
 std::vector<MuxDevice> WifiPhoneDirectory::networkDevices() {
     std::unique_lock lock(m_mutex);
-    m_settledChanged.wait_until(lock, m_settleDeadline, [this] { return m_settled; });
+    if (!m_settled && std::chrono::steady_clock::now() < m_settleDeadline) {
+        ++m_settleWaits;
+        m_settledChanged.wait_until(lock, m_settleDeadline, [this] { return m_settled; });
+    }
     dropExpired();
     // Without adverts there is nothing to match: every USB listing and Connect comes here, and
     // the pair records stay unread.

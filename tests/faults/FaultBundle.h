@@ -18,7 +18,8 @@ namespace ambrel::testing {
 
 // The time limits of the phone tools' runs and what one run may add to its limit at worst:
 // 0.5 s after SIGTERM, 1 s after SIGKILL, 1 s to collect the output. Written out here rather
-// than taken from the program, so that a change there shows up as a failing bound.
+// than taken from the program, so that a shorter limit there shows up as a run that ended too
+// soon. The worst cases only size how long the harness lets a run go.
 inline constexpr double kListTimeout = 6.0;
 inline constexpr double kBatteryTimeout = 8.0;
 inline constexpr double kKeyTimeout = 5.0;

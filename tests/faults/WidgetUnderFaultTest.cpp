@@ -100,12 +100,13 @@ TEST(WidgetUnderFault, HangingToolNeitherBlocksTheWidgetNorOutlivesIt) {
         }
     }
     for (const pid_t pid : hanging) {
-        EXPECT_TRUE(eventually([&] { return !isAlive(pid); }, 3s))
+        EXPECT_TRUE(eventually([&] { return !isAlive(pid); }, 30s))
             << "the hanging tool " << pid << " outlived the widget";
     }
 }
 
-// Asks the muxer at `socket` for its devices; whether a device list came back.
+// Asks the muxer at `socket` for its devices; whether a device list came back. Waits far beyond
+// any answer the muxer gives, so that a busy machine is no failure.
 bool listsDevices(const fs::path& socket) {
     const auto fd = connectUnixSocket(socket.string());
     const MuxChannel channel(fd.get(), -1);
@@ -113,12 +114,12 @@ bool listsDevices(const fs::path& socket) {
     request.type = MuxRequestType::listDevices;
     request.messageType = "ListDevices";
     if (!fd.isValid() ||
-        channel.writeAll(encodeMuxMessage(1, muxRequestDictionary(request, "test")), 5s) !=
+        channel.writeAll(encodeMuxMessage(1, muxRequestDictionary(request, "test")), 30s) !=
             ChannelStatus::ok) {
         return false;
     }
     MuxFrame frame;
-    if (channel.readFrame(frame, 5s) != ChannelStatus::ok) {
+    if (channel.readFrame(frame, 30s) != ChannelStatus::ok) {
         return false;
     }
     const auto reply = parseMuxReply(frame.payload);
@@ -159,10 +160,12 @@ TEST(WidgetUnderFault, MisbehavingMuxerClientsNeverTakeTheWidgetDown) {
         },
         10s));
 
+    // The muxer may rightly hang up on such a client before it has written everything, so how
+    // its write ends is not checked: only that the widget lives on and answers the next client.
     const auto sendAndHangUp = [&](const std::string& bytes) {
         const auto fd = connectUnixSocket(socket.string());
         ASSERT_TRUE(fd.isValid());
-        EXPECT_EQ(MuxChannel(fd.get(), -1).writeAll(bytes, 5s), ChannelStatus::ok);
+        (void)MuxChannel(fd.get(), -1).writeAll(bytes, 5s);
     };
     sendAndHangUp("garbage that is no muxer message at all");
     sendAndHangUp(encodeMuxHeader({0xFFFFFFF0u, 1, 8, 1}) + std::string(65536, 'x'));

@@ -1,7 +1,9 @@
 #include <algorithm>
+#include <cerrno>
 #include <chrono>
 #include <cstdint>
 #include <cstdio>
+#include <cstring>
 #include <memory>
 #include <optional>
 #include <random>
@@ -314,9 +316,9 @@ TEST_F(ReadingCacheTest, UnreadableFileGivesNothing) {
 TEST_F(ReadingCacheTest, PipeInThePlaceOfTheFileGivesNothingWithoutWaiting) {
     std::filesystem::create_directories(file().parent_path());
     ASSERT_EQ(::mkfifo(file().c_str(), 0600), 0);
-    const auto started = std::chrono::steady_clock::now();
+    // Nobody ever opens the pipe for writing: a load that waited for a writer would never
+    // come back.
     EXPECT_FALSE(ReadingCache::load(file(), kNow).has_value());
-    EXPECT_LT(std::chrono::steady_clock::now() - started, std::chrono::seconds(2));
 }
 
 TEST_F(ReadingCacheTest, EmptyTruncatedAndGarbageFilesGiveNothing) {
@@ -341,7 +343,7 @@ TEST_F(ReadingCacheTest, EmptyTruncatedAndGarbageFilesGiveNothing) {
     EXPECT_FALSE(ReadingCache::load(file(), kNow).has_value());
 }
 
-TEST_F(ReadingCacheTest, TenMegabytesOfGarbageGiveNothingQuickly) {
+TEST_F(ReadingCacheTest, HugeFilesGiveNothingAndAreNotReadToTheirEnd) {
     std::mt19937 random(20240601);
     std::string block(64 * 1024, '\0');
     for (char& byte : block) {
@@ -352,14 +354,17 @@ TEST_F(ReadingCacheTest, TenMegabytesOfGarbageGiveNothingQuickly) {
         garbage += block;
     }
     writeText(file(), garbage);
-    const auto started = std::chrono::steady_clock::now();
     EXPECT_FALSE(ReadingCache::load(file(), kNow).has_value());
-    // A huge file that begins like a good one is not read to its end either.
     std::string padded = phoneSnapshot(kNow, 44).encodeJson();
     padded.insert(padded.size() - 1, ",\"pad\":\"" + std::string(10 * 1024 * 1024, 'p') + "\"");
     writeText(file(), padded);
     EXPECT_FALSE(ReadingCache::load(file(), kNow).has_value());
-    EXPECT_LT(std::chrono::steady_clock::now() - started, std::chrono::seconds(2));
+    // A terabyte that begins like a good reading (a sparse file: it takes no room on disk).
+    // Reading it to its end would take far more memory and time than any machine gives, so
+    // a load that comes back at all stopped early.
+    writeText(file(), phoneSnapshot(kNow, 44).encodeJson());
+    ASSERT_EQ(::truncate(file().c_str(), off_t{1} << 40), 0) << std::strerror(errno);
+    EXPECT_FALSE(ReadingCache::load(file(), kNow).has_value());
 }
 
 // Starts the cache writer on `file`; its standard output (one mark per save) comes on a pipe.

@@ -121,7 +121,10 @@ void FakeSystemMuxer::serve(int rawFd) {
         }
         const auto tag = frame.header.tag;
         if (m_behaviour == Behaviour::silent) {
-            channel.waitReadable(30s);
+            // Until the client hangs up or the fake stops: a client that gets anywhere has
+            // given up on its own.
+            while (channel.waitReadable(30s) == ChannelStatus::timedOut) {
+            }
             return;
         }
         if (m_behaviour == Behaviour::garbage) {

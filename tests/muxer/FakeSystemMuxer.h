@@ -21,7 +21,7 @@ class FakeSystemMuxer {
 public:
     enum class Behaviour {
         normal,
-        // accepts and reads, never answers
+        // accepts and reads, never answers, and keeps the connection until the client goes
         silent,
         // answers every request with bytes that are no message
         garbage,

@@ -57,8 +57,8 @@ public:
     bool sendBytes(const std::string& bytes) {
         return MuxChannel(m_fd.get(), -1).writeAll(bytes, 5s) == ChannelStatus::ok;
     }
-    // The next reply, or nothing within `limit`.
-    std::optional<MuxFrame> receive(std::chrono::milliseconds limit = 5000ms) {
+    // The next reply, or nothing within `limit` (far beyond any answer the muxer gives).
+    std::optional<MuxFrame> receive(std::chrono::milliseconds limit = 30s) {
         MuxFrame frame;
         if (MuxChannel(m_fd.get(), -1).readFrame(frame, limit) != ChannelStatus::ok) {
             return std::nullopt;
@@ -77,7 +77,7 @@ public:
         return parseMuxReply(frame->payload);
     }
     // Whether the muxer hung up (end of file within `limit`).
-    bool isHungUp(std::chrono::milliseconds limit = 5000ms) {
+    bool isHungUp(std::chrono::milliseconds limit = 30s) {
         pollfd fd{m_fd.get(), POLLIN, 0};
         if (::poll(&fd, 1, static_cast<int>(limit.count())) != 1) {
             return false;
@@ -138,7 +138,7 @@ protected:
         options.systemMuxerPath = (m_folder.path() / "system").string();
         options.network = &m_network;
         options.systemMuxerLimit = 500ms;
-        options.clientLimit = 2000ms;
+        options.clientLimit = m_clientLimit;
         options.listenPeriod = 50ms;
         options.standingListen = m_standingListen;
         m_muxer = std::make_unique<MuxerServer>(options);
@@ -180,6 +180,7 @@ protected:
     }
 
     bool m_standingListen = true;
+    std::chrono::milliseconds m_clientLimit = 2000ms;
     TemporaryFolder m_folder;
     FakeNetworkPhones m_network;
     std::unique_ptr<FakeSystemMuxer> m_system;
@@ -254,11 +255,13 @@ TEST_F(MuxerServerTest, ASilentSystemMuxerCostsOnlyItsLimit) {
     m_network.setDevices({wifiPhone(0x10001, kSerial)});
     auto c = client();
     const auto started = std::chrono::steady_clock::now();
+    // The silent system muxer holds every request unanswered until it is hung up on: the
+    // listing can only come back because the muxer gave up on it at its own limit.
     const auto devices = listed(c.ask(request(MuxRequestType::listDevices, "ListDevices")));
     const auto took = std::chrono::steady_clock::now() - started;
     ASSERT_EQ(devices.size(), 1u);
+    EXPECT_EQ(devices[0].connection, MuxDevice::Connection::network);
     EXPECT_GE(took, 500ms);
-    EXPECT_LT(took, 4s);
 }
 
 TEST_F(MuxerServerTest, GarbageFromTheSystemMuxerCountsAsNoUsbDevices) {
@@ -281,7 +284,7 @@ TEST_F(MuxerServerTest, ASystemMuxerThatRefusesListDevicesIsAskedByListening) {
 TEST_F(MuxerServerTest, ListingsComeFromAStandingListenAndFollowEveryChange) {
     startMuxer();
     m_system->addUsbDevice(3, kSerial);
-    ASSERT_TRUE(standingListenWithin(5s));
+    ASSERT_TRUE(standingListenWithin(30s));
     m_network.setDevices({wifiPhone(0x10001, "00008030-000A11112222333E")});
     auto c = client();
     const auto devices = listed(c.ask(request(MuxRequestType::listDevices, "ListDevices")));
@@ -301,12 +304,12 @@ TEST_F(MuxerServerTest, ListingsComeFromAStandingListenAndFollowEveryChange) {
     EXPECT_EQ(listedUsbIds(), std::vector<std::uint32_t>{4});
     m_system->removeUsbDevice(4);
     EXPECT_TRUE(listedUsbIds().empty());
-    ASSERT_TRUE(standingListenWithin(5s));
+    ASSERT_TRUE(standingListenWithin(30s));
     const int asked = m_system->requestsOf("ListDevices");
     EXPECT_TRUE(listedUsbIds().empty());
     m_system->addUsbDevice(5, kSerial);
     EXPECT_EQ(listedUsbIds(), std::vector<std::uint32_t>{5});
-    ASSERT_TRUE(standingListenWithin(5s));
+    ASSERT_TRUE(standingListenWithin(30s));
     EXPECT_EQ(listedUsbIds(), std::vector<std::uint32_t>{5});
     // The listings made once the watch was current did not ask; only the one right after the
     // change may have.
@@ -317,7 +320,7 @@ TEST_F(MuxerServerTest, ListingsComeFromAStandingListenAndFollowEveryChange) {
 TEST_F(MuxerServerTest, AStandingListenKeepsNoDevicesOfASystemMuxerThatEnded) {
     startMuxer();
     m_system->addUsbDevice(3, kSerial);
-    ASSERT_TRUE(standingListenWithin(5s));
+    ASSERT_TRUE(standingListenWithin(30s));
     EXPECT_EQ(listedUsbIds(), std::vector<std::uint32_t>{3});
 
     m_system.reset();
@@ -328,7 +331,7 @@ TEST_F(MuxerServerTest, AStandingListenKeepsNoDevicesOfASystemMuxerThatEnded) {
     m_system = std::make_unique<FakeSystemMuxer>(m_folder.path() / "system");
     m_system->addUsbDevice(3, kSerial);
     EXPECT_EQ(listedUsbIds(), std::vector<std::uint32_t>{3});
-    ASSERT_TRUE(standingListenWithin(SystemDeviceWatch::kRetry + 5s));
+    ASSERT_TRUE(standingListenWithin(SystemDeviceWatch::kRetry + 30s));
     const int asked = m_system->requestsOf("ListDevices");
     EXPECT_EQ(listedUsbIds(), std::vector<std::uint32_t>{3});
     EXPECT_EQ(m_system->requestsOf("ListDevices"), asked);
@@ -502,7 +505,7 @@ TEST_F(MuxerServerTest, ListenAnnouncesUsbAndWiFiPhonesAsTheyComeAndGo) {
     EXPECT_EQ(result->number, 0u);
 
     const auto next = [&]() -> std::optional<MuxReply> {
-        const auto frame = c.receive(3000ms);
+        const auto frame = c.receive();
         return frame ? parseMuxReply(frame->payload) : std::nullopt;
     };
     auto event = next();
@@ -535,11 +538,11 @@ TEST_F(MuxerServerTest, ListenReportsUsbDevicesGoneWhenTheSystemMuxerEnds) {
     m_system->addUsbDevice(3, kSerial);
     auto c = client();
     ASSERT_TRUE(c.ask(request(MuxRequestType::listen, "Listen")));
-    auto frame = c.receive(3000ms);
+    auto frame = c.receive();
     ASSERT_TRUE(frame);
     EXPECT_EQ(parseMuxReply(frame->payload)->kind, MuxReply::Kind::attached);
     m_system.reset();
-    frame = c.receive(3000ms);
+    frame = c.receive();
     ASSERT_TRUE(frame);
     const auto event = parseMuxReply(frame->payload);
     ASSERT_TRUE(event);
@@ -576,7 +579,7 @@ TEST_F(MuxerServerTest, GarbageHugeMessagesAndHangUpsEndOnlyThatClient) {
         // A client that never finishes its message is dropped at the client limit.
         auto c = client();
         ASSERT_TRUE(c.sendBytes(encodeMuxHeader({100, 1, 8, 1})));
-        EXPECT_TRUE(c.isHungUp(5000ms));
+        EXPECT_TRUE(c.isHungUp());
     }
     expectServing();
 }
@@ -604,7 +607,7 @@ TEST_F(MuxerServerTest, ClientsBeyondTheLimitAreHungUpOnAndServedAgainLater) {
     for (int i = 0; i < MuxerServer::kMostClients; ++i) {
         idle.push_back(client());
     }
-    const auto deadline = std::chrono::steady_clock::now() + 5s;
+    const auto deadline = std::chrono::steady_clock::now() + 30s;
     while (m_muxer->clientCountForTesting() < MuxerServer::kMostClients &&
            std::chrono::steady_clock::now() < deadline) {
         std::this_thread::sleep_for(10ms);
@@ -613,7 +616,7 @@ TEST_F(MuxerServerTest, ClientsBeyondTheLimitAreHungUpOnAndServedAgainLater) {
     auto extra = client();
     EXPECT_TRUE(extra.isHungUp());
     idle.clear();
-    const auto freed = std::chrono::steady_clock::now() + 5s;
+    const auto freed = std::chrono::steady_clock::now() + 30s;
     while (m_muxer->clientCountForTesting() > 0 && std::chrono::steady_clock::now() < freed) {
         std::this_thread::sleep_for(10ms);
     }
@@ -621,6 +624,10 @@ TEST_F(MuxerServerTest, ClientsBeyondTheLimitAreHungUpOnAndServedAgainLater) {
 }
 
 TEST_F(MuxerServerTest, StopEndsIdleListeningAndRelayingClientsAtOnce) {
+    // None of the three would ever end by itself: the idle one has an hour to finish its
+    // message, the listening and the relaying ones wait for their peers. So stop() returns only
+    // if it ends them itself.
+    m_clientLimit = std::chrono::hours(1);
     startMuxer();
     m_system->addUsbDevice(3, kSerial);
     auto idle = client();
@@ -629,11 +636,9 @@ TEST_F(MuxerServerTest, StopEndsIdleListeningAndRelayingClientsAtOnce) {
     auto relaying = client();
     ASSERT_TRUE(relaying.ask(connectRequest(3, 62078)));
     ASSERT_TRUE(idle.sendBytes(encodeMuxHeader({100, 1, 8, 1})));
-    const auto started = std::chrono::steady_clock::now();
     m_muxer->stop();
-    EXPECT_LT(std::chrono::steady_clock::now() - started, 1s);
-    EXPECT_TRUE(idle.isHungUp(1000ms));
-    EXPECT_TRUE(relaying.isHungUp(1000ms));
+    EXPECT_TRUE(idle.isHungUp());
+    EXPECT_TRUE(relaying.isHungUp());
     EXPECT_FALSE(std::filesystem::exists(m_muxer->socketPath()));
 }
 

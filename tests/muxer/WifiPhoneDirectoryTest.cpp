@@ -168,28 +168,28 @@ TEST_F(WifiPhoneDirectoryTest, NothingIsLearnedWhenThePhoneOnUsbAdvertisesItsOwn
 
 TEST_F(WifiPhoneDirectoryTest, AListingRightAfterTheStartWaitsForDiscoveryToSettle) {
     pair(kPhoneA, "aa:bb:cc:dd:ee:01");
-    m_directory.expectDiscovery(5s);
+    // A limit no test run reaches: the listing can only come back because discovery settled,
+    // and then with the phone it found.
+    m_directory.expectDiscovery(std::chrono::hours(1));
     std::thread discovery([this] {
         std::this_thread::sleep_for(100ms);
         m_directory.advertResolved(advert("aa:bb:cc:dd:ee:01", {10, 0, 0, 7}));
         m_directory.discoverySettled();
     });
-    const auto started = std::chrono::steady_clock::now();
     EXPECT_EQ(m_directory.networkDevices().size(), 1u);
-    EXPECT_LT(std::chrono::steady_clock::now() - started, 4s);
     discovery.join();
 }
 
 TEST_F(WifiPhoneDirectoryTest, ADiscoveryThatNeverSettlesCostsItsLimitOnce) {
-    m_directory.expectDiscovery(200ms);
+    // Taken before the limit starts, so the wait measured is never shorter than the real one.
     const auto started = std::chrono::steady_clock::now();
+    m_directory.expectDiscovery(200ms);
     EXPECT_TRUE(m_directory.networkDevices().empty());
-    const auto first = std::chrono::steady_clock::now() - started;
-    EXPECT_GE(first, 200ms);
-    EXPECT_LT(first, 3s);
-    const auto again = std::chrono::steady_clock::now();
+    EXPECT_GE(std::chrono::steady_clock::now() - started, 200ms);
+    const int waits = m_directory.settleWaitsForTesting();
+    // The limit has passed: a later listing does not wait again.
     EXPECT_TRUE(m_directory.networkDevices().empty());
-    EXPECT_LT(std::chrono::steady_clock::now() - again, 150ms);
+    EXPECT_EQ(m_directory.settleWaitsForTesting(), waits);
 }
 
 TEST_F(WifiPhoneDirectoryTest, PairRecordsGivenOutByTheSystemMuxerAreKept) {

@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <signal.h>
 #include <string>
@@ -81,12 +82,36 @@ std::string signalState() {
            (sigismember(&blocked, SIGUSR2) ? "blocked" : "unblocked");
 }
 
-} // namespace
+// How many entries `folder` holds.
+std::size_t entriesIn(const std::filesystem::path& folder) {
+    std::error_code error;
+    std::size_t count = 0;
+    for (std::filesystem::directory_iterator entry(folder, error), end; !error && entry != end;
+         entry.increment(error)) {
+        ++count;
+    }
+    return count;
+}
 
-int main(int argc, char** argv) {
+// Does what argv[1] names with the arguments after it; argv[0] is not looked at.
+int act(int argc, char** argv) {
     const std::string mode = argc > 1 ? argv[1] : "";
     const auto number = [&](int index) { return argc > index ? std::atof(argv[index]) : 0.0; };
 
+    if (mode == "meet") {
+        // Leaves its mark in the folder argv[2], waits until argv[3] marks are there (its
+        // fellows have started too), then goes on as the mode that follows.
+        if (argc < 5) {
+            return 2;
+        }
+        const std::filesystem::path folder = argv[2];
+        const auto expected = static_cast<std::size_t>(number(3));
+        std::ofstream(folder / std::to_string(::getpid())) << "here";
+        while (entriesIn(folder) < expected) {
+            sleepSeconds(0.005);
+        }
+        return act(argc - 3, argv + 3);
+    }
     if (mode == "silent") {
         return 0;
     }
@@ -182,4 +207,10 @@ int main(int argc, char** argv) {
     }
     writeText(STDERR_FILENO, "unknown mode " + mode + "\n");
     return 2;
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    return act(argc, argv);
 }

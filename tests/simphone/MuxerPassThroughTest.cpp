@@ -198,7 +198,9 @@ TEST_F(MuxerPassThroughTest, ASystemMuxerThatRefusesListDevicesIsListenedTo) {
 
 // Where the system muxer itself fails, the muxer answers for it: no system muxer (Debian's
 // runs only while a phone is plugged in), one that never answers or one that hangs up all mean
-// no USB devices, within the muxer's own limit, rather than a failed listing.
+// no USB devices rather than a failed listing. The one that never answers holds the request
+// for as long as it is asked, so a listing there comes back only because the muxer gave up at
+// its own limit, within the wait of the tool.
 TEST_F(MuxerPassThroughTest, AFailingSystemMuxerMeansNoUsbDevices) {
     for (const std::string mode : {"absent", "hang", "close"}) {
         SCOPED_TRACE(mode);
@@ -208,10 +210,10 @@ TEST_F(MuxerPassThroughTest, AFailingSystemMuxerMeansNoUsbDevices) {
                     {TOVRIN_REAL_IDEVICEINFO, "-u", kUdid, "-k", "DeviceName"}},
                    true);
         ASSERT_EQ(outcomes.size(), 2u);
+        EXPECT_FALSE(outcomes[0].timedOut);
         EXPECT_EQ(outcomes[0].exitCode, 0);
         EXPECT_EQ(outcomes[0].out, "");
         EXPECT_EQ(outcomes[0].err, "");
-        EXPECT_LT(outcomes[0].elapsed, 5s);
         EXPECT_EQ(outcomes[1].exitCode, 255);
         EXPECT_EQ(outcomes[1].out, "ERROR: Device " + kUdid + " not found!\n");
     }

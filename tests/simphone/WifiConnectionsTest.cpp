@@ -61,14 +61,14 @@ protected:
         EXPECT_EQ(outcome.err, "");
     }
 
+    // The tool could not connect at all; the callers check that the phone saw no connection,
+    // so none was taken and left unanswered.
     static void expectRefused(const ProcessOutcome& outcome) {
         ASSERT_TRUE(outcome.started);
         EXPECT_FALSE(outcome.timedOut);
         EXPECT_EQ(outcome.exitCode, 255);
         EXPECT_EQ(outcome.out, "");
         EXPECT_EQ(outcome.err, kNotListening);
-        // Refused at once, not after a wait.
-        EXPECT_LT(outcome.elapsed, 3s);
     }
 
     json deviceStats() const { return m_phone->stats()["devices"][kSerial]; }

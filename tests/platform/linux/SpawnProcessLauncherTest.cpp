@@ -25,8 +25,10 @@ const std::filesystem::path& testChild() {
     return path;
 }
 
+// Children that end by themselves get a limit far beyond their run, so that a busy machine
+// never turns one into a time-out.
 LaunchOptions childOptions(std::vector<std::string> arguments,
-                           milliseconds timeLimit = milliseconds(5000)) {
+                           milliseconds timeLimit = std::chrono::minutes(1)) {
     LaunchOptions options;
     options.program = testChild();
     options.arguments = std::move(arguments);
@@ -40,9 +42,10 @@ bool hasNoChildren() {
     return result == -1 && errno == ECHILD;
 }
 
-// Waits (at most 5 s) until every path in `markers` exists.
+// Waits until every path in `markers` exists; gives up only after half a minute, so that a busy
+// machine's slow start of the children is not taken for a failure.
 bool waitForMarkers(const std::vector<std::filesystem::path>& markers) {
-    const auto giveUp = std::chrono::steady_clock::now() + std::chrono::seconds(5);
+    const auto giveUp = std::chrono::steady_clock::now() + std::chrono::seconds(30);
     const auto allThere = [&] {
         for (const auto& marker : markers) {
             if (!std::filesystem::exists(marker)) {
@@ -84,14 +87,13 @@ TEST(SpawnProcessLauncherTest, MissingProgramIsNotStarted) {
     SpawnProcessLauncher launcher;
     LaunchOptions options;
     options.program = folder.path() / "no-such-tool";
-    options.timeLimit = milliseconds(5000);
-    const auto start = std::chrono::steady_clock::now();
+    // A limit no test run reaches: a launch that waited for it would never come back.
+    options.timeLimit = std::chrono::hours(1);
     const auto result = launcher.launch(options);
     EXPECT_EQ(result.end, LaunchEnd::notStarted);
     EXPECT_EQ(result.exitCode, std::nullopt);
     EXPECT_EQ(result.signal, std::nullopt);
     EXPECT_EQ(result.standardError, "");
-    EXPECT_LT(Seconds(std::chrono::steady_clock::now() - start).count(), 0.5);
     EXPECT_TRUE(hasNoChildren());
 }
 
@@ -99,26 +101,26 @@ TEST(SpawnProcessLauncherTest, ChildEndedByTerminateIsKilledAtTheLimit) {
     SpawnProcessLauncher launcher;
     const auto start = std::chrono::steady_clock::now();
     const auto result =
-        launcher.launch(childOptions({"print-then-sleep", "30"}, milliseconds(300)));
+        launcher.launch(childOptions({"print-then-sleep", "3600"}, milliseconds(300)));
     const double seconds = Seconds(std::chrono::steady_clock::now() - start).count();
+    // The child would sleep for an hour: only the SIGTERM sent at the limit ended it.
     EXPECT_EQ(result.end, LaunchEnd::killedAtTimeLimit);
     EXPECT_EQ(result.signal, SIGTERM);
     EXPECT_EQ(result.standardOutput, "before the wait\n");
     EXPECT_GE(seconds, 0.3);
-    EXPECT_LT(seconds, 2.0);
 }
 
 TEST(SpawnProcessLauncherTest, ChildIgnoringTerminateGetsKillAfterTheGivenGrace) {
     SpawnProcessLauncher launcher;
-    auto options = childOptions({"ignore-term", "30"}, milliseconds(200));
+    auto options = childOptions({"ignore-term", "3600"}, milliseconds(200));
     options.terminateGrace = milliseconds(300);
     const auto start = std::chrono::steady_clock::now();
     const auto result = launcher.launch(options);
     const double seconds = Seconds(std::chrono::steady_clock::now() - start).count();
+    // Deaf to SIGTERM and asleep for an hour: only the SIGKILL after the grace ended it.
     EXPECT_EQ(result.end, LaunchEnd::killedAtTimeLimit);
     EXPECT_EQ(result.signal, SIGKILL);
     EXPECT_GE(seconds, 0.2 + 0.3);
-    EXPECT_LT(seconds, 0.2 + 0.3 + 1.0 + 1.0 + 1.0);
     EXPECT_TRUE(hasNoChildren());
 }
 
@@ -146,7 +148,6 @@ TEST(SpawnProcessLauncherTest, ShutDownKillsRunningChildrenAndRefusesNewOnes) {
     SpawnProcessLauncher launcher;
     constexpr int kRuns = 3;
     std::vector<LaunchResult> results(kRuns);
-    std::vector<double> durations(kRuns);
     std::vector<std::filesystem::path> markers;
     std::vector<std::thread> threads;
     // Every path is in place before a thread reads one: the vector must not grow under them.
@@ -154,11 +155,11 @@ TEST(SpawnProcessLauncherTest, ShutDownKillsRunningChildrenAndRefusesNewOnes) {
         markers.push_back(folder.path() / ("started-" + std::to_string(index)));
     }
     for (int index = 0; index < kRuns; ++index) {
+        // Children that sleep for an hour under an hour's limit: nothing but the shutdown can
+        // end them while the test runs.
         threads.emplace_back([&, index] {
-            const auto start = std::chrono::steady_clock::now();
             results[index] = launcher.launch(childOptions(
-                {"mark-then-sleep", markers[index].string(), "30"}, milliseconds(20000)));
-            durations[index] = Seconds(std::chrono::steady_clock::now() - start).count();
+                {"mark-then-sleep", markers[index].string(), "3600"}, std::chrono::hours(1)));
         });
     }
     ASSERT_TRUE(waitForMarkers(markers));
@@ -171,7 +172,6 @@ TEST(SpawnProcessLauncherTest, ShutDownKillsRunningChildrenAndRefusesNewOnes) {
         SCOPED_TRACE(index);
         EXPECT_EQ(results[index].end, LaunchEnd::signalled);
         EXPECT_EQ(results[index].signal, SIGKILL);
-        EXPECT_LT(durations[index], 7.0);
     }
     EXPECT_TRUE(hasNoChildren());
 
