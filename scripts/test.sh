@@ -5,6 +5,10 @@
 # all the threads); then fuzzes the parsers for a short, bounded time. Every test runs in an
 # environment of the suite's own (tests/environment), whatever this shell has set.
 #
+# While one build's tests run, the next build compiles beside them at the lowest priority: the
+# tests spend most of their time waiting (for timers, tools and X servers) and keep the processor
+# whenever they want it, the compiler takes what they leave.
+#
 # TOVRIN_FUZZ_SECONDS sets the seconds per fuzz target (15 unless set; see fuzz/README.md for
 # long runs); TOVRIN_TEST_JOBS the tests run at once (3 unless set).
 source "$(dirname "$0")/common.sh"
@@ -18,43 +22,17 @@ passed=0
 failed=0
 skipped=0
 stage_lines=()
-stage_started=0
-stage_name=""
 
-start_stage() {
-    stage_name=$1
-    stage_started=$SECONDS
+# Notes how long a stage took, from its start ($SECONDS then) to now.
+note_stage() {
+    local name=$1 seconds=$((SECONDS - $2))
+    stage_lines+=("$(printf '%-40s %3d min %02d s' "$name" $((seconds / 60)) $((seconds % 60)))")
 }
 
-end_stage() {
-    local seconds=$((SECONDS - stage_started))
-    stage_lines+=("$(printf '%-44s %3d min %02d s' "$stage_name" $((seconds / 60)) $((seconds % 60)))")
-}
-
+scratch=$(mktemp -d)
+trap 'rm -rf "$scratch"' EXIT
 # Processes a test left running are stopped by the test environment; it notes them here.
-leftovers=$(mktemp)
-trap 'rm -f "$leftovers"' EXIT
-export TOVRIN_TEST_LEFTOVER_LOG=$leftovers
-
-# Runs ctest with the given arguments and adds the counts of its JUnit report to the totals.
-ctest_counted() {
-    local report counts code tests_passed tests_failed tests_skipped
-    report=$(mktemp --suffix=.xml)
-    set +e
-    ctest "$@" --output-junit "$report"
-    code=$?
-    set -e
-    [ "$code" -eq 0 ] || status=1
-    if counts=$(python3 "$TOVRIN_ROOT/scripts/junit-totals.py" "$report"); then
-        read -r tests_passed tests_failed tests_skipped <<<"$counts"
-        passed=$((passed + tests_passed))
-        failed=$((failed + tests_failed))
-        skipped=$((skipped + tests_skipped))
-    else
-        status=1
-    fi
-    rm -f "$report"
-}
+export TOVRIN_TEST_LEFTOVER_LOG=$scratch/leftovers
 
 build_dir() {
     if [ "$1" = default ]; then
@@ -64,7 +42,40 @@ build_dir() {
     fi
 }
 
-start_stage "Checks: clang-format and layers"
+# Starts ctest for one build in the background (arguments after the name go to ctest); its
+# output waits in a file until finish_tests prints it.
+start_tests() {
+    local name=$1
+    shift
+    (
+        set +e
+        ctest "$@" --output-junit "$scratch/$name.xml" >"$scratch/$name.log" 2>&1
+        echo $? >"$scratch/$name.status"
+    ) &
+    test_pid=$!
+    test_name=$name
+    test_started=$SECONDS
+}
+
+# Waits for the tests started last, prints their output and adds their counts to the totals.
+finish_tests() {
+    local counts tests_passed tests_failed tests_skipped
+    wait "$test_pid" || true
+    say "Tests ($test_name)"
+    cat "$scratch/$test_name.log"
+    [ "$(cat "$scratch/$test_name.status" 2>/dev/null)" = 0 ] || status=1
+    if counts=$(python3 "$TOVRIN_ROOT/scripts/junit-totals.py" "$scratch/$test_name.xml"); then
+        read -r tests_passed tests_failed tests_skipped <<<"$counts"
+        passed=$((passed + tests_passed))
+        failed=$((failed + tests_failed))
+        skipped=$((skipped + tests_skipped))
+    else
+        status=1
+    fi
+    note_stage "Tests ($test_name)" "$test_started"
+}
+
+started=$SECONDS
 say "Checking the layout of the C++ sources (clang-format)"
 if ! (cd "$TOVRIN_ROOT" && git ls-files -z -- '*.cpp' '*.h' | xargs -0 -r clang-format --dry-run --Werror); then
     say "Some sources are not formatted: run clang-format -i on them"
@@ -72,29 +83,36 @@ if ! (cd "$TOVRIN_ROOT" && git ls-files -z -- '*.cpp' '*.h' | xargs -0 -r clang-
 fi
 say "Checking that each folder includes only the folders below it"
 python3 "$TOVRIN_ROOT/scripts/check-layers.py" "$TOVRIN_ROOT" || status=1
-end_stage
+note_stage "Checks (format, layers)" "$started"
 
+test_pid=""
 for preset in default asan tsan; do
-    start_stage "Build ($preset)"
-    build_preset "$preset"
-    end_stage
-    start_stage "Tests ($preset)"
-    say "Testing ($preset), $jobs at a time"
-    ctest_counted --test-dir "$(build_dir "$preset")" -LE fuzz --output-on-failure \
+    started=$SECONDS
+    if [ -n "$test_pid" ]; then
+        say "Building ($preset) beside the tests of the last build"
+        nice -n 19 bash -c "source '$TOVRIN_ROOT/scripts/common.sh'; build_preset $preset"
+        note_stage "Build ($preset), beside tests" "$started"
+        finish_tests
+    else
+        build_preset "$preset"
+        note_stage "Build ($preset)" "$started"
+    fi
+    say "Testing ($preset), $jobs at a time; the output follows when they end"
+    start_tests "$preset" --test-dir "$(build_dir "$preset")" -LE fuzz --output-on-failure \
         --parallel "$jobs" --timeout 300
-    end_stage
 done
+finish_tests
 
 # The parsers of outside data under libFuzzer, from the sanitizer build (see fuzz/README.md).
-start_stage "Fuzzing ($fuzz_seconds s per target)"
+started=$SECONDS
 say "Fuzzing each parser for $fuzz_seconds s"
 export TOVRIN_FUZZ_SECONDS=$fuzz_seconds
-ctest_counted --test-dir "$(build_dir asan)" -L fuzz --output-on-failure --parallel 2
-end_stage
+start_tests fuzz --test-dir "$(build_dir asan)" -L fuzz --output-on-failure --parallel 2
+finish_tests
 
-if [ -s "$leftovers" ]; then
+if [ -s "$TOVRIN_TEST_LEFTOVER_LOG" ]; then
     say "Processes the tests left running, stopped by the test environment:"
-    sed 's/^/    /' "$leftovers"
+    sed 's/^/    /' "$TOVRIN_TEST_LEFTOVER_LOG"
 fi
 if [ $status -eq 0 ]; then
     say "All three builds passed their tests, and the fuzzers found nothing"
@@ -103,6 +121,6 @@ else
 fi
 say "Time per stage"
 printf '    %s\n' "${stage_lines[@]}"
-printf '    %-44s %3d min %02d s\n' "All" $((SECONDS / 60)) $((SECONDS % 60))
+printf '    %-40s %3d min %02d s\n' "All" $((SECONDS / 60)) $((SECONDS % 60))
 echo "Total: $passed passed, $failed failed, $skipped skipped"
 exit $status

@@ -6,7 +6,6 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
-#include <regex>
 #include <set>
 #include <sstream>
 #include <string>
@@ -30,16 +29,18 @@ std::string readText(const fs::path& path) {
     return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
 }
 
-// The targets run.sh hands to its build step ("build_preset default <target>...").
+// The targets run.sh hands to its build step (its line "build_preset default <target>...").
 std::vector<std::string> runCommandTargets() {
-    const auto script = readText(kSource / "scripts" / "run.sh");
-    std::smatch match;
-    const std::regex line(R"((^|\n)build_preset default ([^\n#]+))");
-    if (!std::regex_search(script, match, line)) {
-        return {};
+    std::istringstream script(readText(kSource / "scripts" / "run.sh"));
+    const std::string step = "build_preset default ";
+    for (std::string line; std::getline(script, line);) {
+        if (line.rfind(step, 0) == 0) {
+            std::istringstream words(line.substr(step.size(), line.find('#') - step.size()));
+            return {std::istream_iterator<std::string>(words),
+                    std::istream_iterator<std::string>()};
+        }
     }
-    std::istringstream words(match[2].str());
-    return {std::istream_iterator<std::string>(words), std::istream_iterator<std::string>()};
+    return {};
 }
 
 // Every node of the build graph that building `targets` reaches, found by asking ninja for the
