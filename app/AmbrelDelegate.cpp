@@ -8,28 +8,28 @@
 #include <QScreen>
 #include <QTimer>
 
-#include "app/AutostartSettings.h"
-#include "app/BarStatePublisher.h"
-#include "app/ColorSchemeWatcher.h"
-#include "app/DesktopPanel.h"
-#include "app/FirstPaintProbe.h"
-#include "app/LowBatteryAlertsController.h"
-#include "app/PanelFrameStore.h"
-#include "app/PanelPlacement.h"
-#include "app/PreviewCapture.h"
-#include "app/ShellTexts.h"
-#include "app/StatusMenu.h"
 #include "app/SystemServices.h"
-#include "app/WakeObserver.h"
 #include "monitor/BarState.h"
+#include "monitor/BarStatePublisher.h"
 #include "monitor/BatteryMonitor.h"
 #include "platform/linux/SpawnProcessLauncher.h"
+#include "platform/qt/ColorSchemeWatcher.h"
 #include "platform/qt/DeadlineTimer.h"
 #include "platform/qt/QtMainScheduler.h"
+#include "platform/qt/WakeObserver.h"
+#include "presentation/WidgetBrand.h"
+#include "shell/AutostartSettings.h"
+#include "shell/DesktopPanel.h"
+#include "shell/FirstPaintProbe.h"
+#include "shell/LowBatteryAlertsController.h"
+#include "shell/PanelFrameStore.h"
+#include "shell/PanelPlacement.h"
+#include "shell/PreviewCapture.h"
+#include "shell/ShellTexts.h"
+#include "shell/StatusMenu.h"
 #include "views/AmbrelView.h"
 #include "views/Appearance.h"
 #include "views/ConnectionWindow.h"
-#include "views/WidgetBrand.h"
 
 namespace ambrel {
 
@@ -54,16 +54,16 @@ std::optional<QRect> mainScreenArea() {
 } // namespace
 
 AmbrelDelegate::AmbrelDelegate(std::vector<std::string> arguments, std::shared_ptr<Bundle> bundle,
-                               std::unique_ptr<LoginItemService> loginItems,
-                               SystemConnectionProbe::Setup connectionSetup, QObject* parent)
+                               std::shared_ptr<const Environment> environment, Setup setup,
+                               QObject* parent)
     : QObject(parent), m_arguments(std::move(arguments)), m_bundle(std::move(bundle)),
-      m_loginItems(std::move(loginItems)),
+      m_environment(std::move(environment)), m_locale(UserLocale::forUser(*m_environment)),
+      m_loginItems(std::move(setup.loginItems)),
       m_displayName(QString::fromStdString(ShellTexts::displayName(*m_bundle))),
-      m_forcedLook(CommandLine::previewLook(m_arguments)),
-      m_launcher(std::make_shared<SpawnProcessLauncher>()) {
+      m_forcedLook(CommandLine::previewLook(m_arguments)), m_launcher(std::move(setup.launcher)) {
     WidgetBrand::readFrom(m_bundle);
-    connectionSetup.launcher = m_launcher;
-    m_openConnectionWindow = connectionWindowOpener(std::move(connectionSetup));
+    setup.connection.launcher = m_launcher;
+    m_openConnectionWindow = connectionWindowOpener(std::move(setup.connection));
 }
 
 AmbrelDelegate::~AmbrelDelegate() {
@@ -95,7 +95,7 @@ void AmbrelDelegate::applicationDidFinishLaunching() {
     }
 
     m_scheduler = std::make_shared<QtMainScheduler>();
-    auto services = systemMonitorServices(m_scheduler, m_bundle, m_launcher);
+    auto services = systemMonitorServices(m_scheduler, m_bundle, m_environment, m_launcher);
     const auto toolDirectory = bundleToolDirectory(*m_bundle);
     m_monitor = std::make_unique<BatteryMonitor>(std::move(services), toolDirectory, std::nullopt);
 
@@ -106,7 +106,8 @@ void AmbrelDelegate::applicationDidFinishLaunching() {
     actions.refresh = [this] { m_monitor->refreshAll(); };
     actions.quit = [] { QCoreApplication::quit(); };
     actions.openAutostartSettings = [this] {
-        AutostartSettings::open(m_loginItems->settingsFolder().value_or(std::filesystem::path()));
+        AutostartSettings::open(m_loginItems->settingsFolder().value_or(std::filesystem::path()),
+                                m_environment->value("XDG_CURRENT_DESKTOP").value_or(""));
     };
     // Tray hosts show the application name as the item's title; the settings file is named
     // apart from it.
@@ -120,8 +121,8 @@ void AmbrelDelegate::applicationDidFinishLaunching() {
     m_statusMenu->setLowBatteryAlerts(m_lowBatteryAlerts->isEnabled(), [this](bool enabled) {
         m_lowBatteryAlerts->setEnabled(enabled);
     });
-    m_barState =
-        std::make_unique<BarStatePublisher>(*m_monitor, *m_scheduler, BarStateFile::location());
+    m_barState = std::make_unique<BarStatePublisher>(*m_monitor, *m_scheduler,
+                                                     BarStateFile::location(*m_environment));
     m_statusMenu->showTrayItem();
 
     m_monitor->start();
@@ -147,7 +148,7 @@ void AmbrelDelegate::configurePanel() {
 
     QPointer<AmbrelDelegate> self(this);
     auto* card = new AmbrelView(
-        *m_monitor,
+        *m_monitor, m_locale,
         [self] {
             if (self != nullptr && self->m_panel) {
                 self->m_panel->hide();
@@ -155,7 +156,9 @@ void AmbrelDelegate::configurePanel() {
         },
         [] { QCoreApplication::quit(); }, m_openConnectionWindow);
     m_panel->setContent(card);
-    FirstPaintProbe::installIfRequested(m_panel.get());
+    if (CommandLine::hasArgument(m_arguments, FirstPaintProbe::kSwitch)) {
+        FirstPaintProbe::install(m_panel.get());
+    }
 
     const auto saved = m_frameStore->load();
     const QRect frame = saved ? *saved

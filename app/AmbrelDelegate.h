@@ -12,8 +12,10 @@
 #include <QObject>
 #include <QString>
 
-#include "app/CommandLine.h"
+#include "commands/CommandLine.h"
 #include "diagnosis/SystemConnectionProbe.h"
+#include "platform/Environment.h"
+#include "presentation/UserLocale.h"
 
 class QScreen;
 class QWidget;
@@ -46,12 +48,22 @@ public:
     // the panel at start nor every step of a drag waits for the disk. Quitting writes it at once.
     static constexpr std::chrono::milliseconds kFrameSaveDelay{1000};
 
-    // `arguments` as the process got them (the program path first). `loginItems` is shared
-    // with nothing else and kept. `connectionSetup` is where the connection window (opened by
-    // the setup sheet's "Open Finder") looks; its tools run on the delegate's launcher.
+    // The system's parts a run uses, made by the entry.
+    struct Setup {
+        // Shared with nothing else and kept.
+        std::unique_ptr<LoginItemService> loginItems;
+        // Starts the phone tools (with the program's muxer in their environment); shut down at
+        // quit so that none outlives the program.
+        std::shared_ptr<SpawnProcessLauncher> launcher;
+        // Where the connection window (opened by the setup sheet's "Open Finder") looks.
+        SystemConnectionProbe::Setup connection;
+    };
+
+    // `arguments` as the process got them (the program path first); `environment` as it
+    // started.
     AmbrelDelegate(std::vector<std::string> arguments, std::shared_ptr<Bundle> bundle,
-                   std::unique_ptr<LoginItemService> loginItems,
-                   SystemConnectionProbe::Setup connectionSetup, QObject* parent = nullptr);
+                   std::shared_ptr<const Environment> environment, Setup setup,
+                   QObject* parent = nullptr);
     ~AmbrelDelegate() override;
 
     // The launch sequence; called once the application object exists.
@@ -80,11 +92,12 @@ private:
 
     std::vector<std::string> m_arguments;
     std::shared_ptr<Bundle> m_bundle;
+    std::shared_ptr<const Environment> m_environment;
+    UserLocale m_locale;
     std::unique_ptr<LoginItemService> m_loginItems;
     QString m_displayName;
     std::optional<CommandLine::PreviewLook> m_forcedLook;
 
-    // Starts the phone tools; shut down at quit so that none outlives the program.
     std::shared_ptr<SpawnProcessLauncher> m_launcher;
     std::function<void(QWidget*)> m_openConnectionWindow;
     std::shared_ptr<QtMainScheduler> m_scheduler;

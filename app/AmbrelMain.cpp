@@ -1,7 +1,7 @@
 #include "app/AmbrelMain.h"
 
+#include <algorithm>
 #include <cstdio>
-#include <cstdlib>
 #include <filesystem>
 #include <memory>
 #include <string>
@@ -9,21 +9,29 @@
 #include <QApplication>
 
 #include "app/AmbrelDelegate.h"
-#include "app/BarCommand.h"
-#include "app/CommandLine.h"
-#include "app/ConnectionCommands.h"
 #include "app/ConnectionSetup.h"
-#include "app/LoginCommand.h"
-#include "app/QuitSignals.h"
-#include "app/ReadingsCommand.h"
-#include "app/SettingsFile.h"
-#include "app/ShellTexts.h"
-#include "app/SingleInstance.h"
+#include "app/SystemServices.h"
+#include "commands/BarCommand.h"
+#include "commands/CommandLine.h"
+#include "commands/DiagnoseCommand.h"
+#include "commands/EnableLoginCommand.h"
+#include "commands/EnableWifiCommand.h"
+#include "commands/HelpCommand.h"
+#include "commands/LoginStatusCommand.h"
+#include "commands/ReadingsCommand.h"
+#include "commands/VersionCommand.h"
+#include "monitor/BarState.h"
 #include "muxer/PrivateMuxer.h"
 #include "platform/linux/ExecutableBundle.h"
+#include "platform/linux/ProcessEnvironment.h"
 #include "platform/linux/SpawnProcessLauncher.h"
+#include "platform/linux/ThreadWorker.h"
 #include "platform/linux/XdgAutostartService.h"
 #include "platform/linux/XdgFolders.h"
+#include "platform/qt/QuitSignals.h"
+#include "platform/qt/SingleInstance.h"
+#include "shell/SettingsFile.h"
+#include "shell/ShellTexts.h"
 
 #ifndef TOVRIN_VERSION
 #error "TOVRIN_VERSION must be defined by the build"
@@ -38,6 +46,10 @@ void print(const std::string& text) {
     std::fflush(stdout);
 }
 
+void printError(const std::string& text) {
+    std::fwrite(text.data(), 1, text.size(), stderr);
+}
+
 std::string bundleIdentifier(const Bundle& bundle) {
     return bundle.infoString("CFBundleIdentifier").value_or(std::string());
 }
@@ -48,22 +60,27 @@ std::string appPath(const Bundle& bundle) {
     return bundle.executablePath().string();
 }
 
-std::unique_ptr<XdgAutostartService> loginItemService(const Bundle& bundle) {
+std::unique_ptr<XdgAutostartService>
+loginItemService(const Bundle& bundle, std::shared_ptr<const Environment> environment) {
     AutostartProgram program;
     program.identifier = bundleIdentifier(bundle);
     program.name = ShellTexts::displayName(bundle);
     program.executable = bundle.executablePath();
     program.resourceFolder = bundle.resourceFolder();
-    return std::make_unique<XdgAutostartService>(std::move(program));
+    return std::make_unique<XdgAutostartService>(std::move(program), std::move(environment));
 }
 
-// Placement and stacking below other windows need X11; under Wayland the program asks for
-// XWayland unless the user chose a platform.
-void preferX11UnderWayland() {
-    if (!qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY") &&
-        !qEnvironmentVariableIsSet("QT_QPA_PLATFORM")) {
-        qputenv("QT_QPA_PLATFORM", "xcb");
+// What the program's children get: its own environment, with the program's muxer in
+// USBMUXD_SOCKET_ADDRESS when it runs one.
+std::vector<std::string> toolEnvironment(const Environment& environment,
+                                         const PrivateMuxer* muxer) {
+    auto entries = environment.entries();
+    if (muxer != nullptr) {
+        const std::string name = "USBMUXD_SOCKET_ADDRESS=";
+        std::erase_if(entries, [&](const std::string& entry) { return entry.rfind(name, 0) == 0; });
+        entries.push_back(name + muxer->address());
     }
+    return entries;
 }
 
 // What a later launch hands over to the running copy: a preview capture, with its path made
@@ -84,13 +101,24 @@ SingleInstance::Request handOverRequest(const std::vector<std::string>& argument
     return request;
 }
 
+// The arguments for the Qt application. Placement and stacking below other windows need X11;
+// under Wayland the program asks for XWayland unless the user chose a platform.
+std::vector<std::string> applicationArguments(int argc, char** argv,
+                                              const Environment& environment) {
+    std::vector<std::string> result(argv, argv + argc);
+    if (environment.nonEmpty("WAYLAND_DISPLAY") && !environment.value("QT_QPA_PLATFORM")) {
+        result.insert(result.end(), {"-platform", "xcb"});
+    }
+    return result;
+}
+
 int runWidget(int argc, char** argv, const std::vector<std::string>& arguments,
-              std::shared_ptr<Bundle> bundle, SystemConnectionProbe::Setup connectionSetup,
-              HeldQuitSignals& heldQuitSignals) {
-    preferX11UnderWayland();
+              std::shared_ptr<Bundle> bundle, std::shared_ptr<const Environment> environment,
+              AmbrelDelegate::Setup setup, HeldQuitSignals& heldQuitSignals) {
     auto [claim, instance] = SingleInstance::claim(
         SingleInstance::lockPath(bundleIdentifier(*bundle).empty() ? std::string("tovrin")
-                                                                   : bundleIdentifier(*bundle)),
+                                                                   : bundleIdentifier(*bundle),
+                                 *environment),
         handOverRequest(arguments));
     if (claim == SingleInstance::Claim::handedOver) {
         return 0;
@@ -100,19 +128,27 @@ int runWidget(int argc, char** argv, const std::vector<std::string>& arguments,
     QCoreApplication::setOrganizationDomain(QStringLiteral("quenby.com"));
     QCoreApplication::setApplicationName(QString::fromLatin1(SettingsFile::kApplication));
     QCoreApplication::setApplicationVersion(QStringLiteral(TOVRIN_VERSION));
-    QApplication application(argc, argv);
+    auto qtArguments = applicationArguments(argc, argv, *environment);
+    std::vector<char*> qtArgv;
+    for (auto& argument : qtArguments) {
+        qtArgv.push_back(argument.data());
+    }
+    qtArgv.push_back(nullptr);
+    int qtArgc = static_cast<int>(qtArguments.size());
+    QApplication application(qtArgc, qtArgv.data());
 
-    const QuitSignals quitSignals;
+    SignalEvents signalEvents;
+    const QuitSignals quitSignals(signalEvents);
     heldQuitSignals.release();
-    auto loginItems = loginItemService(*bundle);
-    AmbrelDelegate delegate(arguments, std::move(bundle), std::move(loginItems),
-                            std::move(connectionSetup));
+    setup.loginItems = loginItemService(*bundle, environment);
+    AmbrelDelegate delegate(arguments, std::move(bundle), std::move(environment), std::move(setup));
     QObject::connect(&application, &QCoreApplication::aboutToQuit, &delegate,
                      [&delegate] { delegate.applicationWillTerminate(); });
     delegate.applicationDidFinishLaunching();
     if (instance) {
-        instance->listen(
-            [&delegate](const SingleInstance::Request& request) { delegate.laterLaunch(request); });
+        instance->listen(signalEvents, [&delegate](const SingleInstance::Request& request) {
+            delegate.laterLaunch(request);
+        });
     }
     return QApplication::exec();
 }
@@ -121,47 +157,71 @@ int runWidget(int argc, char** argv, const std::vector<std::string>& arguments,
 
 int main(int argc, char** argv) {
     const auto arguments = CommandLine::arguments(argc, argv);
+    // Read once, before any other thread runs; everything below gets it from here.
+    const std::shared_ptr<const Environment> environment = std::make_shared<ProcessEnvironment>();
     auto bundle = std::make_shared<ExecutableBundle>();
-
-    auto loginItems = loginItemService(*bundle);
-    if (const auto outcome = LoginCommand::run(arguments, *loginItems, bundleIdentifier(*bundle),
-                                               appPath(*bundle))) {
-        print(outcome->output);
-        return outcome->exitCode;
-    }
     const auto name = ShellTexts::displayName(*bundle);
-    if (CommandLine::hasArgument(arguments, "--help")) {
-        print(CommandLine::helpText(name));
-        return 0;
-    }
-    if (CommandLine::hasArgument(arguments, "--version")) {
-        print(CommandLine::versionText(
-            name, bundle->infoString("CFBundleShortVersionString").value_or(TOVRIN_VERSION)));
-        return 0;
-    }
-    if (BarCommand::isRequested(arguments)) {
-        return BarCommand::run(argc, argv, arguments);
-    }
-    // Wi-Fi phones are reached through the program's own muxer; the phone tools find it in
-    // USBMUXD_SOCKET_ADDRESS. Started before any other thread, kept until the program ends.
-    const auto support = XdgFolders().applicationSupport();
+    auto loginItems = loginItemService(*bundle, environment);
+    const LoginItemIdentity loginIdentity{bundleIdentifier(*bundle), appPath(*bundle)};
+
+    const auto support = XdgFolders(environment).applicationSupport();
     const auto dataFolder = support ? *support / "Ambrel" : std::filesystem::path();
-    const char* userMuxer = std::getenv("USBMUXD_SOCKET_ADDRESS");
-    const std::string userMuxerAddress = userMuxer != nullptr ? userMuxer : "";
+    // The user's own muxer, as set before ours runs.
+    const std::string userMuxerAddress =
+        environment->nonEmpty("USBMUXD_SOCKET_ADDRESS").value_or("");
+    // The program's own muxer, for the commands that talk to the phone and for the widget; the
+    // phone tools find it through the environment their launcher gives them.
+    std::unique_ptr<PrivateMuxer> muxer;
+    std::shared_ptr<SpawnProcessLauncher> launcher;
+    const auto connectionSetup = [&] {
+        return connectionProbeSetup(*bundle, *environment, userMuxerAddress, dataFolder, launcher);
+    };
+    const auto monitorServices = [&](bool readsPhone) -> MonitorServicesFactory {
+        return [&, readsPhone](std::shared_ptr<MainScheduler> scheduler) {
+            return systemMonitorServices(std::move(scheduler), bundle, environment,
+                                         readsPhone ? launcher : nullptr);
+        };
+    };
+    const auto worker = std::make_shared<ThreadWorker>();
+
+    // In the order they are asked: "--enable-login" wins over "--login-status", any one-shot
+    // switch over running the widget.
+    std::vector<std::unique_ptr<Command>> commands;
+    commands.push_back(std::make_unique<EnableLoginCommand>(*loginItems, loginIdentity));
+    commands.push_back(std::make_unique<LoginStatusCommand>(*loginItems, loginIdentity));
+    commands.push_back(std::make_unique<HelpCommand>(name));
+    commands.push_back(std::make_unique<VersionCommand>(
+        name, bundle->infoString("CFBundleShortVersionString").value_or(TOVRIN_VERSION)));
+    commands.push_back(std::make_unique<BarCommand>(monitorServices(false), environment,
+                                                    BarStateFile::location(*environment)));
+    commands.push_back(std::make_unique<EnableWifiCommand>(connectionSetup, worker));
+    commands.push_back(std::make_unique<DiagnoseCommand>(connectionSetup, worker));
+    commands.push_back(
+        std::make_unique<ReadingsCommand>(monitorServices(true), bundleToolDirectory(*bundle)));
+
+    const auto requested = std::find_if(commands.begin(), commands.end(), [&](const auto& command) {
+        return command->isRequested(arguments);
+    });
+    const Invocation invocation{arguments, argc, argv, print, printError};
+    if (requested != commands.end() && !(*requested)->usesPhone()) {
+        return (*requested)->run(invocation);
+    }
+    // The muxer is started before any other thread, and a quit asked meanwhile waits for the
+    // clean quit (which takes the muxer's socket with it).
     HeldQuitSignals heldQuitSignals;
-    const auto muxer = startPrivateMuxer(dataFolder);
-    if (ConnectionCommands::isRequested(arguments)) {
+    muxer = startPrivateMuxer(*environment, dataFolder);
+    launcher = std::make_shared<SpawnProcessLauncher>(toolEnvironment(*environment, muxer.get()));
+    if (requested != commands.end()) {
         heldQuitSignals.release();
-        const auto launcher = std::make_shared<SpawnProcessLauncher>();
-        return ConnectionCommands::run(
-            arguments, connectionProbeSetup(*bundle, userMuxerAddress, dataFolder, launcher));
+        const int exitCode = (*requested)->run(invocation);
+        launcher->shutDown();
+        return exitCode;
     }
-    if (CommandLine::hasArgument(arguments, "--readings")) {
-        heldQuitSignals.release();
-        return ReadingsCommand::run(argc, argv);
-    }
-    auto connectionSetup = connectionProbeSetup(*bundle, userMuxerAddress, dataFolder, nullptr);
-    return runWidget(argc, argv, arguments, std::move(bundle), std::move(connectionSetup),
+    AmbrelDelegate::Setup setup;
+    setup.launcher = launcher;
+    setup.connection =
+        connectionProbeSetup(*bundle, *environment, userMuxerAddress, dataFolder, launcher);
+    return runWidget(argc, argv, arguments, std::move(bundle), environment, std::move(setup),
                      heldQuitSignals);
 }
 

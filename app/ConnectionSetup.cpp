@@ -8,6 +8,7 @@
 namespace ambrel {
 
 SystemConnectionProbe::Setup connectionProbeSetup(const Bundle& bundle,
+                                                  const Environment& environment,
                                                   const std::string& userMuxerAddress,
                                                   const std::filesystem::path& dataFolder,
                                                   std::shared_ptr<ProcessLauncher> launcher) {
@@ -16,7 +17,7 @@ SystemConnectionProbe::Setup connectionProbeSetup(const Bundle& bundle,
     setup.toolDirectory = bundleToolDirectory(bundle).value_or(std::filesystem::path());
     const std::string unixPrefix = "UNIX:";
     if (userMuxerAddress.empty()) {
-        setup.systemMuxerSocket = systemMuxerSocketPath();
+        setup.systemMuxerSocket = systemMuxerSocketPath(environment);
     } else if (userMuxerAddress.rfind(unixPrefix, 0) == 0 &&
                userMuxerAddress.size() > unixPrefix.size()) {
         // The user's own muxer stands for the system's.

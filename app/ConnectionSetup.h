@@ -7,6 +7,7 @@
 
 #include "diagnosis/SystemConnectionProbe.h"
 #include "platform/Bundle.h"
+#include "platform/Environment.h"
 #include "platform/ProcessLauncher.h"
 
 namespace ambrel {
@@ -16,6 +17,7 @@ namespace ambrel {
 // not set); `dataFolder` the program's own data folder (empty: none); `launcher` the program's
 // own, which runs the helper and the tools.
 SystemConnectionProbe::Setup connectionProbeSetup(const Bundle& bundle,
+                                                  const Environment& environment,
                                                   const std::string& userMuxerAddress,
                                                   const std::filesystem::path& dataFolder,
                                                   std::shared_ptr<ProcessLauncher> launcher);

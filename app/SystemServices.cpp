@@ -13,6 +13,7 @@ namespace ambrel {
 
 MonitorServices systemMonitorServices(std::shared_ptr<MainScheduler> scheduler,
                                       std::shared_ptr<Bundle> bundle,
+                                      std::shared_ptr<const Environment> environment,
                                       std::shared_ptr<ProcessLauncher> launcher) {
     auto clock = std::make_shared<SystemClock>();
     MonitorServices services;
@@ -21,7 +22,7 @@ MonitorServices systemMonitorServices(std::shared_ptr<MainScheduler> scheduler,
     services.worker = std::make_shared<ThreadWorker>();
     services.powerSources = std::make_shared<SysfsPowerSourceProvider>();
     services.host = std::make_shared<LinuxHostInfo>();
-    services.folders = std::make_shared<XdgFolders>();
+    services.folders = std::make_shared<XdgFolders>(std::move(environment));
     services.bundle = std::move(bundle);
     if (!launcher) {
         return services;

@@ -11,8 +11,8 @@
 #include <mutex>
 
 #include "monitor/BatteryMonitor.h"
+#include "presentation/UserLocale.h"
 #include "views/AmbrelView.h"
-#include "views/UserLocale.h"
 
 namespace {
 
@@ -128,7 +128,7 @@ struct Scene {
                                      const std::optional<PhoneIdentity>&) -> PhoneReadResult {
             BatteryDeviceSnapshot snapshot("iphone", "Anna\u2019s iPhone", 64, false, false,
                                            still->now(), "Wi-Fi", std::string("iPhone15,2"));
-            return PhoneReading{snapshot, "00008110-BENCH",
+            return PhoneReading{snapshot, PhoneLink::wifi, "00008110-BENCH",
                                 PhoneIdentity{"00008110-BENCH", "Anna\u2019s iPhone", {}}};
         };
         monitor = std::make_unique<BatteryMonitor>(

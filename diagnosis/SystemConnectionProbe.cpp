@@ -121,7 +121,7 @@ std::optional<std::vector<PhoneOnMuxer>> SystemConnectionProbe::systemMuxerPhone
     std::vector<PhoneOnMuxer> phones;
     for (const auto& device : *devices) {
         phones.push_back({udidOfSerial(device.serialNumber),
-                          device.connection == MuxDevice::Connection::network ? PhoneLink::network
+                          device.connection == MuxDevice::Connection::network ? PhoneLink::wifi
                                                                               : PhoneLink::usb});
     }
     return phones;

@@ -31,7 +31,7 @@ int finish(const json& line, int code) {
 }
 
 int failure(json line, const std::string& error, int code) {
-    line["error"] = error;
+    line[protocol::kErrorKey] = error;
     return finish(line, code);
 }
 
@@ -134,16 +134,18 @@ int listPhones() {
     usbmuxd_device_info_t* list = nullptr;
     const int count = usbmuxd_get_device_list(&list);
     if (count < 0) {
-        return failure(json::object(), "MuxerUnavailable", protocol::kExitMuxerUnavailable);
+        return failure(json::object(), protocol::kMuxerUnavailableError,
+                       protocol::kExitMuxerUnavailable);
     }
     json devices = json::array();
     for (int i = 0; i < count; ++i) {
-        devices.push_back(
-            {{"udid", list[i].udid},
-             {"connection", list[i].conn_type == CONNECTION_TYPE_NETWORK ? "network" : "usb"}});
+        devices.push_back({{protocol::kUdidKey, list[i].udid},
+                           {protocol::kConnectionKey, list[i].conn_type == CONNECTION_TYPE_NETWORK
+                                                          ? protocol::kNetworkConnection
+                                                          : protocol::kUsbConnection}});
     }
     usbmuxd_device_list_free(&list);
-    return finish({{"devices", devices}}, protocol::kExitOk);
+    return finish({{protocol::kDevicesKey, devices}}, protocol::kExitOk);
 }
 
 struct Failure {
@@ -165,11 +167,11 @@ std::optional<Failure> connect(Connection& connection, const std::string& udid,
                                enum idevice_options lookup) {
     usbmuxd_device_info_t* list = nullptr;
     if (usbmuxd_get_device_list(&list) < 0) {
-        return Failure{"MuxerUnavailable", protocol::kExitMuxerUnavailable};
+        return Failure{protocol::kMuxerUnavailableError, protocol::kExitMuxerUnavailable};
     }
     usbmuxd_device_list_free(&list);
     if (idevice_new_with_options(&connection.device, udid.c_str(), lookup) != IDEVICE_E_SUCCESS) {
-        return Failure{"NoDevice", protocol::kExitNoDevice};
+        return Failure{protocol::kNoDeviceError, protocol::kExitNoDevice};
     }
     const lockdownd_error_t error =
         lockdownd_client_new(connection.device, &connection.client, kLabel);
@@ -180,7 +182,7 @@ std::optional<Failure> connect(Connection& connection, const std::string& udid,
 }
 
 int phoneInfo(const std::string& udid, bool networkOnly) {
-    json line = {{"udid", udid}};
+    json line = {{protocol::kUdidKey, udid}};
     Connection connection;
     bool overNetwork = networkOnly;
     const auto lookup = networkOnly ? IDEVICE_LOOKUP_NETWORK : IDEVICE_LOOKUP_USBMUX;
@@ -194,32 +196,33 @@ int phoneInfo(const std::string& udid, bool networkOnly) {
         }
         overNetwork = true;
     }
-    line["connection"] = overNetwork ? "network" : "usb";
+    line[protocol::kConnectionKey] =
+        overNetwork ? protocol::kNetworkConnection : protocol::kUsbConnection;
     const auto name = publicValue(connection.client, "DeviceName");
     const auto model = publicValue(connection.client, "ProductType");
     const auto wifiAddress = publicValue(connection.client, "WiFiAddress");
     if (!name && !model) {
-        return failure(line, "InvalidResponse", protocol::kExitLockdownError);
+        return failure(line, protocol::kInvalidResponseError, protocol::kExitLockdownError);
     }
-    line["name"] = name.value_or("");
-    line["model"] = model.value_or("");
-    line["wifiAddress"] = wifiAddress.value_or("");
+    line[protocol::kNameKey] = name.value_or("");
+    line[protocol::kModelKey] = model.value_or("");
+    line[protocol::kWifiAddressKey] = wifiAddress.value_or("");
     const lockdownd_error_t session = startSession(connection, udid);
-    line["trusted"] = session == LOCKDOWN_E_SUCCESS;
-    line["wifiConnections"] = nullptr;
+    line[protocol::kTrustedKey] = session == LOCKDOWN_E_SUCCESS;
+    line[protocol::kWifiConnectionsKey] = nullptr;
     if (session != LOCKDOWN_E_SUCCESS) {
-        line["trustError"] = ambrel::LockdownErrorNames::name(session);
+        line[protocol::kTrustErrorKey] = ambrel::LockdownErrorNames::name(session);
         return finish(line, protocol::kExitOk);
     }
     lockdownd_error_t error = LOCKDOWN_E_SUCCESS;
     if (const auto enabled = wifiConnections(connection.client, &error)) {
-        line["wifiConnections"] = *enabled;
+        line[protocol::kWifiConnectionsKey] = *enabled;
     }
     return finish(line, protocol::kExitOk);
 }
 
 int wifi(const std::string& udid, std::optional<bool> wanted) {
-    json line = {{"udid", udid}};
+    json line = {{protocol::kUdidKey, udid}};
     Connection connection;
     // The setting is changed over the cable only, as on the Mac.
     if (auto failed = connect(connection, udid, IDEVICE_LOOKUP_USBMUX)) {
@@ -242,7 +245,7 @@ int wifi(const std::string& udid, std::optional<bool> wanted) {
     if (!enabled) {
         return failure(line, lockdownFailure(error));
     }
-    line["wifiConnections"] = *enabled;
+    line[protocol::kWifiConnectionsKey] = *enabled;
     return finish(line, protocol::kExitOk);
 }
 
@@ -258,7 +261,7 @@ int usage() {
 
 int main(int argc, char** argv) {
     const std::vector<std::string> arguments(argv + 1, argv + argc);
-    if (arguments.size() == 1 && arguments[0] == "list") {
+    if (arguments.size() == 1 && arguments[0] == protocol::kListCommand) {
         return listPhones();
     }
     if (arguments.size() < 2 || arguments[1].empty()) {
@@ -266,18 +269,19 @@ int main(int argc, char** argv) {
     }
     const std::string& command = arguments[0];
     const std::string& udid = arguments[1];
-    if (command == "info" && arguments.size() == 2) {
+    if (command == protocol::kInfoCommand && arguments.size() == 2) {
         return phoneInfo(udid, false);
     }
-    if (command == "info" && arguments.size() == 3 && arguments[2] == "--network") {
+    if (command == protocol::kInfoCommand && arguments.size() == 3 &&
+        arguments[2] == protocol::kNetworkOption) {
         return phoneInfo(udid, true);
     }
-    if (command == "wifi" && arguments.size() == 2) {
+    if (command == protocol::kWifiCommand && arguments.size() == 2) {
         return wifi(udid, std::nullopt);
     }
-    if (command == "wifi" && arguments.size() == 3 &&
-        (arguments[2] == "on" || arguments[2] == "off")) {
-        return wifi(udid, arguments[2] == "on");
+    if (command == protocol::kWifiCommand && arguments.size() == 3 &&
+        (arguments[2] == protocol::kOn || arguments[2] == protocol::kOff)) {
+        return wifi(udid, arguments[2] == protocol::kOn);
     }
     return usage();
 }

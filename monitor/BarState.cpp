@@ -109,9 +109,12 @@ std::filesystem::path location(const char* runtimeDir, const char* cacheHome, co
     return folder / "tovrin" / "state.json";
 }
 
-std::filesystem::path location() {
-    return location(std::getenv("XDG_RUNTIME_DIR"), std::getenv("XDG_CACHE_HOME"),
-                    std::getenv("HOME"));
+std::filesystem::path location(const Environment& environment) {
+    const auto runtimeDir = environment.value("XDG_RUNTIME_DIR");
+    const auto cacheHome = environment.value("XDG_CACHE_HOME");
+    const auto home = environment.value("HOME");
+    return location(runtimeDir ? runtimeDir->c_str() : nullptr,
+                    cacheHome ? cacheHome->c_str() : nullptr, home ? home->c_str() : nullptr);
 }
 
 bool prepareFolder(const std::filesystem::path& file) {

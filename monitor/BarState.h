@@ -9,6 +9,7 @@
 
 #include "model/BatteryDeviceSnapshot.h"
 #include "model/PhoneSetupState.h"
+#include "platform/Environment.h"
 
 namespace ambrel {
 
@@ -37,8 +38,8 @@ namespace BarStateFile {
 // "tovrin/state.json"; never the shared temporary folder, where another user could plant the
 // file first.
 std::filesystem::path location(const char* runtimeDir, const char* cacheHome, const char* home);
-// location() with the process's environment.
-std::filesystem::path location();
+// location() with the variables of `environment`.
+std::filesystem::path location(const Environment& environment);
 
 // Makes the folder that holds `file` (mode 0700) unless it exists; false when it cannot.
 bool prepareFolder(const std::filesystem::path& file);

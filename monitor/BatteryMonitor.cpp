@@ -184,9 +184,8 @@ void BatteryMonitor::applyPhoneResult(PhoneReadResult result) {
         m_preferredPhoneID = reading.udid;
         m_identity = reading.identity;
         publish(m_phoneSetupState, PhoneSetupState::ready, MonitorProperty::phoneSetupState);
-        // Exact comparison: any other spelling of the source counts as a cable.
         publish(m_phoneStatus,
-                reading.snapshot.source() == "Wi-Fi" ? wifiStatus() : std::string(kUsbStatus),
+                reading.link == PhoneLink::wifi ? wifiStatus() : std::string(kUsbStatus),
                 MonitorProperty::phoneStatus);
         savePhoneCache(reading.snapshot);
     } else {

@@ -9,17 +9,11 @@ namespace ambrel {
 namespace {
 
 constexpr const char* kAddressVariable = "USBMUXD_SOCKET_ADDRESS";
-// Where tests put a system muxer of their own.
-constexpr const char* kSystemMuxerForTesting = "TOVRIN_SYSTEM_USBMUXD_FOR_TESTING";
+constexpr const char* kSystemMuxerVariable = "TOVRIN_SYSTEM_USBMUXD";
 // How long a listing right after the start waits for avahi-daemon to report the phones it
 // already knows: a phone read at launch would otherwise miss them. Well within the tools'
 // 5-second wait for the answer.
 constexpr std::chrono::milliseconds kFirstDiscoveryLimit{2000};
-
-std::string environment(const char* name) {
-    const char* value = std::getenv(name);
-    return value != nullptr ? value : "";
-}
 
 // The folder of the socket: made 0700 when missing; refused when it is not a real folder of
 // ours, since whoever owns it could swap the socket.
@@ -35,12 +29,12 @@ bool makePrivateFolder(const std::filesystem::path& folder) {
 
 } // namespace
 
-std::filesystem::path PrivateMuxer::defaultSocketPath() {
-    const auto runtime = environment("XDG_RUNTIME_DIR");
+std::filesystem::path PrivateMuxer::defaultSocketPath(const Environment& environment) {
+    const auto runtime = environment.nonEmpty("XDG_RUNTIME_DIR").value_or("");
     if (!runtime.empty() && std::filesystem::path(runtime).is_absolute()) {
         return std::filesystem::path(runtime) / "tovrin" / "usbmuxd";
     }
-    auto temporary = environment("TMPDIR");
+    auto temporary = environment.nonEmpty("TMPDIR").value_or("");
     if (temporary.empty() || !std::filesystem::path(temporary).is_absolute()) {
         temporary = "/tmp";
     }
@@ -57,6 +51,7 @@ PrivateMuxer::~PrivateMuxer() {
 
 std::optional<std::string> PrivateMuxer::start() {
     const auto address = "UNIX:" + m_setup.socketPath.string();
+    m_address = address;
     if (!makePrivateFolder(m_setup.socketPath.parent_path())) {
         return std::nullopt;
     }
@@ -94,25 +89,24 @@ bool PrivateMuxer::isDiscovering() const {
     return m_discovery && m_discovery->isUsable();
 }
 
-std::string systemMuxerSocketPath() {
-    const auto system = environment(kSystemMuxerForTesting);
-    return system.empty() ? PrivateMuxer::Setup().systemMuxerPath : system;
+std::string systemMuxerSocketPath(const Environment& environment) {
+    return environment.nonEmpty(kSystemMuxerVariable)
+        .value_or(PrivateMuxer::Setup().systemMuxerPath);
 }
 
-std::unique_ptr<PrivateMuxer> startPrivateMuxer(const std::filesystem::path& dataFolder) {
-    if (!environment(kAddressVariable).empty()) {
+std::unique_ptr<PrivateMuxer> startPrivateMuxer(const Environment& environment,
+                                                const std::filesystem::path& dataFolder) {
+    if (environment.nonEmpty(kAddressVariable)) {
         return nullptr;
     }
     PrivateMuxer::Setup setup;
-    setup.socketPath = PrivateMuxer::defaultSocketPath();
+    setup.socketPath = PrivateMuxer::defaultSocketPath(environment);
     setup.ownRecordsFolder = dataFolder / "pair-records";
-    setup.systemMuxerPath = systemMuxerSocketPath();
+    setup.systemMuxerPath = systemMuxerSocketPath(environment);
     auto muxer = std::make_unique<PrivateMuxer>(setup);
-    const auto address = muxer->start();
-    if (!address) {
+    if (!muxer->start()) {
         return nullptr;
     }
-    ::setenv(kAddressVariable, address->c_str(), 1);
     return muxer;
 }
 

@@ -9,11 +9,13 @@
 #include "muxer/MuxerServer.h"
 #include "muxer/PairRecordStore.h"
 #include "muxer/WifiPhoneDirectory.h"
+#include "platform/Environment.h"
 
 namespace ambrel {
 
 // The program's own muxer, whole: the server on a private socket, the pair records, the Wi-Fi
-// phones avahi finds. The phone tools reach it through USBMUXD_SOCKET_ADDRESS.
+// phones avahi finds. The phone tools reach it through USBMUXD_SOCKET_ADDRESS, which the
+// program gives the launcher that starts them.
 class PrivateMuxer {
 public:
     struct Setup {
@@ -27,8 +29,8 @@ public:
     };
 
     // "$XDG_RUNTIME_DIR/tovrin/usbmuxd"; without XDG_RUNTIME_DIR, "<temporary folder>/tovrin-
-    // <uid>/usbmuxd". Only the path; nothing is made.
-    static std::filesystem::path defaultSocketPath();
+    // <uid>/usbmuxd", from `environment`. Only the path; nothing is made.
+    static std::filesystem::path defaultSocketPath(const Environment& environment);
 
     explicit PrivateMuxer(Setup setup);
     ~PrivateMuxer();
@@ -42,26 +44,31 @@ public:
     std::optional<std::string> start();
     void stop();
 
+    // What start() returned: the value the phone tools' USBMUXD_SOCKET_ADDRESS is to have.
+    const std::string& address() const { return m_address; }
+
     // Whether Wi-Fi discovery is connecting or runs; false once avahi could not be used.
     bool isDiscovering() const;
 
 private:
     Setup m_setup;
+    std::string m_address;
     PairRecordStore m_records;
     WifiPhoneDirectory m_directory;
     std::unique_ptr<AvahiDiscovery> m_discovery;
     std::unique_ptr<MuxerServer> m_server;
 };
 
-// The system usbmuxd's socket that the program's muxer passes USB through to.
-std::string systemMuxerSocketPath();
+// The system usbmuxd's socket that the program's muxer passes USB through to: /var/run/usbmuxd,
+// or the one TOVRIN_SYSTEM_USBMUXD names where the system's usbmuxd listens elsewhere (a
+// container, a sandbox with the socket passed in, a usbmuxd of the user's own on the cable).
+std::string systemMuxerSocketPath(const Environment& environment);
 
-// Starts the program's muxer unless the user's environment already names one in
-// USBMUXD_SOCKET_ADDRESS (that muxer is then used), and points this process's
-// USBMUXD_SOCKET_ADDRESS at it so that every tool it runs inherits it. `dataFolder` is the
-// program's own data folder (empty: no copies of pair records are kept). Nothing when the user's
-// muxer is used or none could be started. Call before any other thread runs (it changes the
-// environment).
-std::unique_ptr<PrivateMuxer> startPrivateMuxer(const std::filesystem::path& dataFolder);
+// Starts the program's muxer unless `environment` already names one in USBMUXD_SOCKET_ADDRESS
+// (the user's muxer is then used). `dataFolder` is the program's own data folder (empty: no
+// copies of pair records are kept). Nothing when the user's muxer is used or none could be
+// started; the phone tools are then given no address of ours.
+std::unique_ptr<PrivateMuxer> startPrivateMuxer(const Environment& environment,
+                                                const std::filesystem::path& dataFolder);
 
 } // namespace ambrel

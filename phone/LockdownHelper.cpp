@@ -40,7 +40,7 @@ Expected<json, LockdownError> replyOf(const CommandOutput& output) {
     }
     if (output.status != protocol::kExitOk) {
         const auto kind = failureOfExit(output.status);
-        const auto name = reply.value("error", std::string());
+        const auto name = reply.value(protocol::kErrorKey, std::string());
         if (kind == LockdownFailure::helperBroken || name.empty()) {
             return unexpected(LockdownError{LockdownFailure::helperBroken, "HelperFailed"});
         }
@@ -54,7 +54,7 @@ LockdownError malformed() {
 }
 
 PhoneLink linkOf(const json& value) {
-    return value == "network" ? PhoneLink::network : PhoneLink::usb;
+    return value == protocol::kNetworkConnection ? PhoneLink::wifi : PhoneLink::usb;
 }
 
 } // namespace
@@ -82,23 +82,23 @@ std::filesystem::path LockdownHelper::pairToolPath() const {
 }
 
 Expected<std::vector<PhoneOnMuxer>, LockdownError> LockdownHelper::listPhones() const {
-    return parseList(run(helperPath(), {"list"}, kTimeout));
+    return parseList(run(helperPath(), {protocol::kListCommand}, kTimeout));
 }
 
 Expected<PhoneDetails, LockdownError> LockdownHelper::details(const std::string& udid,
                                                               bool networkOnly) const {
-    std::vector<std::string> arguments{"info", udid};
+    std::vector<std::string> arguments{protocol::kInfoCommand, udid};
     if (networkOnly) {
-        arguments.emplace_back("--network");
+        arguments.emplace_back(protocol::kNetworkOption);
     }
     return parseDetails(run(helperPath(), arguments, kTimeout));
 }
 
 Expected<bool, LockdownError> LockdownHelper::wifiConnections(const std::string& udid,
                                                               std::optional<bool> wanted) const {
-    std::vector<std::string> arguments{"wifi", udid};
+    std::vector<std::string> arguments{protocol::kWifiCommand, udid};
     if (wanted) {
-        arguments.emplace_back(*wanted ? "on" : "off");
+        arguments.emplace_back(*wanted ? protocol::kOn : protocol::kOff);
     }
     return parseWifi(run(helperPath(), arguments, kTimeout));
 }
@@ -121,16 +121,18 @@ LockdownHelper::parseList(const CommandOutput& output) {
     if (!reply) {
         return unexpected(reply.error());
     }
-    const auto found = reply.value().find("devices");
+    const auto found = reply.value().find(protocol::kDevicesKey);
     if (found == reply.value().end() || !found->is_array()) {
         return unexpected(malformed());
     }
     std::vector<PhoneOnMuxer> phones;
     for (const auto& entry : *found) {
-        if (!entry.is_object() || !entry.contains("udid") || !entry["udid"].is_string()) {
+        if (!entry.is_object() || !entry.contains(protocol::kUdidKey) ||
+            !entry[protocol::kUdidKey].is_string()) {
             return unexpected(malformed());
         }
-        phones.push_back({entry["udid"].get<std::string>(), linkOf(entry.value("connection", ""))});
+        phones.push_back({entry[protocol::kUdidKey].get<std::string>(),
+                          linkOf(entry.value(protocol::kConnectionKey, ""))});
     }
     return phones;
 }
@@ -143,15 +145,16 @@ Expected<PhoneDetails, LockdownError> LockdownHelper::parseDetails(const Command
     const json& line = reply.value();
     PhoneDetails details;
     try {
-        details.udid = line.at("udid").get<std::string>();
-        details.link = linkOf(line.value("connection", ""));
-        details.name = line.value("name", std::string());
-        details.model = line.value("model", std::string());
-        details.wifiAddress = line.value("wifiAddress", std::string());
-        details.trusted = line.at("trusted").get<bool>();
-        details.trustError = line.value("trustError", std::string());
-        if (line.contains("wifiConnections") && line["wifiConnections"].is_boolean()) {
-            details.wifiConnections = line["wifiConnections"].get<bool>();
+        details.udid = line.at(protocol::kUdidKey).get<std::string>();
+        details.link = linkOf(line.value(protocol::kConnectionKey, ""));
+        details.name = line.value(protocol::kNameKey, std::string());
+        details.model = line.value(protocol::kModelKey, std::string());
+        details.wifiAddress = line.value(protocol::kWifiAddressKey, std::string());
+        details.trusted = line.at(protocol::kTrustedKey).get<bool>();
+        details.trustError = line.value(protocol::kTrustErrorKey, std::string());
+        if (line.contains(protocol::kWifiConnectionsKey) &&
+            line[protocol::kWifiConnectionsKey].is_boolean()) {
+            details.wifiConnections = line[protocol::kWifiConnectionsKey].get<bool>();
         }
     } catch (const json::exception&) {
         return unexpected(malformed());
@@ -164,7 +167,7 @@ Expected<bool, LockdownError> LockdownHelper::parseWifi(const CommandOutput& out
     if (!reply) {
         return unexpected(reply.error());
     }
-    const auto found = reply.value().find("wifiConnections");
+    const auto found = reply.value().find(protocol::kWifiConnectionsKey);
     if (found == reply.value().end() || !found->is_boolean()) {
         return unexpected(malformed());
     }

@@ -9,12 +9,11 @@
 #include <vector>
 
 #include "model/Expected.h"
+#include "model/PhoneLink.h"
 #include "phone/CommandOutput.h"
 #include "platform/ProcessLauncher.h"
 
 namespace ambrel {
-
-enum class PhoneLink { usb, network };
 
 // A phone the muxer knows, on one connection (a phone on both shows up twice).
 struct PhoneOnMuxer {

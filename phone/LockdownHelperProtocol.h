@@ -25,4 +25,33 @@ inline constexpr int kExitLockdownError = 5;
 inline constexpr const char* kWirelessDomain = "com.apple.mobile.wireless_lockdown";
 inline constexpr const char* kWifiKey = "EnableWifiConnections";
 
+// The commands and their words.
+inline constexpr const char* kListCommand = "list";
+inline constexpr const char* kInfoCommand = "info";
+inline constexpr const char* kWifiCommand = "wifi";
+inline constexpr const char* kNetworkOption = "--network";
+inline constexpr const char* kOn = "on";
+inline constexpr const char* kOff = "off";
+
+// The keys of the JSON line.
+inline constexpr const char* kDevicesKey = "devices";
+inline constexpr const char* kUdidKey = "udid";
+inline constexpr const char* kConnectionKey = "connection";
+inline constexpr const char* kNameKey = "name";
+inline constexpr const char* kModelKey = "model";
+inline constexpr const char* kWifiAddressKey = "wifiAddress";
+inline constexpr const char* kTrustedKey = "trusted";
+inline constexpr const char* kTrustErrorKey = "trustError";
+inline constexpr const char* kWifiConnectionsKey = "wifiConnections";
+inline constexpr const char* kErrorKey = "error";
+
+// The values of "connection".
+inline constexpr const char* kUsbConnection = "usb";
+inline constexpr const char* kNetworkConnection = "network";
+
+// The helper's own error names, beside the lockdown errors' names.
+inline constexpr const char* kNoDeviceError = "NoDevice";
+inline constexpr const char* kMuxerUnavailableError = "MuxerUnavailable";
+inline constexpr const char* kInvalidResponseError = "InvalidResponse";
+
 } // namespace ambrel::LockdownHelperProtocol

@@ -145,10 +145,11 @@ std::optional<PhoneReading> readPass(bool network, const std::filesystem::path& 
             }
         }
 
+        const auto link = network ? PhoneLink::wifi : PhoneLink::usb;
         BatteryDeviceSnapshot snapshot(kPhoneId, who.name, fields->percentage, fields->isCharging,
-                                       fields->isPluggedIn, clock.now(), network ? "Wi-Fi" : "USB",
-                                       who.model);
-        return PhoneReading{std::move(snapshot), udid, std::move(who)};
+                                       fields->isPluggedIn, clock.now(),
+                                       std::string(phoneLinkText(link)), who.model);
+        return PhoneReading{std::move(snapshot), link, udid, std::move(who)};
     }
     state.sawCandidates = true;
     return std::nullopt;

@@ -30,21 +30,31 @@ ALLOWED = {
     # tools the same questions the program depends on.
     "diagnosis": {"muxer", "phone", "platform", "model"},
     "monitor": {"mac", "phone", "platform", "model"},
-    # The connection window shows the connection check and the phone settings.
-    "views": {"monitor", "diagnosis", "mac", "phone", "platform/qt", "platform", "model"},
-    # The program's wiring: the one place that picks the platform's implementations.
-    "app": {"views", "monitor", "diagnosis", "muxer", "mac", "phone", "platform/linux", "platform/qt",
-            "platform", "model"},
+    # What is shown and said, decided without Qt; the card, the bars and the alerts share it.
+    "presentation": {"monitor", "mac", "phone", "platform", "model"},
+    # The widgets only draw what the presentation decided; the connection window shows the
+    # connection check and the phone settings.
+    "views": {"presentation", "monitor", "diagnosis", "mac", "phone", "platform/qt", "platform",
+              "model"},
+    # The card as a desktop window, and the tray item.
+    "shell": {"views", "presentation", "monitor", "diagnosis", "mac", "phone", "platform/qt",
+              "platform", "model"},
+    # The one-shot switches: they print what the presentation and the monitor give them.
+    "commands": {"presentation", "monitor", "diagnosis", "mac", "phone", "platform/qt", "platform",
+                 "model"},
+    # The entry and the delegate: the one place that picks the platform's implementations.
+    "app": {"shell", "commands", "views", "presentation", "monitor", "diagnosis", "muxer", "mac",
+            "phone", "platform/linux", "platform/qt", "platform", "model"},
 }
 # Folders whose code builds and is tested without Qt.
-WITHOUT_QT = {"model", "platform", "platform/linux", "mac", "phone", "helper", "muxer", "diagnosis", "monitor"}
+WITHOUT_QT = {"model", "platform", "platform/linux", "mac", "phone", "helper", "muxer", "diagnosis",
+              "monitor", "presentation"}
 # Folders that are not part of the program's layers.
 NOT_LAYERS = {"tests", "bench", "fuzz", "packaging", "docs", "scripts", "cmake", "build"}
 
 PROJECT_INCLUDE = re.compile(r'^\s*#\s*include\s*"([^"]+)"')
 # Qt's class headers (<QString>, <QtCore/QString>) and its lower-case ones (<qglobal.h>).
 QT_INCLUDE = re.compile(r"^\s*#\s*include\s*<(Q[A-Za-z]*|Qt[A-Za-z]+/[^>]*|q[a-z0-9_]*\.h)>")
-VIEWS_LOGIC_LIBRARY = re.compile(r"ambrel_library\(ambrel_views_logic\s+SOURCES(.*?)DEPENDS", re.S)
 
 
 def layer_of(relative):
@@ -63,22 +73,8 @@ def included_layer(include):
     return parts[0]
 
 
-def views_logic_files(root):
-    """The views files that make the no-Qt logic library, and their headers."""
-    listing = (root / "views" / "CMakeLists.txt").read_text(encoding="utf-8")
-    match = VIEWS_LOGIC_LIBRARY.search(listing)
-    if match is None:
-        return set()
-    names = set()
-    for source in match.group(1).split():
-        stem = pathlib.PurePosixPath(source).stem
-        names.update({f"views/{stem}.cpp", f"views/{stem}.h"})
-    return names
-
-
 def check(root):
     problems = []
-    logic_files = views_logic_files(root)
     for path in sorted(root.rglob("*")):
         if path.suffix not in (".h", ".cpp") or not path.is_file():
             continue
@@ -91,7 +87,7 @@ def check(root):
         if layer not in ALLOWED:
             problems.append(f"{relative}: the folder {layer}/ has no place in the layer order")
             continue
-        without_qt = layer in WITHOUT_QT or relative.as_posix() in logic_files
+        without_qt = layer in WITHOUT_QT
         for number, line in enumerate(path.read_text(encoding="utf-8").splitlines(), 1):
             if without_qt and QT_INCLUDE.match(line):
                 problems.append(f"{relative}:{number}: Qt in a folder without Qt: {line.strip()}")
@@ -105,27 +101,7 @@ def check(root):
             if target not in ALLOWED.get(layer, set()):
                 problems.append(f"{relative}:{number}: {layer}/ may not include {target}/: "
                                 f"{line.strip()}")
-    # The views logic may include only views logic headers, never the widgets.
-    for name in sorted(logic_files):
-        path = root / name
-        if not path.is_file():
-            continue
-        for number, line in enumerate(path.read_text(encoding="utf-8").splitlines(), 1):
-            found = PROJECT_INCLUDE.match(line)
-            if found and found.group(1).startswith("views/"):
-                header = found.group(1)
-                if header not in logic_files and not header_is_plain(root / header):
-                    problems.append(f"{name}:{number}: the views logic may not include the "
-                                    f"widget header {header}")
     return problems
-
-
-def header_is_plain(path):
-    """A header of views/ that is not part of the logic library but uses no Qt (a plain enum or
-    struct) may be shared by both."""
-    if not path.is_file():
-        return False
-    return not any(QT_INCLUDE.match(line) for line in path.read_text(encoding="utf-8").splitlines())
 
 
 def main(arguments):
@@ -139,7 +115,8 @@ def main(arguments):
         print(problem)
     if problems:
         print(f"{len(problems)} include(s) break the layers "
-              "(model <- platform <- mac, phone, muxer, monitor <- views <- app; no Qt below views)")
+              "(model <- platform <- mac, phone, muxer <- monitor <- presentation <- views <- shell, "
+              "commands <- app; no Qt below the views)")
         return 1
     print("Every folder includes only the folders below it; no Qt below the views")
     return 0

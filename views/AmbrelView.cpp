@@ -7,20 +7,20 @@
 #include <QVBoxLayout>
 #include <utility>
 
+#include "presentation/CardTexts.h"
+#include "presentation/DeviceBatteryGaugeModel.h"
+#include "presentation/UserLocale.h"
+#include "presentation/WidgetBrand.h"
 #include "views/Appearance.h"
-#include "views/CardTexts.h"
 #include "views/ContinuousCorners.h"
 #include "views/DeviceBatteryGauge.h"
-#include "views/DeviceBatteryGaugeModel.h"
 #include "views/IPhoneSetupView.h"
 #include "views/IconButton.h"
 #include "views/PixelRatio.h"
 #include "views/SymbolIcons.h"
 #include "views/TextLine.h"
 #include "views/TitleArea.h"
-#include "views/UserLocale.h"
 #include "views/ViewFonts.h"
-#include "views/WidgetBrand.h"
 
 namespace ambrel {
 
@@ -48,11 +48,11 @@ QString menuTitle(const QString& title) {
 
 } // namespace
 
-AmbrelView::AmbrelView(BatteryMonitor& monitor, std::function<void()> onHide,
-                       std::function<void()> onQuit,
+AmbrelView::AmbrelView(BatteryMonitor& monitor, const UserLocale& locale,
+                       std::function<void()> onHide, std::function<void()> onQuit,
                        std::function<void(QWidget* parent)> openConnectionWindow, QWidget* parent)
     : QWidget(parent), m_monitor(monitor), m_onHide(std::move(onHide)), m_onQuit(std::move(onQuit)),
-      m_openConnectionWindow(std::move(openConnectionWindow)), m_locale(&UserLocale::system()),
+      m_openConnectionWindow(std::move(openConnectionWindow)), m_locale(locale),
       m_clock([this] { syncFromMonitor(); }) {
     const QString name = QString::fromStdString(WidgetBrand::name());
     setFixedSize(kWidth, kHeight);
@@ -208,11 +208,6 @@ void AmbrelView::showSetup() {
     sheet->open();
 }
 
-void AmbrelView::setUserLocaleForTesting(const UserLocale& locale) {
-    m_locale = &locale;
-    syncFromMonitor();
-}
-
 void AmbrelView::syncFromMonitor() {
     const Date now = m_monitor.clock().now();
     const PhoneSetupState state = m_monitor.phoneSetupState();
@@ -220,10 +215,10 @@ void AmbrelView::syncFromMonitor() {
                              state == PhoneSetupState::notFound ||
                              state == PhoneSetupState::unavailable;
     m_macGauge->setModel(DeviceBatteryGaugeModel(m_monitor.mac(), BatteryDeviceKind::mac, false,
-                                                 false, now, *m_locale));
+                                                 false, now, m_locale));
     m_phoneGauge->setModel(DeviceBatteryGaugeModel(m_monitor.phone(), BatteryDeviceKind::phone,
                                                    m_monitor.isRefreshingPhone(), phoneFailed, now,
-                                                   *m_locale));
+                                                   m_locale));
     m_refresh->setBusy(m_monitor.isRefreshingPhone());
     m_help->setToolTip(QString::fromStdString(m_monitor.phoneStatus()));
     update();

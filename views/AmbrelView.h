@@ -36,8 +36,10 @@ public:
     static constexpr int kHeight = 170;
     static constexpr std::chrono::seconds kClockInterval{30};
 
-    // `openConnectionWindow` is what the setup sheet's "Open Finder" calls, with the sheet.
-    AmbrelView(BatteryMonitor& monitor, std::function<void()> onHide, std::function<void()> onQuit,
+    // `openConnectionWindow` is what the setup sheet's "Open Finder" calls, with the sheet;
+    // time stamps are written in `locale`, which must outlive the view.
+    AmbrelView(BatteryMonitor& monitor, const UserLocale& locale, std::function<void()> onHide,
+               std::function<void()> onQuit,
                std::function<void(QWidget* parent)> openConnectionWindow,
                QWidget* parent = nullptr);
     ~AmbrelView() override;
@@ -57,8 +59,6 @@ public:
     IconButton* helpButton() const { return m_help; }
     const DeadlineTimer& clock() const { return m_clock; }
 
-    // Formats the time stamps with `locale` instead of the user's; it must outlive the view.
-    void setUserLocaleForTesting(const UserLocale& locale);
     // Does what the 30-second clock does when it fires.
     void clockTickForTesting() { syncFromMonitor(); }
 
@@ -79,7 +79,7 @@ private:
     std::function<void()> m_onQuit;
     std::function<void(QWidget*)> m_openConnectionWindow;
     BatteryMonitor::ObserverId m_observer = 0;
-    const UserLocale* m_locale;
+    const UserLocale& m_locale;
     DeadlineTimer m_clock;
     // The glass, drawn once per size, look and pixel ratio: a large translucent fill is the
     // costliest part of a frame.

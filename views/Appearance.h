@@ -6,7 +6,7 @@
 #include <QObject>
 #include <QPalette>
 
-#include "views/ColorRole.h"
+#include "presentation/ColorRole.h"
 
 namespace ambrel {
 

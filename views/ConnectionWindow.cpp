@@ -15,9 +15,9 @@
 #include <QThreadPool>
 #include <QVBoxLayout>
 
+#include "presentation/WidgetBrand.h"
 #include "views/Appearance.h"
 #include "views/ViewFonts.h"
-#include "views/WidgetBrand.h"
 
 namespace ambrel {
 
@@ -34,7 +34,8 @@ QString connectionText(bool onUsb, bool onWifi) {
     if (onUsb && onWifi) {
         return QStringLiteral("USB and Wi-Fi");
     }
-    return onUsb ? QStringLiteral("USB") : QStringLiteral("Wi-Fi");
+    const auto word = phoneLinkText(onUsb ? PhoneLink::usb : PhoneLink::wifi);
+    return QString::fromUtf8(word.data(), static_cast<qsizetype>(word.size()));
 }
 
 QString statusMark(CheckStatus status) {

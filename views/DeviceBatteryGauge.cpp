@@ -2,7 +2,7 @@
 
 #include <QVBoxLayout>
 
-#include "views/DeviceBatteryGaugeModel.h"
+#include "presentation/DeviceBatteryGaugeModel.h"
 #include "views/GaugeRing.h"
 #include "views/TextLine.h"
 #include "views/ViewFonts.h"

@@ -3,8 +3,8 @@
 #include <QPainter>
 #include <cmath>
 
+#include "presentation/DeviceBatteryGaugeModel.h"
 #include "views/Appearance.h"
-#include "views/DeviceBatteryGaugeModel.h"
 #include "views/GaugeCentreLayout.h"
 #include "views/PixelRatio.h"
 #include "views/SymbolIcons.h"

@@ -7,10 +7,10 @@
 #include <QString>
 #include <QWidget>
 
+#include "presentation/ColorRole.h"
+#include "presentation/GaugeSymbol.h"
 #include "views/Appearance.h"
-#include "views/ColorRole.h"
 #include "views/GaugeCentreLayout.h"
-#include "views/GaugeSymbol.h"
 
 namespace ambrel {
 

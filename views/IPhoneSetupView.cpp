@@ -7,13 +7,13 @@
 #include <algorithm>
 #include <utility>
 
+#include "presentation/SetupSheetTexts.h"
+#include "presentation/WidgetBrand.h"
 #include "views/Appearance.h"
 #include "views/RoundedBox.h"
-#include "views/SetupSheetTexts.h"
 #include "views/SetupStep.h"
 #include "views/SymbolView.h"
 #include "views/ViewFonts.h"
-#include "views/WidgetBrand.h"
 
 namespace ambrel {
 

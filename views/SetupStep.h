@@ -3,7 +3,7 @@
 #include <QFont>
 #include <QWidget>
 
-#include "views/SetupStepText.h"
+#include "presentation/SetupStepText.h"
 
 class QLabel;
 

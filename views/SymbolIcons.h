@@ -6,7 +6,7 @@
 #include <QRectF>
 #include <QString>
 
-#include "views/GaugeSymbol.h"
+#include "presentation/GaugeSymbol.h"
 
 class QPainter;
 

@@ -4,7 +4,7 @@
 #include <QString>
 #include <QWidget>
 
-#include "views/ColorRole.h"
+#include "presentation/ColorRole.h"
 
 namespace ambrel {
 

@@ -3,7 +3,7 @@
 #include <QMouseEvent>
 #include <QWindow>
 
-#include "views/CardTexts.h"
+#include "presentation/CardTexts.h"
 
 namespace ambrel {
 

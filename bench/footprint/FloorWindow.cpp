@@ -1,5 +1,5 @@
 // The floor the widget's footprint is measured against: the least a Qt Widgets program does to
-// show a frameless window with one label. With TOVRIN_REPORT_FIRST_PAINT=1 it prints
+// show a frameless window with one label. With --report-first-paint it prints
 // "first-paint <seconds>" (CLOCK_MONOTONIC) to standard error after its first paint, as the
 // widget does.
 
@@ -43,7 +43,7 @@ int main(int argc, char** argv) {
     QLabel label(QStringLiteral("Floor"));
     label.setWindowFlags(Qt::Window | Qt::FramelessWindowHint);
     label.resize(360, 170);
-    if (qEnvironmentVariableIntValue("TOVRIN_REPORT_FIRST_PAINT") == 1) {
+    if (QCoreApplication::arguments().contains(QStringLiteral("--report-first-paint"))) {
         label.installEventFilter(new FirstPaint(&label));
     }
     label.show();

@@ -4,7 +4,7 @@
 Starts its own Xvfb (1440 x 900) and reports, for the widget and the floor side by side:
   - time from launch to the first painted frame (median of several launches, the programs taking
     turns so that all see the same load; both programs print "first-paint <CLOCK_MONOTONIC
-    seconds>" when TOVRIN_REPORT_FIRST_PAINT=1),
+    seconds>" when started with --report-first-paint),
   - resident memory (VmRSS) a while after start, as min / median / max over as many copies
     running at once,
   - CPU time used while idle over a stretch of minutes, as a share of one core.
@@ -92,7 +92,7 @@ def command(program, root):
     # The mount is private to the program; the shell execs it, so the pid stays the program's.
     return ["unshare", "--user", "--map-root-user", "--mount", "sh", "-c",
             'mount --bind "$1" /sys/class/power_supply && shift && exec "$@"', "sh",
-            os.path.join(root, "power"), program]
+            os.path.join(root, "power"), program, "--report-first-paint"]
 
 
 def session(root, display, readings=False):
@@ -113,7 +113,6 @@ def session(root, display, readings=False):
         "TMPDIR": os.path.join(root, "tmp"),
         "DBUS_SESSION_BUS_ADDRESS": "unix:path=/nonexistent/footprint-bus",
         "DBUS_SYSTEM_BUS_ADDRESS": "unix:path=/nonexistent/footprint-bus",
-        "TOVRIN_REPORT_FIRST_PAINT": "1",
     })
     return environment
 

@@ -257,6 +257,9 @@ private:
 
 SpawnProcessLauncher::SpawnProcessLauncher() = default;
 
+SpawnProcessLauncher::SpawnProcessLauncher(std::vector<std::string> environment)
+    : m_environment(std::move(environment)) {}
+
 SpawnProcessLauncher::~SpawnProcessLauncher() {
     shutDown();
 }
@@ -280,6 +283,13 @@ LaunchResult SpawnProcessLauncher::launch(const LaunchOptions& options) {
         argv.push_back(argument.data());
     }
     argv.push_back(nullptr);
+    std::vector<char*> envp;
+    if (m_environment) {
+        for (auto& entry : *m_environment) {
+            envp.push_back(entry.data());
+        }
+        envp.push_back(nullptr);
+    }
 
     std::shared_ptr<Child> child;
     {
@@ -296,7 +306,7 @@ LaunchResult SpawnProcessLauncher::launch(const LaunchOptions& options) {
         // glibc reports a failed exec (missing file, no permission, not a program) here, so
         // such a path ends at once without a child.
         if (::posix_spawn(&pid, program.c_str(), settings.actions(), settings.attributes(),
-                          argv.data(), environ) != 0) {
+                          argv.data(), m_environment ? envp.data() : environ) != 0) {
             return notStarted;
         }
         try {

@@ -2,6 +2,8 @@
 
 #include <memory>
 #include <mutex>
+#include <optional>
+#include <string>
 #include <vector>
 
 #include "platform/ProcessLauncher.h"
@@ -20,7 +22,10 @@ namespace ambrel {
 // Thread-safe.
 class SpawnProcessLauncher final : public ProcessLauncher {
 public:
+    // The children get this process's environment.
     SpawnProcessLauncher();
+    // The children get exactly `environment` ("NAME=value" entries).
+    explicit SpawnProcessLauncher(std::vector<std::string> environment);
     // Shuts down first; launches must have returned by then.
     ~SpawnProcessLauncher() override;
     SpawnProcessLauncher(const SpawnProcessLauncher&) = delete;
@@ -42,6 +47,7 @@ private:
     // can never be started but not yet listed when shutDown() looks.
     std::vector<std::shared_ptr<Child>> m_children;
     bool m_isShutDown = false;
+    std::optional<std::vector<std::string>> m_environment;
 };
 
 } // namespace ambrel

@@ -61,24 +61,19 @@ LoginItemResult posixFailure(const std::string& what, const std::error_code& err
 
 } // namespace
 
-XdgAutostartService::XdgAutostartService(AutostartProgram program)
-    : XdgAutostartService(std::move(program), [](const char* name) -> std::optional<std::string> {
-          const char* value = std::getenv(name);
-          return value == nullptr ? std::nullopt : std::optional<std::string>(value);
-      }) {}
-
-XdgAutostartService::XdgAutostartService(AutostartProgram program, Environment environment)
+XdgAutostartService::XdgAutostartService(AutostartProgram program,
+                                         std::shared_ptr<const Environment> environment)
     : m_program(std::move(program)), m_environment(std::move(environment)) {}
 
 std::filesystem::path XdgAutostartService::configHome() const {
-    if (auto configHome = XdgFolders::absolutePath(m_environment("XDG_CONFIG_HOME"))) {
+    if (auto configHome = XdgFolders::absolutePath(m_environment->value("XDG_CONFIG_HOME"))) {
         return *configHome;
     }
-    return XdgFolders::absolutePath(m_environment("HOME")).value_or("/") / ".config";
+    return XdgFolders::absolutePath(m_environment->value("HOME")).value_or("/") / ".config";
 }
 
 std::filesystem::path XdgAutostartService::temporaryFolder() const {
-    return XdgFolders::absolutePath(m_environment("TMPDIR")).value_or("/tmp");
+    return XdgFolders::absolutePath(m_environment->value("TMPDIR")).value_or("/tmp");
 }
 
 std::filesystem::path XdgAutostartService::autostartFolder() const {

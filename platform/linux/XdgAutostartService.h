@@ -2,9 +2,11 @@
 
 #include <filesystem>
 #include <functional>
+#include <memory>
 #include <optional>
 #include <string>
 
+#include "platform/Environment.h"
 #include "platform/LoginItemService.h"
 
 namespace ambrel {
@@ -30,15 +32,11 @@ struct AutostartProgram {
 // executable (an older copy elsewhere) counts as not registered; registering replaces it.
 class XdgAutostartService final : public LoginItemService {
 public:
-    using Environment = std::function<std::optional<std::string>(const char* name)>;
-
     static constexpr const char* kErrorDomain = "AmbrelLoginItemErrorDomain";
     static constexpr const char* kPosixErrorDomain = "POSIXErrorDomain";
     enum ErrorCode : long long { notInstalled = 1, turnedOffByDesktop = 2 };
 
-    // Reads the process environment.
-    explicit XdgAutostartService(AutostartProgram program);
-    XdgAutostartService(AutostartProgram program, Environment environment);
+    XdgAutostartService(AutostartProgram program, std::shared_ptr<const Environment> environment);
 
     LoginItemStatus status() const override;
     LoginItemResult registerItem() override;
@@ -59,7 +57,7 @@ private:
     std::filesystem::path temporaryFolder() const;
 
     AutostartProgram m_program;
-    Environment m_environment;
+    std::shared_ptr<const Environment> m_environment;
 };
 
 } // namespace ambrel

@@ -1,9 +1,10 @@
 #pragma once
 
-#include <functional>
+#include <memory>
 #include <optional>
 #include <string>
 
+#include "platform/Environment.h"
 #include "platform/Folders.h"
 
 namespace ambrel {
@@ -12,12 +13,7 @@ namespace ambrel {
 // else /tmp. Only absolute paths count, as the XDG rules require.
 class XdgFolders final : public Folders {
 public:
-    using Environment = std::function<std::optional<std::string>(const char*)>;
-
-    // Reads the process environment.
-    XdgFolders();
-    // Reads `environment`; tests pass a map.
-    explicit XdgFolders(Environment environment);
+    explicit XdgFolders(std::shared_ptr<const Environment> environment);
 
     std::optional<std::filesystem::path> applicationSupport() const override;
     std::filesystem::path temporary() const override;
@@ -27,7 +23,7 @@ public:
     absolutePath(const std::optional<std::string>& value);
 
 private:
-    Environment m_environment;
+    std::shared_ptr<const Environment> m_environment;
 };
 
 } // namespace ambrel

@@ -8,13 +8,15 @@
 
 #include <unistd.h>
 
-#include "app/DesktopPanel.h"
-#include "app/PanelPlacement.h"
-#include "app/SettingsFile.h"
 #include "monitor/BarState.h"
+#include "platform/linux/SpawnProcessLauncher.h"
+#include "shell/DesktopPanel.h"
+#include "shell/PanelPlacement.h"
+#include "shell/SettingsFile.h"
 #include "tests/app/FakeLoginItemService.h"
 #include "tests/app/OffscreenApplication.h"
 #include "tests/app/ProcessHarness.h"
+#include "tests/fakes/FakeEnvironment.h"
 #include "tests/fakes/FakeSystem.h"
 #include "views/AmbrelView.h"
 
@@ -39,9 +41,15 @@ protected:
 
     std::unique_ptr<AmbrelDelegate> makeDelegate(std::vector<std::string> arguments = {}) {
         arguments.insert(arguments.begin(), "tovrin");
-        return std::make_unique<AmbrelDelegate>(arguments, bundle,
-                                                std::make_unique<testing::FakeLoginItemService>(),
-                                                SystemConnectionProbe::Setup());
+        auto environment = std::make_shared<testing::FakeEnvironment>();
+        for (const char* name : {"XDG_CONFIG_HOME", "XDG_DATA_HOME", "XDG_RUNTIME_DIR"}) {
+            environment->set(name, qEnvironmentVariable(name).toStdString());
+        }
+        AmbrelDelegate::Setup setup;
+        setup.loginItems = std::make_unique<testing::FakeLoginItemService>();
+        setup.launcher = std::make_shared<SpawnProcessLauncher>();
+        return std::make_unique<AmbrelDelegate>(arguments, bundle, std::move(environment),
+                                                std::move(setup));
     }
 
     testing::TemporaryFolder folder;

@@ -20,7 +20,7 @@ namespace ambrel {
 namespace {
 
 using testing::ChildProcess;
-using testing::Environment;
+using testing::EnvironmentChanges;
 using testing::TemporaryFolder;
 using testing::XvfbServer;
 using namespace std::chrono_literals;
@@ -97,7 +97,7 @@ protected:
     void SetUp() override { ASSERT_FALSE(server.display().empty()) << "Xvfb did not start"; }
 
     // One user's session on the test's display; `name` keeps sessions apart.
-    Environment session(const std::string& name = "user") const {
+    EnvironmentChanges session(const std::string& name = "user") const {
         return testing::privateSession(folder.path() / name,
                                        {{"DISPLAY", server.display()},
                                         {"QT_QPA_PLATFORM", std::nullopt},

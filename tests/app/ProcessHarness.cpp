@@ -9,16 +9,17 @@ std::filesystem::path makeBundle(const std::filesystem::path& root) {
     return copyBuiltProgram(root).executable;
 }
 
-Environment privateSession(const std::filesystem::path& root, const Environment& changes) {
+EnvironmentChanges privateSession(const std::filesystem::path& root,
+                                  const EnvironmentChanges& changes) {
     std::filesystem::create_directories(root / "run");
     std::filesystem::create_directories(root / "tmp");
     std::filesystem::permissions(root / "run", std::filesystem::perms::owner_all);
-    Environment environment{{"HOME", (root / "home").string()},
-                            {"XDG_CONFIG_HOME", (root / "config").string()},
-                            {"XDG_DATA_HOME", (root / "data").string()},
-                            {"XDG_RUNTIME_DIR", (root / "run").string()},
-                            {"TMPDIR", (root / "tmp").string()},
-                            {"WAYLAND_DISPLAY", std::nullopt}};
+    EnvironmentChanges environment{{"HOME", (root / "home").string()},
+                                   {"XDG_CONFIG_HOME", (root / "config").string()},
+                                   {"XDG_DATA_HOME", (root / "data").string()},
+                                   {"XDG_RUNTIME_DIR", (root / "run").string()},
+                                   {"TMPDIR", (root / "tmp").string()},
+                                   {"WAYLAND_DISPLAY", std::nullopt}};
     for (const auto& [name, value] : changes) {
         environment[name] = value;
     }

@@ -12,15 +12,13 @@
 
 namespace ambrel::testing {
 
-// Environment changes: a value sets the variable, an empty optional removes it.
-using Environment = EnvironmentChanges;
-
 // A bus address where nothing listens: a session without that bus.
 inline constexpr const char* kNoBus = "unix:path=/nonexistent/tovrin-test-bus";
 
 // A private user session under `root`: home, config, data, runtime (made, mode 0700) and
 // temporary (made) folders of its own and no Wayland display, with `changes` on top.
-Environment privateSession(const std::filesystem::path& root, const Environment& changes = {});
+EnvironmentChanges privateSession(const std::filesystem::path& root,
+                                  const EnvironmentChanges& changes = {});
 
 // Copies the built program into `root`/bin with its bundle information beside it in
 // `root`/share/tovrin and an empty tool folder, so that no phone tool ever runs. Returns the

@@ -16,7 +16,7 @@ namespace ambrel {
 namespace {
 
 using testing::ChildProcess;
-using testing::Environment;
+using testing::EnvironmentChanges;
 using testing::ProcessOutcome;
 using testing::readText;
 using testing::TemporaryFolder;
@@ -40,7 +40,7 @@ protected:
     // A session with no display and no bus at all: the commands must not need either. The
     // temporary folder is set apart from the copied program, which therefore counts as
     // installed.
-    Environment environment() const {
+    EnvironmentChanges environment() const {
         return testing::privateSession(folder.path(),
                                        {{"DISPLAY", std::nullopt},
                                         {"QT_QPA_PLATFORM", std::nullopt},

@@ -21,7 +21,7 @@ namespace ambrel {
 namespace {
 
 using testing::ChildProcess;
-using testing::Environment;
+using testing::EnvironmentChanges;
 using testing::TemporaryFolder;
 using testing::WindowGeometry;
 using testing::XvfbServer;
@@ -56,9 +56,9 @@ protected:
         for (int attempt = 0; attempt < 3 && !managed(); ++attempt) {
             windowManager = std::make_unique<ChildProcess>(
                 std::vector<std::string>{"/usr/bin/openbox", "--sm-disable"},
-                Environment{{"DISPLAY", server.display()},
-                            {"HOME", (folder.path() / "wm").string()},
-                            {"XDG_CONFIG_HOME", (folder.path() / "wm").string()}});
+                EnvironmentChanges{{"DISPLAY", server.display()},
+                                   {"HOME", (folder.path() / "wm").string()},
+                                   {"XDG_CONFIG_HOME", (folder.path() / "wm").string()}});
             testing::eventually([&] { return managed() || !windowManager->isRunning(); }, 20s);
         }
         if (!managed()) {
@@ -72,7 +72,7 @@ protected:
         }
     }
 
-    Environment session() const {
+    EnvironmentChanges session() const {
         return testing::privateSession(
             folder.path() / "user",
             {{"DISPLAY", server.display()},
@@ -86,7 +86,7 @@ protected:
         return folder.path() / "user" / "config" / "Quenby" / "Tovrin.conf";
     }
 
-    std::unique_ptr<ChildProcess> launch(const Environment& extra = {}) {
+    std::unique_ptr<ChildProcess> launch(const EnvironmentChanges& extra = {}) {
         auto environment = session();
         for (const auto& [name, value] : extra) {
             environment[name] = value;
@@ -119,7 +119,7 @@ protected:
         normalWindows.push_back(std::make_unique<ChildProcess>(
             std::vector<std::string>{"/usr/bin/xmessage", "-title", title, "-geometry",
                                      "1100x400+0+0", "A normal window"},
-            Environment{{"DISPLAY", server.display()}}));
+            EnvironmentChanges{{"DISPLAY", server.display()}}));
         std::optional<unsigned long> window;
         testing::eventually(
             [&] {
@@ -368,7 +368,7 @@ public:
         m_daemon = std::make_unique<ChildProcess>(
             std::vector<std::string>{"/usr/bin/dbus-daemon", "--nofork", "--nopidfile",
                                      "--config-file=" + config.string()},
-            Environment{});
+            EnvironmentChanges{});
         m_ready = testing::eventually([this] { return std::filesystem::exists(m_socket); }, 10s);
     }
 
@@ -395,7 +395,7 @@ public:
         }
         m_process = std::make_unique<ChildProcess>(
             std::vector<std::string>{helper("tovrin_test_login1").string(), m_trigger.string()},
-            Environment{{"DBUS_SYSTEM_BUS_ADDRESS", m_bus.address()}});
+            EnvironmentChanges{{"DBUS_SYSTEM_BUS_ADDRESS", m_bus.address()}});
         m_ready = testing::eventually(
             [this] { return std::filesystem::exists(m_trigger.string() + ".ready"); }, 10s);
     }

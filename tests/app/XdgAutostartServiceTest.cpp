@@ -6,6 +6,7 @@
 
 #include "platform/linux/DesktopEntry.h"
 #include "tests/app/ProcessHarness.h"
+#include "tests/fakes/FakeEnvironment.h"
 
 namespace ambrel {
 namespace {
@@ -36,12 +37,11 @@ protected:
         if (!std::filesystem::exists(*program.resourceFolder)) {
             program.resourceFolder.reset();
         }
-        auto variables = environment;
-        return XdgAutostartService(program, [variables](const char* name) {
-            const auto found = variables.find(name);
-            return found == variables.end() ? std::nullopt
-                                            : std::optional<std::string>(found->second);
-        });
+        auto variables = std::make_shared<testing::FakeEnvironment>();
+        for (const auto& [name, value] : environment) {
+            variables->set(name, value);
+        }
+        return XdgAutostartService(program, variables);
     }
 
     std::filesystem::path entry() const {

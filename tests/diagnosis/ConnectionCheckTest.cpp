@@ -25,7 +25,7 @@ public:
         phone.trusted = true;
         phone.wifiConnections = true;
         wifiPhone = phone;
-        wifiPhone.link = PhoneLink::network;
+        wifiPhone.link = PhoneLink::wifi;
     }
 
     std::vector<std::string> missingTools() override { return missing; }
@@ -128,7 +128,7 @@ TEST(ConnectionCheckTest, ASilentSystemMuxerFailsAndSkipsTheUsbChecks) {
 
 TEST(ConnectionCheckTest, NoPhoneOnUsbFails) {
     FakeProbe probe;
-    probe.muxerPhones = std::vector<PhoneOnMuxer>{{kUdid, PhoneLink::network}};
+    probe.muxerPhones = std::vector<PhoneOnMuxer>{{kUdid, PhoneLink::wifi}};
     probe.known = {{kUdid, kMac}};
     const auto report = ConnectionCheck::run(probe);
     EXPECT_EQ(statuses(report),

@@ -53,7 +53,7 @@ std::vector<std::string> TestBundle::environment(const std::string& socketAddres
         // The program starts its own muxer, with the simulated phone as the system's, and no
         // avahi-daemon: USB as the program passes it through.
         changes["USBMUXD_SOCKET_ADDRESS"] = std::nullopt;
-        changes["TOVRIN_SYSTEM_USBMUXD_FOR_TESTING"] = socketAddress.substr(5);
+        changes["TOVRIN_SYSTEM_USBMUXD"] = socketAddress.substr(5);
         changes["DBUS_SYSTEM_BUS_ADDRESS"] = "unix:path=" + (m_root / "no-system-bus").string();
     }
     if (display.empty()) {

@@ -46,7 +46,10 @@ inline BatteryDeviceSnapshot phoneSnapshot(Date when, std::int64_t percentage = 
 inline PhoneReadResult success(Date when, std::int64_t percentage = 80,
                                std::string source = "Wi-Fi", std::string udid = kUdid) {
     PhoneIdentity identity{udid, kPhoneName, std::string("iPhone14,2")};
-    return PhoneReading{phoneSnapshot(when, percentage, std::move(source)), std::move(udid),
+    // As the reader gives it: the link, and its word as the reading's source. Any other word
+    // (a misspelt one, say) stands for a reading whose link the word does not name: a cable.
+    const auto link = phoneLinkFromText(source).value_or(PhoneLink::usb);
+    return PhoneReading{phoneSnapshot(when, percentage, std::move(source)), link, std::move(udid),
                         std::move(identity)};
 }
 

@@ -15,6 +15,7 @@
 #include <gtest/gtest.h>
 
 #include "muxer/MuxMessage.h"
+#include "tests/fakes/FakeEnvironment.h"
 #include "tests/fakes/TemporaryFolder.h"
 #include "tests/muxer/FakeSystemMuxer.h"
 
@@ -23,7 +24,8 @@ namespace {
 
 using namespace std::chrono_literals;
 
-// Sets an environment variable for one test and puts the old value back.
+// Sets a variable of this process's environment for one test and puts the old value back: for
+// what libraries read themselves (libdbus the system bus's address).
 class ScopedVariable {
 public:
     ScopedVariable(const char* name, std::optional<std::string> value) : m_name(name) {
@@ -73,18 +75,12 @@ unsigned modeOf(const std::filesystem::path& path) {
 }
 
 TEST(PrivateMuxerTest, TheSocketLivesInTheUsersRuntimeFolder) {
-    {
-        const ScopedVariable runtime("XDG_RUNTIME_DIR", "/run/user/1000");
-        EXPECT_EQ(PrivateMuxer::defaultSocketPath(), "/run/user/1000/tovrin/usbmuxd");
-    }
-    const ScopedVariable runtime("XDG_RUNTIME_DIR", std::nullopt);
-    {
-        const ScopedVariable temporary("TMPDIR", "/var/tmp");
-        EXPECT_EQ(PrivateMuxer::defaultSocketPath(),
-                  "/var/tmp/tovrin-" + std::to_string(::getuid()) + "/usbmuxd");
-    }
-    const ScopedVariable temporary("TMPDIR", std::nullopt);
-    EXPECT_EQ(PrivateMuxer::defaultSocketPath(),
+    EXPECT_EQ(PrivateMuxer::defaultSocketPath(
+                  FakeEnvironment{{"XDG_RUNTIME_DIR", "/run/user/1000"}, {"TMPDIR", "/var/tmp"}}),
+              "/run/user/1000/tovrin/usbmuxd");
+    EXPECT_EQ(PrivateMuxer::defaultSocketPath(FakeEnvironment{{"TMPDIR", "/var/tmp"}}),
+              "/var/tmp/tovrin-" + std::to_string(::getuid()) + "/usbmuxd");
+    EXPECT_EQ(PrivateMuxer::defaultSocketPath(FakeEnvironment{}),
               "/tmp/tovrin-" + std::to_string(::getuid()) + "/usbmuxd");
 }
 
@@ -159,14 +155,12 @@ TEST(PrivateMuxerTest, ASilentSystemBusDelaysNeitherStartNorListingsNorQuitting)
     // Connections wait in the backlog, never accepted, never answered.
     ASSERT_EQ(::listen(bus.get(), 16), 0);
     const ScopedVariable busAddress("DBUS_SYSTEM_BUS_ADDRESS", "unix:path=" + busPath.string());
-    const ScopedVariable muxerAddress("USBMUXD_SOCKET_ADDRESS", std::nullopt);
-    const ScopedVariable runtime("XDG_RUNTIME_DIR", folder.path().string());
     FakeSystemMuxer system(folder.path() / "system");
-    const ScopedVariable systemMuxer("TOVRIN_SYSTEM_USBMUXD_FOR_TESTING",
-                                     system.socketPath().string());
+    const FakeEnvironment environment{{"XDG_RUNTIME_DIR", folder.path().string()},
+                                      {"TOVRIN_SYSTEM_USBMUXD", system.socketPath().string()}};
     system.addUsbDevice(4, "00008110001A2B3C4D5E6F70");
 
-    auto muxer = startPrivateMuxer(folder.path() / "data");
+    auto muxer = startPrivateMuxer(environment, folder.path() / "data");
     ASSERT_NE(muxer, nullptr);
     // Discovery connects on a thread of its own, after the start has returned.
     const auto deadline = std::chrono::steady_clock::now() + 30s;
@@ -190,26 +184,32 @@ TEST(PrivateMuxerTest, ASilentSystemBusDelaysNeitherStartNorListingsNorQuitting)
 }
 
 TEST(PrivateMuxerTest, TheUsersOwnMuxerIsLeftAlone) {
-    const ScopedVariable address("USBMUXD_SOCKET_ADDRESS", "127.0.0.1:27015");
     TemporaryFolder folder;
-    EXPECT_EQ(startPrivateMuxer(folder.path()), nullptr);
-    EXPECT_STREQ(std::getenv("USBMUXD_SOCKET_ADDRESS"), "127.0.0.1:27015");
+    const FakeEnvironment environment{{"USBMUXD_SOCKET_ADDRESS", "127.0.0.1:27015"},
+                                      {"XDG_RUNTIME_DIR", folder.path().string()}};
+    EXPECT_EQ(startPrivateMuxer(environment, folder.path()), nullptr);
+    EXPECT_FALSE(std::filesystem::exists(folder.path() / "tovrin"));
 }
 
-TEST(PrivateMuxerTest, TheProgramsEnvironmentPointsTheToolsAtIt) {
+// The tools are pointed at the muxer by the address it gives (which the program hands the
+// launcher), never through this process's own environment.
+TEST(PrivateMuxerTest, ItGivesTheToolsItsAddressAndLeavesTheProcessEnvironmentAlone) {
     TemporaryFolder folder;
-    const ScopedVariable address("USBMUXD_SOCKET_ADDRESS", std::nullopt);
-    const ScopedVariable runtime("XDG_RUNTIME_DIR", folder.path().string());
     const ScopedVariable bus("DBUS_SYSTEM_BUS_ADDRESS",
                              "unix:path=" + (folder.path() / "no-bus").string());
     FakeSystemMuxer system(folder.path() / "system");
-    const ScopedVariable systemMuxer("TOVRIN_SYSTEM_USBMUXD_FOR_TESTING",
-                                     system.socketPath().string());
+    const FakeEnvironment environment{{"XDG_RUNTIME_DIR", folder.path().string()},
+                                      {"TOVRIN_SYSTEM_USBMUXD", system.socketPath().string()}};
     system.addUsbDevice(4, "00008110001A2B3C4D5E6F70");
-    const auto muxer = startPrivateMuxer(folder.path() / "data");
+    const char* before = std::getenv("USBMUXD_SOCKET_ADDRESS");
+    const std::optional<std::string> addressBefore =
+        before != nullptr ? std::optional<std::string>(before) : std::nullopt;
+    const auto muxer = startPrivateMuxer(environment, folder.path() / "data");
     ASSERT_NE(muxer, nullptr);
     const auto socket = folder.path() / "tovrin" / "usbmuxd";
-    EXPECT_EQ(std::string(std::getenv("USBMUXD_SOCKET_ADDRESS")), "UNIX:" + socket.string());
+    EXPECT_EQ(muxer->address(), "UNIX:" + socket.string());
+    const char* after = std::getenv("USBMUXD_SOCKET_ADDRESS");
+    EXPECT_EQ(after != nullptr ? std::optional<std::string>(after) : std::nullopt, addressBefore);
     EXPECT_EQ(usbDevicesListedAt(socket), 1u);
 }
 

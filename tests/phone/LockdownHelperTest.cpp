@@ -24,7 +24,7 @@ TEST(LockdownHelperTest, ReadsTheListWithEachConnection) {
            "\n"));
     ASSERT_TRUE(phones);
     EXPECT_EQ(phones.value(),
-              (std::vector<PhoneOnMuxer>{{"A", PhoneLink::usb}, {"A", PhoneLink::network}}));
+              (std::vector<PhoneOnMuxer>{{"A", PhoneLink::usb}, {"A", PhoneLink::wifi}}));
     const auto none = LockdownHelper::parseList(output(0, R"({"devices":[]})"));
     ASSERT_TRUE(none);
     EXPECT_TRUE(none.value().empty());
@@ -48,7 +48,7 @@ TEST(LockdownHelperTest, ReadsDetailsOfATrustedAndOfAnUntrustedPhone) {
     ASSERT_TRUE(untrusted);
     EXPECT_FALSE(untrusted.value().trusted);
     EXPECT_EQ(untrusted.value().trustError, "InvalidHostID");
-    EXPECT_EQ(untrusted.value().link, PhoneLink::network);
+    EXPECT_EQ(untrusted.value().link, PhoneLink::wifi);
     EXPECT_FALSE(untrusted.value().wifiConnections.has_value());
 }
 

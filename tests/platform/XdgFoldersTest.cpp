@@ -1,18 +1,21 @@
 #include "platform/linux/XdgFolders.h"
 
 #include <map>
+#include <memory>
 
 #include <gtest/gtest.h>
+
+#include "tests/fakes/FakeEnvironment.h"
 
 namespace ambrel {
 namespace {
 
-XdgFolders foldersWith(std::map<std::string, std::string> environment) {
-    return XdgFolders([environment](const char* name) -> std::optional<std::string> {
-        const auto found = environment.find(name);
-        return found == environment.end() ? std::nullopt
-                                          : std::optional<std::string>(found->second);
-    });
+XdgFolders foldersWith(const std::map<std::string, std::string>& variables) {
+    auto environment = std::make_shared<testing::FakeEnvironment>();
+    for (const auto& [name, value] : variables) {
+        environment->set(name, value);
+    }
+    return XdgFolders(environment);
 }
 
 TEST(XdgFoldersTest, DataHomeWins) {

@@ -11,6 +11,8 @@
 #include <QWindow>
 #include <gtest/gtest.h>
 
+#include "presentation/UserLocale.h"
+#include "presentation/WidgetBrand.h"
 #include "tests/views/CardHarness.h"
 #include "tests/views/ViewTestSupport.h"
 #include "views/Appearance.h"
@@ -21,8 +23,6 @@
 #include "views/PairedCellMark.h"
 #include "views/TextLine.h"
 #include "views/TitleArea.h"
-#include "views/UserLocale.h"
-#include "views/WidgetBrand.h"
 #include "views/WidgetDragRegion.h"
 
 namespace ambrel {
@@ -44,9 +44,8 @@ protected:
 
     std::unique_ptr<AmbrelView> makeView() {
         auto view = std::make_unique<AmbrelView>(
-            m_harness.monitor(), [this] { ++m_hides; }, [this] { ++m_quits; },
+            m_harness.monitor(), m_locale, [this] { ++m_hides; }, [this] { ++m_quits; },
             [this](QWidget* parent) { m_connectionWindowParents.push_back(parent); });
-        view->setUserLocaleForTesting(m_locale);
         return view;
     }
 

@@ -7,13 +7,13 @@
 #include <QPainter>
 #include <gtest/gtest.h>
 
+#include "presentation/UserLocale.h"
+#include "presentation/WidgetBrand.h"
 #include "tests/views/CardHarness.h"
 #include "tests/views/ViewTestSupport.h"
 #include "views/AmbrelView.h"
 #include "views/Appearance.h"
 #include "views/IPhoneSetupView.h"
-#include "views/UserLocale.h"
-#include "views/WidgetBrand.h"
 
 namespace ambrel {
 namespace {
@@ -53,8 +53,7 @@ protected:
     }
 
     void saveCard(const QString& state) {
-        AmbrelView view(m_harness.monitor(), {}, {}, {});
-        view.setUserLocaleForTesting(m_locale);
+        AmbrelView view(m_harness.monitor(), m_locale, {}, {}, {});
         testing::showAndSettle(view);
         const QImage card = testing::renderWidget(view, 2.0);
         ASSERT_EQ(card.size(), QSize(720, 340));
@@ -95,7 +94,7 @@ TEST_P(CardArtifactsTest, CardWithStaleAndFailedReadings) {
 }
 
 TEST_P(CardArtifactsTest, OptionsMenu) {
-    AmbrelView view(m_harness.monitor(), {}, {}, {});
+    AmbrelView view(m_harness.monitor(), m_harness.locale(), {}, {}, {});
     testing::showAndSettle(view);
     QMenu* menu = view.optionsMenu();
     menu->popup(QPoint(0, 0));

@@ -1,9 +1,12 @@
 #include "tests/views/CardHarness.h"
 
+#include "platform/linux/ProcessEnvironment.h"
+
 namespace ambrel::testing {
 
 CardHarness::CardHarness()
-    : m_fakes(std::make_shared<SimulatedScheduler>(Date::fromSecondsSince1970(kStartUnixSeconds))),
+    : m_locale(UserLocale::forUser(ProcessEnvironment())),
+      m_fakes(std::make_shared<SimulatedScheduler>(Date::fromSecondsSince1970(kStartUnixSeconds))),
       m_answer(std::make_shared<PhoneAnswer>()) {
     m_answer->issue = PhoneIssue{PhoneSetupState::notFound, "No iPhone found", false};
     m_fakes.folders->temp = m_folder.path().toStdString();
@@ -18,7 +21,7 @@ CardHarness::CardHarness()
         BatteryDeviceSnapshot snapshot("iphone", answer->name, *answer->percentage, false, false,
                                        clock->now(), answer->source, std::string("iPhone15,2"));
         return PhoneReading{
-            snapshot, "00008110-TEST",
+            snapshot, phoneLinkFromText(answer->source).value_or(PhoneLink::usb), "00008110-TEST",
             PhoneIdentity{"00008110-TEST", answer->name, std::string("iPhone15,2")}};
     };
     const auto cache = std::filesystem::path(m_folder.path().toStdString()) / "battery-cache.json";

@@ -8,6 +8,7 @@
 #include <QTemporaryDir>
 
 #include "monitor/BatteryMonitor.h"
+#include "presentation/UserLocale.h"
 #include "tests/fakes/FakeMonitorServices.h"
 
 namespace ambrel::testing {
@@ -22,6 +23,8 @@ public:
     CardHarness();
 
     BatteryMonitor& monitor() { return *m_monitor; }
+    // The locale the test environment's user has, as the program would make it.
+    const UserLocale& locale() const { return m_locale; }
     SimulatedScheduler& scheduler() { return *m_fakes.scheduler; }
     ManualWorker& worker() { return *m_fakes.worker; }
     FakePowerSourceProvider& powerSources() { return *m_fakes.power; }
@@ -42,6 +45,7 @@ public:
     int macReads() const { return m_fakes.power->calls; }
 
 private:
+    UserLocale m_locale;
     QTemporaryDir m_folder;
     FakeMonitorServices m_fakes;
     struct PhoneAnswer {

@@ -10,18 +10,18 @@
 #include <sstream>
 #include <tuple>
 
+#include "presentation/DeviceBatteryGaugeModel.h"
+#include "presentation/UserLocale.h"
+#include "presentation/WidgetBrand.h"
 #include "tests/views/CardHarness.h"
 #include "tests/views/ViewTestSupport.h"
 #include "views/AmbrelView.h"
 #include "views/DeviceBatteryGauge.h"
-#include "views/DeviceBatteryGaugeModel.h"
 #include "views/GaugeCentreLayout.h"
 #include "views/GaugeRing.h"
 #include "views/TextLine.h"
 #include "views/TitleArea.h"
-#include "views/UserLocale.h"
 #include "views/ViewFonts.h"
-#include "views/WidgetBrand.h"
 
 namespace ambrel {
 namespace {
@@ -237,7 +237,7 @@ TEST_P(CardLinesFitTest, LinesStayInsideTheCard) {
     m_harness.monitor().refreshMac();
     m_harness.answerPhone(100, "Anna\u2019s iPhone with a very long name indeed");
     m_harness.readPhoneNow();
-    AmbrelView view(m_harness.monitor(), {}, {}, {});
+    AmbrelView view(m_harness.monitor(), m_harness.locale(), {}, {}, {});
     testing::showAndSettle(view);
     ASSERT_EQ(QFontInfo(view.titleArea()->nameLine()->font()).family(),
               QString::fromLatin1(GetParam()));

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <numbers>
 
+#include "presentation/WidgetBrand.h"
 #include "tests/views/CardHarness.h"
 #include "tests/views/ViewTestSupport.h"
 #include "views/AmbrelView.h"
@@ -10,7 +11,6 @@
 #include "views/DeviceBatteryGauge.h"
 #include "views/GaugeRing.h"
 #include "views/IPhoneSetupView.h"
-#include "views/WidgetBrand.h"
 
 namespace ambrel {
 namespace {
@@ -41,7 +41,7 @@ protected:
     QColor macRingAt(std::int64_t percentage, double degrees, qreal devicePixelRatio = 1.0) {
         m_harness.setMacBattery(percentage);
         m_harness.monitor().refreshMac();
-        AmbrelView view(m_harness.monitor(), {}, {}, {});
+        AmbrelView view(m_harness.monitor(), m_harness.locale(), {}, {}, {});
         testing::showAndSettle(view);
         return ringColour(view, *view.macGauge(), degrees, devicePixelRatio);
     }
@@ -67,7 +67,7 @@ TEST_P(GaugeRenderTest, LowChargeIsOrangeAndVeryLowIsRed) {
 }
 
 TEST_P(GaugeRenderTest, NoReadingDrawsNoArc) {
-    AmbrelView view(m_harness.monitor(), {}, {}, {});
+    AmbrelView view(m_harness.monitor(), m_harness.locale(), {}, {}, {});
     testing::showAndSettle(view);
     ASSERT_FALSE(m_harness.monitor().mac().has_value());
     const QColor top = ringColour(view, *view.macGauge(), 0.5);
@@ -84,7 +84,7 @@ TEST_P(GaugeRenderTest, DoubtfulReadingIsFaded) {
     const QColor fresh = macRingAt(95, 90);
     // Three minutes and a bit later the same reading is stale: orange at three quarters.
     m_harness.scheduler().advance(181);
-    AmbrelView view(m_harness.monitor(), {}, {}, {});
+    AmbrelView view(m_harness.monitor(), m_harness.locale(), {}, {}, {});
     testing::showAndSettle(view);
     const QColor stale = ringColour(view, *view.macGauge(), 90);
     const QColor orange = Appearance::color(ColorRole::orange, GetParam());

@@ -7,9 +7,9 @@
 #include <gtest/gtest.h>
 #include <vector>
 
+#include "presentation/WidgetBrand.h"
 #include "tests/views/ViewTestSupport.h"
 #include "views/SetupStep.h"
-#include "views/WidgetBrand.h"
 
 namespace ambrel {
 namespace {

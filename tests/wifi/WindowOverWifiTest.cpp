@@ -26,10 +26,12 @@
 
 #include "app/AmbrelDelegate.h"
 #include "app/ConnectionSetup.h"
-#include "app/DesktopPanel.h"
 #include "monitor/BatteryMonitor.h"
 #include "muxer/PrivateMuxer.h"
+#include "platform/linux/ProcessEnvironment.h"
+#include "platform/linux/SpawnProcessLauncher.h"
 #include "platform/linux/XdgFolders.h"
+#include "shell/DesktopPanel.h"
 #include "tests/app/FakeLoginItemService.h"
 #include "tests/app/OffscreenApplication.h"
 #include "tests/fakes/ExpectedTexts.h"
@@ -76,20 +78,28 @@ protected:
         m_handshake = handshake;
         testing::ensureOffscreenApplication();
 
-        // As a normal run starts: the program's own muxer first, then the widget.
-        const auto support = XdgFolders().applicationSupport();
+        // As a normal run starts: the program's own muxer first, then the widget, whose tools
+        // are given the muxer's address.
+        const std::shared_ptr<const Environment> environment =
+            std::make_shared<ProcessEnvironment>();
+        const auto support = XdgFolders(environment).applicationSupport();
         ASSERT_TRUE(support);
         const auto dataFolder = *support / "Ambrel";
-        m_muxer = startPrivateMuxer(dataFolder);
+        m_muxer = startPrivateMuxer(*environment, dataFolder);
         ASSERT_NE(m_muxer, nullptr) << "the program's muxer did not start";
+        auto tools = environment->entries();
+        tools.push_back("USBMUXD_SOCKET_ADDRESS=" + m_muxer->address());
 
         auto bundle = std::make_shared<testing::FakeBundle>();
         bundle->executable = fs::path(TOVRIN_BINARY_DIR) / "bin" / "tovrin";
         bundle->resources = fs::path(TOVRIN_BINARY_DIR) / "share" / "tovrin";
-        m_delegate = std::make_unique<AmbrelDelegate>(
-            std::vector<std::string>{"tovrin"}, bundle,
-            std::make_unique<testing::FakeLoginItemService>(),
-            connectionProbeSetup(*bundle, "", dataFolder, nullptr));
+        AmbrelDelegate::Setup setup;
+        setup.loginItems = std::make_unique<testing::FakeLoginItemService>();
+        setup.launcher = std::make_shared<SpawnProcessLauncher>(std::move(tools));
+        setup.connection =
+            connectionProbeSetup(*bundle, *environment, "", dataFolder, setup.launcher);
+        m_delegate = std::make_unique<AmbrelDelegate>(std::vector<std::string>{"tovrin"}, bundle,
+                                                      environment, std::move(setup));
         m_delegate->applicationDidFinishLaunching();
         ASSERT_NE(m_delegate->panelForTesting(), nullptr);
         m_card = dynamic_cast<AmbrelView*>(m_delegate->panelForTesting()->content());

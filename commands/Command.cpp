@@ -1,0 +1,19 @@
+#include "commands/Command.h"
+
+#include <future>
+#include <memory>
+#include <utility>
+
+namespace ambrel {
+
+void Command::runAndWait(Worker& worker, std::function<void()> job) {
+    auto done = std::make_shared<std::promise<void>>();
+    auto finished = done->get_future();
+    worker.run([job = std::move(job), done] {
+        job();
+        done->set_value();
+    });
+    finished.wait();
+}
+
+} // namespace ambrel

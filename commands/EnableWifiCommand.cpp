@@ -1,0 +1,88 @@
+#include "commands/EnableWifiCommand.h"
+
+#include <algorithm>
+#include <utility>
+
+#include <nlohmann/json.hpp>
+
+#include "commands/CommandLine.h"
+#include "diagnosis/ConnectionCheck.h"
+
+namespace ambrel {
+
+namespace {
+
+std::string line(const nlohmann::json& json) {
+    return json.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace) + "\n";
+}
+
+EnableWifiCommand::Outcome failure(const std::string& udid, const LockdownError& error) {
+    nlohmann::json json = {{"error", error.name},
+                           {"message", ConnectionCheck::adviceFor(error)},
+                           {"wifiConnections", false}};
+    if (!udid.empty()) {
+        json["udid"] = udid;
+    }
+    return {line(json), 1};
+}
+
+} // namespace
+
+EnableWifiCommand::EnableWifiCommand(std::function<SystemConnectionProbe::Setup()> setup,
+                                     std::shared_ptr<Worker> worker)
+    : m_setup(std::move(setup)), m_worker(std::move(worker)) {}
+
+bool EnableWifiCommand::isRequested(const std::vector<std::string>& arguments) const {
+    return CommandLine::hasArgument(arguments, "--enable-wifi");
+}
+
+int EnableWifiCommand::run(const Invocation& invocation) {
+    const auto setup = m_setup();
+    const auto udid = udidArgument(invocation.arguments);
+    Outcome outcome;
+    runAndWait(*m_worker, [&] {
+        outcome = enable(LockdownHelper(setup.toolDirectory, setup.launcher), udid);
+    });
+    invocation.out(outcome.output);
+    return outcome.exitCode;
+}
+
+EnableWifiCommand::Outcome EnableWifiCommand::enable(const LockdownHelper& helper,
+                                                     const std::string& udid) {
+    std::string chosen = udid;
+    if (chosen.empty()) {
+        const auto phones = helper.listPhones();
+        if (!phones) {
+            return failure({}, phones.error());
+        }
+        const auto& list = phones.value();
+        const auto found = std::find_if(list.begin(), list.end(), [](const PhoneOnMuxer& phone) {
+            return phone.link == PhoneLink::usb;
+        });
+        if (found == list.end()) {
+            return failure({}, {LockdownFailure::noDevice, "NoDevice"});
+        }
+        chosen = found->udid;
+    }
+    const auto enabled = helper.wifiConnections(chosen, true);
+    if (!enabled) {
+        return failure(chosen, enabled.error());
+    }
+    if (!enabled.value()) {
+        // The phone took the request and still says off.
+        return failure(chosen, {LockdownFailure::lockdownError, "StillOff"});
+    }
+    return {line({{"udid", chosen}, {"wifiConnections", true}}), 0};
+}
+
+std::string EnableWifiCommand::udidArgument(const std::vector<std::string>& arguments) {
+    const auto found = std::find(arguments.begin() + (arguments.empty() ? 0 : 1), arguments.end(),
+                                 "--enable-wifi");
+    if (found == arguments.end() || found + 1 == arguments.end() || (found + 1)->empty() ||
+        (found + 1)->rfind("--", 0) == 0) {
+        return {};
+    }
+    return *(found + 1);
+}
+
+} // namespace ambrel

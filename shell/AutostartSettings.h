@@ -1,0 +1,25 @@
+#pragma once
+
+#include <filesystem>
+#include <functional>
+#include <string>
+#include <vector>
+
+namespace ambrel::AutostartSettings {
+
+// Whether a program of that name can be found on the PATH.
+using ProgramLookup = std::function<bool(const std::string& program)>;
+
+// The command that opens the desktop's own startup-programs settings, where the user turns the
+// program back on: KDE's autostart module on Plasma, GNOME's startup-applications tool where it
+// is installed, otherwise the autostart folder in the file manager. `desktops` is
+// $XDG_CURRENT_DESKTOP (colon-separated).
+std::vector<std::string> command(const std::string& desktops, const ProgramLookup& isInstalled,
+                                 const std::filesystem::path& autostartFolder);
+
+// Starts command() for this session, detached; `desktops` is the session's
+// $XDG_CURRENT_DESKTOP. Creates the folder first so the file manager has something to open.
+// Fails silently: the menu shows the real status next time anyway.
+void open(const std::filesystem::path& autostartFolder, const std::string& desktops);
+
+} // namespace ambrel::AutostartSettings

@@ -1,0 +1,84 @@
+#include "shell/DesktopPanel.h"
+
+#include <QMouseEvent>
+#include <QMoveEvent>
+#include <QShowEvent>
+#include <QWindow>
+
+#include "shell/PanelPlacement.h"
+#include "shell/X11WindowHints.h"
+
+namespace ambrel {
+
+DesktopPanel::DesktopPanel(const QString& title, QWidget* parent)
+    : QWidget(parent, Qt::Window | Qt::FramelessWindowHint | Qt::NoDropShadowWindowHint |
+                          Qt::WindowStaysOnBottomHint) {
+    // Both must be set before the native window exists: they choose its visual.
+    setAttribute(Qt::WA_TranslucentBackground);
+    setAttribute(Qt::WA_NoSystemBackground);
+    setWindowTitle(title);
+    setFixedSize(PanelPlacement::kPanelSize);
+}
+
+void DesktopPanel::setContent(QWidget* content) {
+    delete m_content;
+    m_content = content;
+    if (m_content != nullptr) {
+        m_content->setParent(this);
+        m_content->setGeometry(rect());
+        m_content->show();
+    }
+}
+
+void DesktopPanel::bringToFront() {
+    show();
+    raise();
+    X11WindowHints::flush();
+}
+
+void DesktopPanel::moveEvent(QMoveEvent* event) {
+    QWidget::moveEvent(event);
+    if (m_moved) {
+        m_moved();
+    }
+}
+
+void DesktopPanel::showEvent(QShowEvent* event) {
+    // Qt sends this before it maps the window, the moment window-manager hints must be in place.
+    if (!event->spontaneous()) {
+        X11WindowHints::markAsDesktopPanel(winId());
+    }
+    QWidget::showEvent(event);
+}
+
+// Controls accept their presses, so only presses no child took arrive here.
+void DesktopPanel::mousePressEvent(QMouseEvent* event) {
+    if (event->button() != Qt::LeftButton) {
+        QWidget::mousePressEvent(event);
+        return;
+    }
+    m_pressOffset.reset();
+    QWindow* handle = windowHandle();
+    if (handle == nullptr || !handle->startSystemMove()) {
+        m_pressOffset = event->globalPosition().toPoint() - frameGeometry().topLeft();
+    }
+    event->accept();
+}
+
+void DesktopPanel::mouseMoveEvent(QMouseEvent* event) {
+    if (!m_pressOffset || !(event->buttons() & Qt::LeftButton)) {
+        QWidget::mouseMoveEvent(event);
+        return;
+    }
+    move(event->globalPosition().toPoint() - *m_pressOffset);
+    event->accept();
+}
+
+void DesktopPanel::mouseReleaseEvent(QMouseEvent* event) {
+    if (event->button() == Qt::LeftButton) {
+        m_pressOffset.reset();
+    }
+    QWidget::mouseReleaseEvent(event);
+}
+
+} // namespace ambrel
