@@ -23,9 +23,10 @@ failed=0
 skipped=0
 stage_lines=()
 
-# Notes how long a stage took, from its start ($SECONDS then) to now.
+# Notes how long a stage took: from its start ($SECONDS then) to now, or the given seconds.
 note_stage() {
     local name=$1 seconds=$((SECONDS - $2))
+    [ $# -lt 3 ] || seconds=$3
     stage_lines+=("$(printf '%-40s %3d min %02d s' "$name" $((seconds / 60)) $((seconds % 60)))")
 }
 
@@ -46,11 +47,14 @@ build_dir() {
 # output waits in a file until finish_tests prints it.
 start_tests() {
     local name=$1
-    shift
+    test_title=$2
+    shift 2
     (
         set +e
+        started=$(date +%s)
         ctest "$@" --output-junit "$scratch/$name.xml" >"$scratch/$name.log" 2>&1
         echo $? >"$scratch/$name.status"
+        echo $(($(date +%s) - started)) >"$scratch/$name.seconds"
     ) &
     test_pid=$!
     test_name=$name
@@ -61,7 +65,7 @@ start_tests() {
 finish_tests() {
     local counts tests_passed tests_failed tests_skipped
     wait "$test_pid" || true
-    say "Tests ($test_name)"
+    say "$test_title"
     cat "$scratch/$test_name.log"
     [ "$(cat "$scratch/$test_name.status" 2>/dev/null)" = 0 ] || status=1
     if counts=$(python3 "$TOVRIN_ROOT/scripts/junit-totals.py" "$scratch/$test_name.xml"); then
@@ -72,7 +76,7 @@ finish_tests() {
     else
         status=1
     fi
-    note_stage "Tests ($test_name)" "$test_started"
+    note_stage "$test_title" "$test_started" "$(cat "$scratch/$test_name.seconds" 2>/dev/null || echo 0)"
 }
 
 started=$SECONDS
@@ -91,14 +95,14 @@ for preset in default asan tsan; do
     if [ -n "$test_pid" ]; then
         say "Building ($preset) beside the tests of the last build"
         nice -n 19 bash -c "source '$TOVRIN_ROOT/scripts/common.sh'; build_preset $preset"
-        note_stage "Build ($preset), beside tests" "$started"
+        note_stage "Build ($preset), beside the tests" "$started"
         finish_tests
     else
         build_preset "$preset"
         note_stage "Build ($preset)" "$started"
     fi
     say "Testing ($preset), $jobs at a time; the output follows when they end"
-    start_tests "$preset" --test-dir "$(build_dir "$preset")" -LE fuzz --output-on-failure \
+    start_tests "$preset" "Tests ($preset)" --test-dir "$(build_dir "$preset")" -LE fuzz --output-on-failure \
         --parallel "$jobs" --timeout 300
 done
 finish_tests
@@ -107,7 +111,7 @@ finish_tests
 started=$SECONDS
 say "Fuzzing each parser for $fuzz_seconds s"
 export TOVRIN_FUZZ_SECONDS=$fuzz_seconds
-start_tests fuzz --test-dir "$(build_dir asan)" -L fuzz --output-on-failure --parallel 2
+start_tests fuzz "Fuzzing ($fuzz_seconds s per parser)" --test-dir "$(build_dir asan)" -L fuzz --output-on-failure --parallel 2
 finish_tests
 
 if [ -s "$TOVRIN_TEST_LEFTOVER_LOG" ]; then
