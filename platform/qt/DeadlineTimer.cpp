@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <utility>
 
+#include <QTimer>
+
 namespace ambrel {
 
 namespace {
@@ -10,14 +12,35 @@ namespace {
 // QTimer takes an int of milliseconds.
 constexpr std::chrono::milliseconds kLongestWait{2147483647};
 
+// The program's alarm: a single-shot precise QTimer of the calling thread.
+class QtTimerAlarm final : public TimerAlarm {
+public:
+    QtTimerAlarm() {
+        m_timer.setTimerType(Qt::PreciseTimer);
+        m_timer.setSingleShot(true);
+    }
+    void setWake(std::function<void()> wake) override {
+        QObject::connect(&m_timer, &QTimer::timeout, &m_timer, std::move(wake));
+    }
+    void arm(std::chrono::milliseconds wait) override {
+        m_timer.start(static_cast<int>(wait.count()));
+    }
+    void disarm() override { m_timer.stop(); }
+    std::chrono::milliseconds wait() const override {
+        return std::chrono::milliseconds(m_timer.interval());
+    }
+
+private:
+    QTimer m_timer;
+};
+
 } // namespace
 
 DeadlineTimer::DeadlineTimer(std::function<void()> action, std::function<Clock::time_point()> now,
-                             QObject* parent)
-    : QObject(parent), m_action(std::move(action)), m_now(std::move(now)) {
-    m_timer.setTimerType(Qt::PreciseTimer);
-    m_timer.setSingleShot(true);
-    QObject::connect(&m_timer, &QTimer::timeout, this, [this] { onTimeout(); });
+                             std::unique_ptr<TimerAlarm> alarm, QObject* parent)
+    : QObject(parent), m_action(std::move(action)), m_now(std::move(now)),
+      m_alarm(alarm ? std::move(alarm) : std::make_unique<QtTimerAlarm>()) {
+    m_alarm->setWake([this] { onTimeout(); });
 }
 
 DeadlineTimer::~DeadlineTimer() = default;
@@ -33,11 +56,11 @@ void DeadlineTimer::start(Clock::duration interval, TimerRepeat repeat) {
 
 void DeadlineTimer::stop() {
     m_active = false;
-    m_timer.stop();
+    m_alarm->disarm();
 }
 
 std::chrono::milliseconds DeadlineTimer::pendingWait() const {
-    return std::chrono::milliseconds(m_timer.interval());
+    return m_alarm->wait();
 }
 
 std::chrono::milliseconds DeadlineTimer::waitCovering(Clock::duration remaining) {
@@ -48,7 +71,7 @@ std::chrono::milliseconds DeadlineTimer::waitCovering(Clock::duration remaining)
 }
 
 void DeadlineTimer::arm(Clock::time_point now) {
-    m_timer.start(static_cast<int>(waitCovering(m_deadline - now).count()));
+    m_alarm->arm(waitCovering(m_deadline - now));
 }
 
 void DeadlineTimer::onTimeout() {

@@ -2,13 +2,27 @@
 
 #include <chrono>
 #include <functional>
+#include <memory>
 
 #include <QObject>
-#include <QTimer>
 
 #include "platform/MainScheduler.h"
 
 namespace ambrel {
+
+// What wakes a DeadlineTimer: a one-shot alarm counted in whole milliseconds. The program's is
+// a precise QTimer; tests bring one that they set off by hand, early or late.
+class TimerAlarm {
+public:
+    virtual ~TimerAlarm() = default;
+    // `wake` runs each time the alarm goes off; given once, before the first arm().
+    virtual void setWake(std::function<void()> wake) = 0;
+    // Replaces any earlier arming.
+    virtual void arm(std::chrono::milliseconds wait) = 0;
+    virtual void disarm() = 0;
+    // The wait of the last arm().
+    virtual std::chrono::milliseconds wait() const = 0;
+};
 
 // A timer of the thread that made it (the main thread) that never fires before its time. Qt
 // counts whole milliseconds and its default coarse timers may fire up to 5 % early; this one
@@ -20,11 +34,11 @@ class DeadlineTimer final : public QObject {
 public:
     using Clock = std::chrono::steady_clock;
 
-    // `action` runs on this object's thread at each deadline; `now` reads the monotonic clock
-    // (replaced only by tests).
+    // `action` runs on this object's thread at each deadline; `now` reads the monotonic clock and
+    // `alarm` wakes the timer (a precise QTimer unless given).
     explicit DeadlineTimer(std::function<void()> action,
                            std::function<Clock::time_point()> now = &Clock::now,
-                           QObject* parent = nullptr);
+                           std::unique_ptr<TimerAlarm> alarm = nullptr, QObject* parent = nullptr);
     ~DeadlineTimer() override;
 
     DeadlineTimer(const DeadlineTimer&) = delete;
@@ -40,14 +54,11 @@ public:
     TimerRepeat repeat() const { return m_repeat; }
     // The next deadline on the monotonic clock; meaningful while active.
     Clock::time_point deadline() const { return m_deadline; }
-    // How long the underlying Qt timer waits now; meaningful while active.
+    // How long the alarm waits now; meaningful while active.
     std::chrono::milliseconds pendingWait() const;
 
     // The whole milliseconds to wait so that `remaining` has surely passed (rounded up).
     static std::chrono::milliseconds waitCovering(Clock::duration remaining);
-
-    // Acts as if the underlying Qt timer had just gone off, for tests that move the clock.
-    void timeoutForTesting() { onTimeout(); }
 
 private:
     void arm(Clock::time_point now);
@@ -55,7 +66,7 @@ private:
 
     std::function<void()> m_action;
     std::function<Clock::time_point()> m_now;
-    QTimer m_timer;
+    std::unique_ptr<TimerAlarm> m_alarm;
     Clock::duration m_interval{};
     Clock::time_point m_deadline{};
     TimerRepeat m_repeat = TimerRepeat::once;

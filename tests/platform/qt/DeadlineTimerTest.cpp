@@ -25,11 +25,48 @@ struct ManualClock {
     }
 };
 
+// An alarm the test sets off by hand, as if the Qt timer had gone off at the clock's time.
+class ManualAlarm final : public TimerAlarm {
+public:
+    void setWake(std::function<void()> wake) override { m_wake = std::move(wake); }
+    void arm(std::chrono::milliseconds wait) override {
+        m_wait = wait;
+        m_armed = true;
+    }
+    void disarm() override { m_armed = false; }
+    std::chrono::milliseconds wait() const override { return m_wait; }
+
+    bool isArmed() const { return m_armed; }
+    // Goes off whether armed or not: a stale firing must be harmless too.
+    void goOff() {
+        m_armed = false;
+        const auto wake = m_wake;
+        wake();
+    }
+
+private:
+    std::function<void()> m_wake;
+    std::chrono::milliseconds m_wait{};
+    bool m_armed = false;
+};
+
 class DeadlineTimerTest : public ::testing::Test {
 protected:
     void SetUp() override { testing::coreApplication(); }
 
+    // A timer on the manual clock and alarm; the alarm stays reachable through m_alarm.
+    std::unique_ptr<DeadlineTimer> makeTimer(std::function<void()> action) {
+        auto alarm = std::make_unique<ManualAlarm>();
+        m_alarm = alarm.get();
+        return std::make_unique<DeadlineTimer>(std::move(action), m_clock.reader(),
+                                               std::move(alarm));
+    }
+    std::unique_ptr<DeadlineTimer> makeCountingTimer() {
+        return makeTimer([this] { ++m_fired; });
+    }
+
     ManualClock m_clock;
+    ManualAlarm* m_alarm = nullptr;
     int m_fired = 0;
 };
 
@@ -45,7 +82,8 @@ TEST_F(DeadlineTimerTest, WaitIsRoundedUpToWholeMilliseconds) {
 }
 
 TEST_F(DeadlineTimerTest, AnEarlyWakeWaitsOutTheRest) {
-    DeadlineTimer timer([this] { ++m_fired; }, m_clock.reader());
+    const auto owned = makeCountingTimer();
+    DeadlineTimer& timer = *owned;
     const auto start = m_clock.now;
     timer.start(4s, TimerRepeat::once);
     EXPECT_EQ(timer.deadline(), start + 4s);
@@ -53,82 +91,85 @@ TEST_F(DeadlineTimerTest, AnEarlyWakeWaitsOutTheRest) {
 
     // A coarse timer may go off 5 % early: 3.8 s into a 4 s wait.
     m_clock.now = start + 3800ms;
-    timer.timeoutForTesting();
+    m_alarm->goOff();
     EXPECT_EQ(m_fired, 0);
     EXPECT_TRUE(timer.isActive());
     EXPECT_EQ(timer.pendingWait(), 200ms);
 
     m_clock.now = start + 4s - 1ns;
-    timer.timeoutForTesting();
+    m_alarm->goOff();
     EXPECT_EQ(m_fired, 0);
     EXPECT_EQ(timer.pendingWait(), 1ms);
 
     m_clock.now = start + 4s;
-    timer.timeoutForTesting();
+    m_alarm->goOff();
     EXPECT_EQ(m_fired, 1);
     EXPECT_FALSE(timer.isActive());
 
     m_clock.now = start + 10s;
-    timer.timeoutForTesting();
+    m_alarm->goOff();
     EXPECT_EQ(m_fired, 1);
 }
 
 TEST_F(DeadlineTimerTest, RepeatingDeadlinesStayOnTheirGrid) {
-    DeadlineTimer timer([this] { ++m_fired; }, m_clock.reader());
+    const auto owned = makeCountingTimer();
+    DeadlineTimer& timer = *owned;
     const auto start = m_clock.now;
     timer.start(30s, TimerRepeat::repeating);
 
     m_clock.now = start + 30s + 2ms;
-    timer.timeoutForTesting();
+    m_alarm->goOff();
     EXPECT_EQ(m_fired, 1);
     EXPECT_TRUE(timer.isActive());
     EXPECT_EQ(timer.deadline(), start + 60s);
     EXPECT_EQ(timer.pendingWait(), 29998ms);
 
     m_clock.now = start + 59s;
-    timer.timeoutForTesting();
+    m_alarm->goOff();
     EXPECT_EQ(m_fired, 1);
     EXPECT_EQ(timer.pendingWait(), 1000ms);
 
     m_clock.now = start + 60s;
-    timer.timeoutForTesting();
+    m_alarm->goOff();
     EXPECT_EQ(m_fired, 2);
     EXPECT_EQ(timer.deadline(), start + 90s);
 }
 
 TEST_F(DeadlineTimerTest, ALongStallFiresOnceAndSkipsTheMissedPeriods) {
-    DeadlineTimer timer([this] { ++m_fired; }, m_clock.reader());
+    const auto owned = makeCountingTimer();
+    DeadlineTimer& timer = *owned;
     const auto start = m_clock.now;
     timer.start(30s, TimerRepeat::repeating);
     m_clock.now = start + 10 * 30s + 1s;
-    timer.timeoutForTesting();
+    m_alarm->goOff();
     EXPECT_EQ(m_fired, 1);
     EXPECT_EQ(timer.deadline(), start + 11 * 30s);
     EXPECT_EQ(timer.pendingWait(), 29000ms);
 }
 
 TEST_F(DeadlineTimerTest, StoppedTimerDoesNotFire) {
-    DeadlineTimer timer([this] { ++m_fired; }, m_clock.reader());
+    const auto owned = makeCountingTimer();
+    DeadlineTimer& timer = *owned;
     timer.start(1s, TimerRepeat::once);
+    EXPECT_TRUE(m_alarm->isArmed());
     timer.stop();
+    EXPECT_FALSE(m_alarm->isArmed());
     m_clock.now += 2s;
-    timer.timeoutForTesting();
+    m_alarm->goOff();
     EXPECT_EQ(m_fired, 0);
     EXPECT_FALSE(timer.isActive());
 }
 
 TEST_F(DeadlineTimerTest, ActionMayDestroyItsTimer) {
     std::unique_ptr<DeadlineTimer> timer;
-    timer = std::make_unique<DeadlineTimer>(
-        [&] {
-            ++m_fired;
-            timer.reset();
-        },
-        m_clock.reader());
+    timer = makeTimer([&] {
+        ++m_fired;
+        timer.reset();
+    });
     timer->start(1s, TimerRepeat::repeating);
     m_clock.now += 1s;
     // Under the address sanitizer, any touch of the timer after its action would show here.
-    timer->timeoutForTesting();
+    m_alarm->goOff();
     EXPECT_EQ(m_fired, 1);
     EXPECT_EQ(timer, nullptr);
 }
