@@ -127,12 +127,10 @@ void BatteryMonitor::refreshPhone() {
     // The worker gets copies as they are now; later changes on the main thread do not reach it.
     // It holds the monitor, the worker and the scheduler weakly: a read for a monitor that is gone
     // is not started, not retried, and its outcome goes nowhere.
-    auto task = std::make_shared<PhoneTask>();
-    m_phoneTask = task;
     std::weak_ptr<BatteryMonitor*> weak = m_lifetime;
     std::weak_ptr<Worker> weakWorker = m_services.worker;
     std::weak_ptr<MainScheduler> weakScheduler = m_services.scheduler;
-    m_services.worker->run([weak, weakWorker, weakScheduler, task, readPhone = m_services.readPhone,
+    m_services.worker->run([weak, weakWorker, weakScheduler, readPhone = m_services.readPhone,
                             toolDirectory = m_toolDirectory, preferredID = m_preferredPhoneID,
                             identity = m_identity]() {
         if (weak.expired()) {
@@ -153,27 +151,13 @@ void BatteryMonitor::refreshPhone() {
             return;
         }
         if (auto scheduler = weakScheduler.lock()) {
-            scheduler->post([weak, task, result = std::move(result)]() mutable {
+            scheduler->post([weak, result = std::move(result)]() mutable {
                 if (auto alive = weak.lock()) {
-                    (*alive)->finishPhoneRead(task, std::move(result));
+                    (*alive)->applyPhoneResult(std::move(result));
                 }
             });
         }
     });
-}
-
-void BatteryMonitor::cancelPhoneTaskForTesting() {
-    if (m_phoneTask) {
-        m_phoneTask->isCancelled = true;
-    }
-}
-
-void BatteryMonitor::finishPhoneRead(const std::shared_ptr<PhoneTask>& task,
-                                     PhoneReadResult result) {
-    if (task->isCancelled) {
-        return;
-    }
-    applyPhoneResult(std::move(result));
 }
 
 void BatteryMonitor::applyPhoneResult(PhoneReadResult result) {
@@ -196,7 +180,6 @@ void BatteryMonitor::applyPhoneResult(PhoneReadResult result) {
         publish(m_phoneStatus, issue.message, MonitorProperty::phoneStatus);
     }
     publish(m_isRefreshingPhone, false, MonitorProperty::isRefreshingPhone);
-    m_phoneTask.reset();
     schedulePhoneCheck();
 }
 

@@ -101,19 +101,9 @@ public:
     // The Wi-Fi status line, built from the phone interval in minutes.
     static std::string wifiStatus();
 
-    // Marks the phone read in flight as cancelled: its outcome is then dropped without touching
-    // any state, so isRefreshingPhone stays true. The program itself never cancels a read.
-    void cancelPhoneTaskForTesting();
-
 private:
-    // The phone read in flight, as the main thread knows it. Main thread only.
-    struct PhoneTask {
-        bool isCancelled = false;
-    };
-
     template <typename T> void publish(T& field, T value, MonitorProperty property);
     void notify(MonitorProperty property, ChangePhase phase);
-    void finishPhoneRead(const std::shared_ptr<PhoneTask>& task, PhoneReadResult result);
     void applyPhoneResult(PhoneReadResult result);
     void schedulePhoneCheck();
     void savePhoneCache(const BatteryDeviceSnapshot& snapshot);
@@ -135,7 +125,6 @@ private:
     std::shared_ptr<Timer> m_phoneTimer;
     std::optional<std::string> m_preferredPhoneID;
     std::optional<PhoneIdentity> m_identity;
-    std::shared_ptr<PhoneTask> m_phoneTask;
     bool m_started = false;
 
     // Closures kept by timers and the phone read hold this weakly and do nothing once the

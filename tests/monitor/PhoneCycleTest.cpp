@@ -427,23 +427,6 @@ TEST_F(PhoneCycleTest, StartTwiceReadsThePhoneOnce) {
     EXPECT_EQ(h.scheduler->validTimerCount(), 2);
 }
 
-TEST_F(PhoneCycleTest, CancelledReadIsDroppedAndBlocksFurtherReads) {
-    auto monitor = h.makeMonitor();
-    monitor->refreshPhone();
-    monitor->cancelPhoneTaskForTesting();
-    ChangeLog log(*monitor);
-    h.phone.enqueue(success(h.now()));
-    h.finishReads();
-    EXPECT_THAT(log.entries(), IsEmpty());
-    EXPECT_TRUE(monitor->isRefreshingPhone());
-    EXPECT_EQ(monitor->phoneStatus(), kCheckingPhone);
-    EXPECT_FALSE(monitor->phone().has_value());
-    EXPECT_FALSE(std::filesystem::exists(h.cacheFile()));
-    EXPECT_EQ(h.scheduler->validTimerCount(), 0);
-    monitor->refreshPhone();
-    EXPECT_EQ(h.worker->pendingJobs(), 0u);
-}
-
 TEST_F(PhoneCycleTest, OutcomeForAMonitorThatIsGoneIsDropped) {
     auto monitor = h.makeMonitor();
     monitor->refreshPhone();
