@@ -98,7 +98,7 @@ void MuxerServer::stop() {
     m_listenFd.reset();
 }
 
-bool MuxerServer::hasStandingListenForTesting() const {
+bool MuxerServer::watchesSystemMuxer() const {
     return m_usbWatch != nullptr && m_usbWatch->usbDevices().has_value();
 }
 

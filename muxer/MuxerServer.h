@@ -65,9 +65,9 @@ public:
     const std::string& failure() const { return m_failure; }
     const std::filesystem::path& socketPath() const { return m_options.socketPath; }
     // Clients being served now.
-    int clientCountForTesting() const { return m_clientCount.load(); }
+    int clientCount() const { return m_clientCount.load(); }
     // Whether listings are answered from a Listen standing at the system muxer.
-    bool hasStandingListenForTesting() const;
+    bool watchesSystemMuxer() const;
 
 private:
     struct Worker {

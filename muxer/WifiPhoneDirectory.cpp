@@ -71,9 +71,13 @@ void WifiPhoneDirectory::expectDiscovery(std::chrono::milliseconds limit) {
     m_settleDeadline = std::chrono::steady_clock::now() + limit;
 }
 
-int WifiPhoneDirectory::settleWaitsForTesting() {
+bool WifiPhoneDirectory::isAwaitingDiscovery() {
     const std::lock_guard lock(m_mutex);
-    return m_settleWaits;
+    return awaitsDiscovery();
+}
+
+bool WifiPhoneDirectory::awaitsDiscovery() const {
+    return !m_settled && std::chrono::steady_clock::now() < m_settleDeadline;
 }
 
 void WifiPhoneDirectory::dropExpired() {
@@ -95,8 +99,7 @@ std::uint32_t WifiPhoneDirectory::deviceIdOf(const std::string& udid) {
 
 std::vector<MuxDevice> WifiPhoneDirectory::networkDevices() {
     std::unique_lock lock(m_mutex);
-    if (!m_settled && std::chrono::steady_clock::now() < m_settleDeadline) {
-        ++m_settleWaits;
+    if (awaitsDiscovery()) {
         m_settledChanged.wait_until(lock, m_settleDeadline, [this] { return m_settled; });
     }
     dropExpired();

@@ -51,8 +51,9 @@ public:
     // From now on networkDevices() waits up to `limit` for discoverySettled(), once; called
     // when discovery starts.
     void expectDiscovery(std::chrono::milliseconds limit);
-    // How many listings have waited for discovery to settle.
-    int settleWaitsForTesting();
+    // Whether a listing now would wait for discovery to settle: discovery is under way and its
+    // limit has not passed.
+    bool isAwaitingDiscovery();
 
     // NetworkPhoneSource
     std::vector<MuxDevice> networkDevices() override;
@@ -62,6 +63,8 @@ public:
     void notePairRecord(const std::string& udid, const std::string& record) override;
 
 private:
+    // Main part of isAwaitingDiscovery(); the caller holds m_mutex.
+    bool awaitsDiscovery() const;
     struct Advert {
         std::string name;
         std::string fullServiceName;
@@ -83,7 +86,6 @@ private:
     std::condition_variable m_settledChanged;
     bool m_settled = true;
     std::chrono::steady_clock::time_point m_settleDeadline{};
-    int m_settleWaits = 0;
 };
 
 } // namespace ambrel

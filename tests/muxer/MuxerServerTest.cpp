@@ -158,7 +158,7 @@ protected:
     // Waits until listings come from the Listen standing at the system muxer.
     bool standingListenWithin(std::chrono::milliseconds limit) const {
         const auto deadline = std::chrono::steady_clock::now() + limit;
-        while (!m_muxer->hasStandingListenForTesting()) {
+        while (!m_muxer->watchesSystemMuxer()) {
             if (std::chrono::steady_clock::now() >= deadline) {
                 return false;
             }
@@ -325,7 +325,7 @@ TEST_F(MuxerServerTest, AStandingListenKeepsNoDevicesOfASystemMuxerThatEnded) {
 
     m_system.reset();
     EXPECT_TRUE(listedUsbIds().empty());
-    EXPECT_FALSE(m_muxer->hasStandingListenForTesting());
+    EXPECT_FALSE(m_muxer->watchesSystemMuxer());
 
     // Back again: listed at once by asking, then from a new standing Listen.
     m_system = std::make_unique<FakeSystemMuxer>(m_folder.path() / "system");
@@ -343,7 +343,7 @@ TEST_F(MuxerServerTest, WithoutAStandingListenEveryListingAsksTheSystemMuxer) {
     startMuxer();
     m_system->addUsbDevice(3, kSerial);
     std::this_thread::sleep_for(SystemDeviceWatch::kSettle * 2);
-    EXPECT_FALSE(m_muxer->hasStandingListenForTesting());
+    EXPECT_FALSE(m_muxer->watchesSystemMuxer());
     EXPECT_EQ(listedUsbIds(), std::vector<std::uint32_t>{3});
     EXPECT_EQ(listedUsbIds(), std::vector<std::uint32_t>{3});
     EXPECT_EQ(m_system->requestsOf("ListDevices"), 2);
@@ -608,16 +608,16 @@ TEST_F(MuxerServerTest, ClientsBeyondTheLimitAreHungUpOnAndServedAgainLater) {
         idle.push_back(client());
     }
     const auto deadline = std::chrono::steady_clock::now() + 30s;
-    while (m_muxer->clientCountForTesting() < MuxerServer::kMostClients &&
+    while (m_muxer->clientCount() < MuxerServer::kMostClients &&
            std::chrono::steady_clock::now() < deadline) {
         std::this_thread::sleep_for(10ms);
     }
-    ASSERT_EQ(m_muxer->clientCountForTesting(), MuxerServer::kMostClients);
+    ASSERT_EQ(m_muxer->clientCount(), MuxerServer::kMostClients);
     auto extra = client();
     EXPECT_TRUE(extra.isHungUp());
     idle.clear();
     const auto freed = std::chrono::steady_clock::now() + 30s;
-    while (m_muxer->clientCountForTesting() > 0 && std::chrono::steady_clock::now() < freed) {
+    while (m_muxer->clientCount() > 0 && std::chrono::steady_clock::now() < freed) {
         std::this_thread::sleep_for(10ms);
     }
     expectServing();
