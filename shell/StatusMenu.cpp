@@ -43,9 +43,12 @@ StatusMenu::StatusMenu(const QString& displayName, LoginItemService& loginItems,
     : QObject(parent), m_displayName(displayName), m_loginItems(loginItems),
       m_actions(std::move(actions)) {
     const auto name = displayName.toStdString();
-    m_presentAlert = [title = displayName](const QString& message, const QString& informative) {
-        showModalAlert(title, message, informative);
-    };
+    if (!m_actions.presentAlert) {
+        m_actions.presentAlert = [title = displayName](const QString& message,
+                                                       const QString& informative) {
+            showModalAlert(title, message, informative);
+        };
+    }
 
     QAction* show = m_menu.addAction(menuTitle(ShellTexts::showTitle(name)));
     connect(show, &QAction::triggered, this, [this] { m_actions.showPanel(); });
@@ -152,7 +155,7 @@ void StatusMenu::showAbout() {
 }
 
 void StatusMenu::presentAlert(const QString& message, const QString& informative) {
-    m_presentAlert(message, informative);
+    m_actions.presentAlert(message, informative);
 }
 
 } // namespace ambrel

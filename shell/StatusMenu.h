@@ -22,15 +22,18 @@ class TrayHostWatcher;
 // keyboard shortcuts: the tray host draws the menu and keeps the keys. Main thread only.
 class StatusMenu final : public QObject {
 public:
+    // Shows a modal alert with `message`, `informative` text and one "OK" button.
+    using AlertPresenter = std::function<void(const QString& message, const QString& informative)>;
+
     struct Actions {
         std::function<void()> showPanel;
         std::function<void()> refresh;
         std::function<void()> quit;
         // Opens the desktop's startup settings, where the user approves start at login.
         std::function<void()> openAutostartSettings;
+        // Shows the menu's alerts; a modal message box titled with the display name unless set.
+        AlertPresenter presentAlert;
     };
-    // Shows a modal alert with `message`, `informative` text and one "OK" button.
-    using AlertPresenter = std::function<void(const QString& message, const QString& informative)>;
 
     StatusMenu(const QString& displayName, LoginItemService& loginItems, Actions actions,
                QObject* parent = nullptr);
@@ -49,23 +52,18 @@ public:
     void toggleLogin();
     void showAbout();
 
-    QMenu& menuForTesting() { return m_menu; }
-    QAction* loginActionForTesting() const { return m_loginAction; }
-    QAction* alertsActionForTesting() const { return m_alertsAction; }
-    // Makes the tray item if it is not there yet (without showing it).
-    QSystemTrayIcon& trayForTesting() { return tray(); }
-    void setAlertPresenterForTesting(AlertPresenter presenter) {
-        m_presentAlert = std::move(presenter);
-    }
+    QMenu& menu() { return m_menu; }
+    QAction* loginAction() const { return m_loginAction; }
+    QAction* alertsAction() const { return m_alertsAction; }
+    // The tray item, made if it is not there yet (without showing it).
+    QSystemTrayIcon& tray();
 
 private:
     void presentAlert(const QString& message, const QString& informative);
-    QSystemTrayIcon& tray();
 
     QString m_displayName;
     LoginItemService& m_loginItems;
     Actions m_actions;
-    AlertPresenter m_presentAlert;
     QMenu m_menu;
     QAction* m_loginAction = nullptr;
     QAction* m_alertsAction = nullptr;

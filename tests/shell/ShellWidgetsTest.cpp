@@ -32,14 +32,14 @@ struct MenuHarness {
         actions.refresh = [this] { ++refreshes; };
         actions.quit = [this] { ++quits; };
         actions.openAutostartSettings = [this] { ++settingsOpened; };
-        menu = std::make_unique<StatusMenu>(QStringLiteral("Tovrin"), service, actions);
-        menu->setAlertPresenterForTesting([this](const QString& message, const QString& text) {
+        actions.presentAlert = [this](const QString& message, const QString& text) {
             alerts.emplace_back(message, text);
-        });
+        };
+        menu = std::make_unique<StatusMenu>(QStringLiteral("Tovrin"), service, actions);
     }
 
-    QList<QAction*> actions() { return menu->menuForTesting().actions(); }
-    void open() { Q_EMIT menu->menuForTesting().aboutToShow(); }
+    QList<QAction*> actions() { return menu->menu().actions(); }
+    void open() { Q_EMIT menu->menu().aboutToShow(); }
 
     FakeLoginItemService service;
     std::unique_ptr<StatusMenu> menu;
@@ -66,7 +66,7 @@ TEST(StatusMenuTest, EntriesInOrderWithAlertsAfterStartAtLogin) {
 
 TEST(StatusMenuTest, LowBatteryAlertsIsACheckboxOnByDefault) {
     MenuHarness harness;
-    QAction* alerts = harness.menu->alertsActionForTesting();
+    QAction* alerts = harness.menu->alertsAction();
     EXPECT_EQ(alerts, harness.actions()[4]);
     EXPECT_TRUE(alerts->isCheckable());
     EXPECT_TRUE(alerts->isChecked());
@@ -92,7 +92,7 @@ TEST(StatusMenuTest, AmpersandInTheNameIsShownAsItIs) {
     testing::ensureOffscreenApplication();
     FakeLoginItemService service;
     StatusMenu menu(QStringLiteral("Bits & Bobs"), service, StatusMenu::Actions{});
-    const auto actions = menu.menuForTesting().actions();
+    const auto actions = menu.menu().actions();
     ASSERT_EQ(actions.size(), 8);
     // Qt draws "&&" as one "&"; a lone "&" would underline the next letter instead.
     EXPECT_EQ(actions[0]->text(), QStringLiteral("Show Bits && Bobs"));
@@ -113,9 +113,9 @@ TEST(StatusMenuTest, EntriesCallTheirActions) {
 
 TEST(StatusMenuTest, ToolTipNamesTheProgram) {
     MenuHarness harness;
-    EXPECT_EQ(harness.menu->trayForTesting().toolTip(),
+    EXPECT_EQ(harness.menu->tray().toolTip(),
               QString::fromUtf8("Tovrin \u2014 Mac and iPhone batteries"));
-    EXPECT_FALSE(harness.menu->trayForTesting().icon().isNull());
+    EXPECT_FALSE(harness.menu->tray().icon().isNull());
 }
 
 TEST(StatusMenuTest, TrayMarkFollowsTheLook) {
@@ -123,22 +123,22 @@ TEST(StatusMenuTest, TrayMarkFollowsTheLook) {
         return tray.icon().pixmap(QSize(18, 18)).toImage();
     };
     MenuHarness light;
-    const QImage lightMark = mark(light.menu->trayForTesting());
+    const QImage lightMark = mark(light.menu->tray());
     // A look set before the tray item exists is the one it is made with.
     MenuHarness dark;
     dark.menu->setDark(true);
-    const QImage darkMark = mark(dark.menu->trayForTesting());
+    const QImage darkMark = mark(dark.menu->tray());
     ASSERT_FALSE(lightMark.isNull());
     EXPECT_NE(lightMark, darkMark);
     light.menu->setDark(true);
-    EXPECT_EQ(mark(light.menu->trayForTesting()), darkMark);
+    EXPECT_EQ(mark(light.menu->tray()), darkMark);
     light.menu->setDark(false);
-    EXPECT_EQ(mark(light.menu->trayForTesting()), lightMark);
+    EXPECT_EQ(mark(light.menu->tray()), lightMark);
 }
 
 TEST(StatusMenuTest, OpeningTheMenuReadsTheStatusEachTime) {
     MenuHarness harness;
-    QAction* login = harness.menu->loginActionForTesting();
+    QAction* login = harness.menu->loginAction();
     harness.service.current = LoginItemStatus::enabled;
     harness.open();
     EXPECT_TRUE(login->isChecked());
@@ -159,19 +159,19 @@ TEST(StatusMenuTest, ChoosingStartAtLoginWhenEnabledUnregisters) {
     MenuHarness harness;
     harness.service.current = LoginItemStatus::enabled;
     harness.open();
-    harness.menu->loginActionForTesting()->trigger();
+    harness.menu->loginAction()->trigger();
     EXPECT_EQ(harness.service.unregisterCalls, 1);
     EXPECT_EQ(harness.service.registerCalls, 0);
-    EXPECT_FALSE(harness.menu->loginActionForTesting()->isChecked());
+    EXPECT_FALSE(harness.menu->loginAction()->isChecked());
     EXPECT_TRUE(harness.alerts.empty());
 }
 
 TEST(StatusMenuTest, ChoosingStartAtLoginWhenOffRegisters) {
     MenuHarness harness;
     harness.open();
-    harness.menu->loginActionForTesting()->trigger();
+    harness.menu->loginAction()->trigger();
     EXPECT_EQ(harness.service.registerCalls, 1);
-    EXPECT_TRUE(harness.menu->loginActionForTesting()->isChecked());
+    EXPECT_TRUE(harness.menu->loginAction()->isChecked());
     EXPECT_TRUE(harness.alerts.empty());
 }
 
@@ -179,7 +179,7 @@ TEST(StatusMenuTest, NeedsApprovalOpensTheDesktopsSettingsInstead) {
     MenuHarness harness;
     harness.service.current = LoginItemStatus::requiresApproval;
     harness.open();
-    harness.menu->loginActionForTesting()->trigger();
+    harness.menu->loginAction()->trigger();
     EXPECT_EQ(harness.settingsOpened, 1);
     EXPECT_EQ(harness.service.registerCalls, 0);
     EXPECT_EQ(harness.service.unregisterCalls, 0);
@@ -192,13 +192,13 @@ TEST(StatusMenuTest, NotFoundTriesToRegisterAndShowsTheReason) {
     harness.service.registerFailure =
         LoginItemError{"Tovrin runs from the temporary folder /tmp.", "d", 1};
     harness.open();
-    harness.menu->loginActionForTesting()->trigger();
+    harness.menu->loginAction()->trigger();
     EXPECT_EQ(harness.service.registerCalls, 1);
     ASSERT_EQ(harness.alerts.size(), 1u);
     EXPECT_EQ(harness.alerts[0].first, QString::fromUtf8("Couldn\u2019t change Start at Login"));
     EXPECT_EQ(harness.alerts[0].second,
               QStringLiteral("Tovrin runs from the temporary folder /tmp."));
-    EXPECT_FALSE(harness.menu->loginActionForTesting()->isChecked());
+    EXPECT_FALSE(harness.menu->loginAction()->isChecked());
 }
 
 TEST(StatusMenuTest, UnregisterFailureShowsTheReason) {
@@ -208,7 +208,7 @@ TEST(StatusMenuTest, UnregisterFailureShowsTheReason) {
     harness.menu->toggleLogin();
     ASSERT_EQ(harness.alerts.size(), 1u);
     EXPECT_EQ(harness.alerts[0].second, QStringLiteral("Permission denied"));
-    EXPECT_TRUE(harness.menu->loginActionForTesting()->isChecked());
+    EXPECT_TRUE(harness.menu->loginAction()->isChecked());
 }
 
 TEST(StatusMenuTest, AboutShowsTheNameAndTheAboutText) {
