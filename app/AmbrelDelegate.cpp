@@ -13,6 +13,7 @@
 #include "monitor/BarStatePublisher.h"
 #include "monitor/BatteryMonitor.h"
 #include "platform/linux/SpawnProcessLauncher.h"
+#include "platform/linux/ThreadWorker.h"
 #include "platform/qt/ColorSchemeWatcher.h"
 #include "platform/qt/DeadlineTimer.h"
 #include "platform/qt/QtMainScheduler.h"
@@ -60,10 +61,15 @@ AmbrelDelegate::AmbrelDelegate(std::vector<std::string> arguments, std::shared_p
       m_environment(std::move(environment)), m_locale(UserLocale::forUser(*m_environment)),
       m_loginItems(std::move(setup.loginItems)),
       m_displayName(QString::fromStdString(ShellTexts::displayName(*m_bundle))),
-      m_forcedLook(CommandLine::previewLook(m_arguments)), m_launcher(std::move(setup.launcher)) {
-    WidgetBrand::readFrom(m_bundle);
+      m_forcedLook(CommandLine::previewLook(m_arguments)),
+      m_appearance(*QCoreApplication::instance()), m_style{m_appearance, ViewFonts(),
+                                                           WidgetBrand::nameFrom(m_bundle.get())},
+      m_launcher(std::move(setup.launcher)) {
     setup.connection.launcher = m_launcher;
-    m_openConnectionWindow = connectionWindowOpener(std::move(setup.connection));
+    m_scheduler = std::make_shared<QtMainScheduler>();
+    m_openConnectionWindow = connectionWindowOpener(
+        m_style, std::move(setup.connection),
+        ConnectionWindow::Background{std::make_shared<ThreadWorker>(), m_scheduler});
 }
 
 AmbrelDelegate::~AmbrelDelegate() {
@@ -81,20 +87,19 @@ void AmbrelDelegate::applicationDidFinishLaunching() {
     // alert while the panel is hidden must not end the program.
     QGuiApplication::setQuitOnLastWindowClosed(false);
 
-    auto& appearance = Appearance::instance();
+    auto& appearance = m_appearance;
     if (m_forcedLook) {
         appearance.setForcedLook(*m_forcedLook == CommandLine::PreviewLook::dark ? Look::dark
                                                                                  : Look::light);
     } else {
         m_colorSchemeWatcher =
-            std::make_unique<ColorSchemeWatcher>([](std::optional<bool> prefersDark) {
-                Appearance::instance().setSystemLook(
+            std::make_unique<ColorSchemeWatcher>([this](std::optional<bool> prefersDark) {
+                m_appearance.setSystemLook(
                     prefersDark ? std::optional<Look>(*prefersDark ? Look::dark : Look::light)
                                 : std::nullopt);
             });
     }
 
-    m_scheduler = std::make_shared<QtMainScheduler>();
     auto services = systemMonitorServices(m_scheduler, m_bundle, m_environment, m_launcher);
     const auto toolDirectory = bundleToolDirectory(*m_bundle);
     m_monitor = std::make_unique<BatteryMonitor>(std::move(services), toolDirectory, std::nullopt);
@@ -148,7 +153,7 @@ void AmbrelDelegate::configurePanel() {
 
     QPointer<AmbrelDelegate> self(this);
     auto* card = new AmbrelView(
-        *m_monitor, m_locale,
+        m_style, *m_monitor, m_locale,
         [self] {
             if (self != nullptr && self->m_panel) {
                 self->m_panel->hide();
@@ -255,7 +260,7 @@ void AmbrelDelegate::captureInLook(const std::string& path,
         return;
     }
     // The asked look holds for the picture only; the panel on screen keeps the one in force.
-    auto& appearance = Appearance::instance();
+    auto& appearance = m_appearance;
     const auto lookInForce = appearance.forcedLook();
     if (look) {
         appearance.setForcedLook(*look == CommandLine::PreviewLook::dark ? Look::dark

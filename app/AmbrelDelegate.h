@@ -16,6 +16,8 @@
 #include "diagnosis/SystemConnectionProbe.h"
 #include "platform/Environment.h"
 #include "presentation/UserLocale.h"
+#include "views/Appearance.h"
+#include "views/ViewStyle.h"
 
 class QScreen;
 class QWidget;
@@ -78,7 +80,8 @@ public:
     // Saves the frame and stops watching wake and screens; runs as the event loop ends.
     void applicationWillTerminate();
 
-    DesktopPanel* panelForTesting() const { return m_panel.get(); }
+    // The card's window; none before launch.
+    DesktopPanel* panel() const { return m_panel.get(); }
 
 private:
     void configurePanel();
@@ -97,6 +100,9 @@ private:
     std::unique_ptr<LoginItemService> m_loginItems;
     QString m_displayName;
     std::optional<CommandLine::PreviewLook> m_forcedLook;
+    // What the views draw with: made before any of them, gone after the last.
+    Appearance m_appearance;
+    ViewStyle m_style;
 
     std::shared_ptr<SpawnProcessLauncher> m_launcher;
     std::function<void(QWidget*)> m_openConnectionWindow;

@@ -13,6 +13,8 @@
 #include "monitor/BatteryMonitor.h"
 #include "presentation/UserLocale.h"
 #include "views/AmbrelView.h"
+#include "views/Appearance.h"
+#include "views/ViewStyle.h"
 
 namespace {
 
@@ -112,6 +114,8 @@ struct Scene {
     std::shared_ptr<OneBattery> battery = std::make_shared<OneBattery>();
     std::unique_ptr<BatteryMonitor> monitor;
     UserLocale locale{"en_US", "America/New_York"};
+    Appearance appearance{*QCoreApplication::instance()};
+    ViewStyle style{appearance, ViewFonts(), "Tovrin"};
 
     Scene() {
         MonitorServices services;
@@ -146,8 +150,7 @@ enum class Reading { unchanged, changedEveryFrame };
 // afresh each time, as after a real refresh.
 void renderCard(benchmark::State& state, qreal devicePixelRatio, Reading reading) {
     Scene scene;
-    AmbrelView view(*scene.monitor, {}, {}, {});
-    view.setUserLocaleForTesting(scene.locale);
+    AmbrelView view(scene.style, *scene.monitor, scene.locale, {}, {}, {});
     view.show();
     view.layout()->activate();
     QApplication::processEvents();
@@ -185,10 +188,9 @@ void BM_NewReadingAndRenderCard2x(benchmark::State& state) {
 // Rebuilding both gauges from the monitor, as every published change and clock tick does.
 void BM_SyncFromMonitor(benchmark::State& state) {
     Scene scene;
-    AmbrelView view(*scene.monitor, {}, {}, {});
-    view.setUserLocaleForTesting(scene.locale);
+    AmbrelView view(scene.style, *scene.monitor, scene.locale, {}, {}, {});
     for (auto _ : state) {
-        view.clockTickForTesting();
+        view.syncFromMonitor();
     }
 }
 

@@ -5,7 +5,8 @@
 namespace ambrel::CardTexts {
 
 // The card's fixed texts, kept apart from the widgets so that they are checked without a
-// display. Product names come in as arguments (WidgetBrand::name() in the program).
+// display. Product names come in as arguments (the delegate reads the name from the bundle with
+// WidgetBrand::nameFrom).
 
 inline constexpr const char* kDragHelp = "Drag to move the widget";
 inline constexpr const char* kRefreshHelp = "Check both batteries now";

@@ -17,7 +17,8 @@ constexpr int kSize = 12;
 
 } // namespace
 
-ActivitySpinner::ActivitySpinner(QWidget* parent) : QWidget(parent) {
+ActivitySpinner::ActivitySpinner(const Appearance& appearance, QWidget* parent)
+    : QWidget(parent), m_appearance(appearance) {
     setFixedSize(kSize, kSize);
     // An animation, not a promise of time: a coarse timer lets the system batch its wake-ups.
     m_timer.setTimerType(Qt::CoarseTimer);
@@ -45,7 +46,7 @@ QSize ActivitySpinner::sizeHint() const {
 void ActivitySpinner::paintEvent(QPaintEvent*) {
     QPainter painter(this);
     painter.setRenderHint(QPainter::Antialiasing);
-    const QColor base = Appearance::instance().color(ColorRole::secondary);
+    const QColor base = m_appearance.color(ColorRole::secondary);
     const QPointF centre(width() / 2.0, height() / 2.0);
     const qreal outer = std::min(width(), height()) / 2.0 - 0.75;
     const qreal inner = outer * 0.45;

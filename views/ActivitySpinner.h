@@ -5,13 +5,15 @@
 
 namespace ambrel {
 
+class Appearance;
+
 // A small indeterminate spinner: spokes of fading strength turning around. Its timer runs only
 // between start() and stop(), so an idle card has no animation running.
 class ActivitySpinner final : public QWidget {
     Q_OBJECT
 
 public:
-    explicit ActivitySpinner(QWidget* parent = nullptr);
+    explicit ActivitySpinner(const Appearance& appearance, QWidget* parent = nullptr);
 
     void start();
     void stop();
@@ -25,6 +27,7 @@ protected:
     void paintEvent(QPaintEvent* event) override;
 
 private:
+    const Appearance& m_appearance;
     QTimer m_timer;
     int m_phase = 0;
 };

@@ -10,7 +10,6 @@
 #include "presentation/CardTexts.h"
 #include "presentation/DeviceBatteryGaugeModel.h"
 #include "presentation/UserLocale.h"
-#include "presentation/WidgetBrand.h"
 #include "views/Appearance.h"
 #include "views/ContinuousCorners.h"
 #include "views/DeviceBatteryGauge.h"
@@ -20,7 +19,7 @@
 #include "views/SymbolIcons.h"
 #include "views/TextLine.h"
 #include "views/TitleArea.h"
-#include "views/ViewFonts.h"
+#include "views/ViewStyle.h"
 
 namespace ambrel {
 
@@ -48,24 +47,26 @@ QString menuTitle(const QString& title) {
 
 } // namespace
 
-AmbrelView::AmbrelView(BatteryMonitor& monitor, const UserLocale& locale,
+AmbrelView::AmbrelView(const ViewStyle& style, BatteryMonitor& monitor, const UserLocale& locale,
                        std::function<void()> onHide, std::function<void()> onQuit,
                        std::function<void(QWidget* parent)> openConnectionWindow, QWidget* parent)
-    : QWidget(parent), m_monitor(monitor), m_onHide(std::move(onHide)), m_onQuit(std::move(onQuit)),
-      m_openConnectionWindow(std::move(openConnectionWindow)), m_locale(locale),
-      m_clock([this] { syncFromMonitor(); }) {
-    const QString name = QString::fromStdString(WidgetBrand::name());
+    : QWidget(parent), m_style(style), m_monitor(monitor), m_onHide(std::move(onHide)),
+      m_onQuit(std::move(onQuit)), m_openConnectionWindow(std::move(openConnectionWindow)),
+      m_locale(locale), m_clock([this] { syncFromMonitor(); }) {
+    const QString name = QString::fromStdString(style.brandName);
     setFixedSize(kWidth, kHeight);
     // Only the glass is drawn; around its rounded corners the desktop shows through.
     setAttribute(Qt::WA_TranslucentBackground);
     setAccessibleName(name);
 
-    m_title = new TitleArea(name, this);
-    m_refresh = new IconButton(QStringLiteral("arrow-clockwise"), 11, QSize(20, 16), this);
+    m_title = new TitleArea(style, name, this);
+    m_refresh = new IconButton(style.appearance, QStringLiteral("arrow-clockwise"), 11,
+                               QSize(20, 16), this);
     m_refresh->setToolTip(cardText(CardTexts::kRefreshHelp));
     m_refresh->setAccessibleName(cardText(CardTexts::kRefreshLabel));
-    m_menuButton = new IconButton(QStringLiteral("three-dots"), 12, QSize(18, 16), this);
-    const QString options = QString::fromStdString(CardTexts::optionsLabel(WidgetBrand::name()));
+    m_menuButton =
+        new IconButton(style.appearance, QStringLiteral("three-dots"), 12, QSize(18, 16), this);
+    const QString options = QString::fromStdString(CardTexts::optionsLabel(style.brandName));
     m_menuButton->setToolTip(options);
     m_menuButton->setAccessibleName(options);
 
@@ -75,21 +76,22 @@ AmbrelView::AmbrelView(BatteryMonitor& monitor, const UserLocale& locale,
     header->addWidget(m_refresh, 0, Qt::AlignVCenter);
     header->addWidget(m_menuButton, 0, Qt::AlignVCenter);
 
-    m_macGauge = new DeviceBatteryGauge(this);
+    m_macGauge = new DeviceBatteryGauge(style, this);
     m_macGauge->setObjectName(QStringLiteral("macGauge"));
-    m_phoneGauge = new DeviceBatteryGauge(this);
+    m_phoneGauge = new DeviceBatteryGauge(style, this);
     m_phoneGauge->setObjectName(QStringLiteral("phoneGauge"));
     auto* gauges = new QHBoxLayout();
     gauges->setSpacing(kGaugeSpacing);
     gauges->addWidget(m_macGauge, 1, Qt::AlignTop);
     gauges->addWidget(m_phoneGauge, 1, Qt::AlignTop);
 
-    m_cadence = new TextLine(ViewFonts::system(9, QFont::Medium), ColorRole::secondary,
-                             TextLine::Fit::elideEnd, Qt::AlignLeft, this);
+    m_cadence = new TextLine(style.appearance, style.fonts.system(9, QFont::Medium),
+                             ColorRole::secondary, TextLine::Fit::elideEnd, Qt::AlignLeft, this);
     m_cadence->setLineHeight(kFooterHeight);
     m_cadence->setText(cardText(CardTexts::kCadence));
     m_cadence->setToolTip(cardText(CardTexts::kCadenceHelp));
-    m_help = new IconButton(QStringLiteral("question-circle"), 10, QSize(18, kFooterHeight), this);
+    m_help = new IconButton(style.appearance, QStringLiteral("question-circle"), 10,
+                            QSize(18, kFooterHeight), this);
     m_help->setAccessibleName(cardText(CardTexts::kHelpButtonLabel));
     auto* footer = new QHBoxLayout();
     footer->setSpacing(kFooterSpacing);
@@ -112,7 +114,7 @@ AmbrelView::AmbrelView(BatteryMonitor& monitor, const UserLocale& locale,
         m_menu->popup(m_menuButton->mapToGlobal(QPoint(0, m_menuButton->height())));
     });
     connect(m_help, &QAbstractButton::clicked, this, [this] { showSetup(); });
-    connect(&Appearance::instance(), &Appearance::lookChanged, this, [this] { applyLook(); });
+    connect(&style.appearance, &Appearance::lookChanged, this, [this] { applyLook(); });
 
     m_observer = m_monitor.addObserver([this](MonitorProperty, ChangePhase phase) {
         if (phase == ChangePhase::didChange) {
@@ -133,7 +135,7 @@ AmbrelView::~AmbrelView() {
 void AmbrelView::buildMenu() {
     m_menu = new QMenu(this);
     m_menu->setObjectName(QStringLiteral("optionsMenu"));
-    const std::string& name = WidgetBrand::name();
+    const std::string& name = m_style.brandName;
 
     QAction* refresh = m_menu->addAction(menuTitle(cardText(CardTexts::kMenuRefresh)));
     refresh->setObjectName(QStringLiteral("refreshAction"));
@@ -169,7 +171,7 @@ void AmbrelView::buildMenu() {
 }
 
 void AmbrelView::drawMenuIcons() {
-    const Look look = Appearance::instance().look();
+    const Look look = m_style.appearance.look();
     if (m_menuIconsLook == look) {
         return;
     }
@@ -184,7 +186,7 @@ void AmbrelView::drawMenuIcons() {
 }
 
 void AmbrelView::applyLook() {
-    const Look look = Appearance::instance().look();
+    const Look look = m_style.appearance.look();
     const QPalette palette = Appearance::windowPalette(look);
     m_menu->setPalette(palette);
     if (m_menu->isVisible()) {
@@ -199,8 +201,8 @@ void AmbrelView::showSetup() {
         m_setup->activateWindow();
         return;
     }
-    auto* sheet =
-        new IPhoneSetupView([this] { m_monitor.refreshAll(); }, m_openConnectionWindow, this);
+    auto* sheet = new IPhoneSetupView(
+        m_style, [this] { m_monitor.refreshAll(); }, m_openConnectionWindow, this);
     sheet->setAttribute(Qt::WA_DeleteOnClose);
     sheet->setWindowModality(Qt::WindowModal);
     m_setup = sheet;
@@ -232,7 +234,7 @@ void AmbrelView::resizeEvent(QResizeEvent* event) {
 void AmbrelView::paintEvent(QPaintEvent*) {
     QPainter painter(this);
     const double ratio = pixelRatio(painter);
-    const Look look = Appearance::instance().look();
+    const Look look = m_style.appearance.look();
     if (m_glass.isNull() || m_glassRatio != ratio || m_glassLook != look) {
         m_glass = QImage((QSizeF(size()) * ratio).toSize(), QImage::Format_ARGB32_Premultiplied);
         m_glass.setDevicePixelRatio(ratio);

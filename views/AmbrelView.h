@@ -22,6 +22,7 @@ class IconButton;
 class TextLine;
 class TitleArea;
 class UserLocale;
+struct ViewStyle;
 
 // The whole widget card, 360 x 170: a header (the title that moves the window, a refresh button
 // and an options menu), this computer's and the phone's gauges, and a footer with the refresh
@@ -37,9 +38,9 @@ public:
     static constexpr std::chrono::seconds kClockInterval{30};
 
     // `openConnectionWindow` is what the setup sheet's "Open Finder" calls, with the sheet;
-    // time stamps are written in `locale`, which must outlive the view.
-    AmbrelView(BatteryMonitor& monitor, const UserLocale& locale, std::function<void()> onHide,
-               std::function<void()> onQuit,
+    // time stamps are written in `locale`; the view draws with `style`. Both must outlive it.
+    AmbrelView(const ViewStyle& style, BatteryMonitor& monitor, const UserLocale& locale,
+               std::function<void()> onHide, std::function<void()> onQuit,
                std::function<void(QWidget* parent)> openConnectionWindow,
                QWidget* parent = nullptr);
     ~AmbrelView() override;
@@ -59,8 +60,9 @@ public:
     IconButton* helpButton() const { return m_help; }
     const DeadlineTimer& clock() const { return m_clock; }
 
-    // Does what the 30-second clock does when it fires.
-    void clockTickForTesting() { syncFromMonitor(); }
+    // Copies the monitor's state into the child views and schedules one repaint; the 30-second
+    // clock calls it to keep the time stamps (today or another day) current.
+    void syncFromMonitor();
 
 protected:
     void paintEvent(QPaintEvent* event) override;
@@ -71,9 +73,8 @@ private:
     void applyLook();
     // Gives the menu's items their icons in the look in force, unless they have them already.
     void drawMenuIcons();
-    // Copies the monitor's state into the child views and schedules one repaint.
-    void syncFromMonitor();
 
+    const ViewStyle& m_style;
     BatteryMonitor& m_monitor;
     std::function<void()> m_onHide;
     std::function<void()> m_onQuit;

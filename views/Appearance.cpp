@@ -2,23 +2,16 @@
 
 #include <QEvent>
 #include <QGuiApplication>
-#include <QPointer>
 
 namespace ambrel {
 
-Appearance::Appearance(QObject* parent) : QObject(parent) {
+Appearance::Appearance(QCoreApplication& application) : m_application(application) {
     m_look = lookFromPalette(QGuiApplication::palette());
-    if (parent) {
-        parent->installEventFilter(this);
-    }
+    m_application.installEventFilter(this);
 }
 
-Appearance& Appearance::instance() {
-    static QPointer<Appearance> current;
-    if (!current) {
-        current = new Appearance(QCoreApplication::instance());
-    }
-    return *current;
+Appearance::~Appearance() {
+    m_application.removeEventFilter(this);
 }
 
 void Appearance::setForcedLook(std::optional<Look> look) {
@@ -36,7 +29,7 @@ Look Appearance::lookFromPalette(const QPalette& palette) {
 }
 
 bool Appearance::eventFilter(QObject* watched, QEvent* event) {
-    if (event->type() == QEvent::ApplicationPaletteChange && watched == parent()) {
+    if (event->type() == QEvent::ApplicationPaletteChange && watched == &m_application) {
         reevaluate();
     }
     return QObject::eventFilter(watched, event);

@@ -6,6 +6,8 @@
 #include <QObject>
 #include <QPalette>
 
+class QCoreApplication;
+
 #include "presentation/ColorRole.h"
 
 namespace ambrel {
@@ -15,14 +17,15 @@ enum class Look { light, dark };
 
 // The look in force and the colours of each look. The look is, in order of precedence: the one
 // forced by the program's switches, the one the desktop reports, else the one the application
-// palette suggests (a dark window colour means dark). Views repaint on lookChanged. One
-// instance per application object; main thread only.
+// palette suggests (a dark window colour means dark). Views repaint on lookChanged. The
+// delegate makes one after the application object and before any view; main thread only.
 class Appearance final : public QObject {
     Q_OBJECT
 
 public:
-    // The instance of the running QGuiApplication (made on first use, deleted with it).
-    static Appearance& instance();
+    // Watches `application` for palette changes; must not outlive it.
+    explicit Appearance(QCoreApplication& application);
+    ~Appearance() override;
 
     Look look() const { return m_look; }
 
@@ -56,8 +59,9 @@ protected:
     bool eventFilter(QObject* watched, QEvent* event) override;
 
 private:
-    explicit Appearance(QObject* parent);
     void reevaluate();
+
+    QCoreApplication& m_application;
 
     std::optional<Look> m_forcedLook;
     std::optional<Look> m_systemLook;

@@ -12,12 +12,10 @@
 #include <QLabel>
 #include <QPointer>
 #include <QPushButton>
-#include <QThreadPool>
 #include <QVBoxLayout>
 
-#include "presentation/WidgetBrand.h"
 #include "views/Appearance.h"
-#include "views/ViewFonts.h"
+#include "views/ViewStyle.h"
 
 namespace ambrel {
 
@@ -60,21 +58,22 @@ QLabel* wrappedLabel(const QString& content, const QFont& font, QWidget* parent)
 
 } // namespace
 
-ConnectionWindow::ConnectionWindow(SystemConnectionProbe::Setup setup, QWidget* parent)
-    : QDialog(parent), m_setup(std::move(setup)),
-      m_helper(m_setup.toolDirectory, m_setup.launcher) {
-    setWindowTitle(QStringLiteral("iPhone Connection \u00b7 ") + windowText(WidgetBrand::name()));
+ConnectionWindow::ConnectionWindow(const ViewStyle& style, SystemConnectionProbe::Setup setup,
+                                   Background background, QWidget* parent)
+    : QDialog(parent), m_style(style), m_setup(std::move(setup)),
+      m_background(std::move(background)), m_helper(m_setup.toolDirectory, m_setup.launcher) {
+    setWindowTitle(QStringLiteral("iPhone Connection \u00b7 ") + windowText(style.brandName));
 
     auto* layout = new QVBoxLayout(this);
     layout->setContentsMargins(kWindowPadding, kWindowPadding, kWindowPadding, kWindowPadding);
     layout->setSpacing(kWindowSpacing);
 
     layout->addWidget(
-        wrappedLabel(QStringLiteral("iPhones"), ViewFonts::system(17, QFont::DemiBold), this));
+        wrappedLabel(QStringLiteral("iPhones"), m_style.fonts.system(17, QFont::DemiBold), this));
     m_phoneList = new QVBoxLayout();
     m_phoneList->setSpacing(kWindowSpacing);
     layout->addLayout(m_phoneList);
-    m_status = wrappedLabel(QString(), ViewFonts::system(12), this);
+    m_status = wrappedLabel(QString(), m_style.fonts.system(12), this);
     m_secondaryLabels.push_back(m_status);
     layout->addWidget(m_status);
 
@@ -84,7 +83,7 @@ ConnectionWindow::ConnectionWindow(SystemConnectionProbe::Setup setup, QWidget* 
     layout->addWidget(line);
 
     layout->addWidget(wrappedLabel(QStringLiteral("Connection check"),
-                                   ViewFonts::system(17, QFont::DemiBold), this));
+                                   m_style.fonts.system(17, QFont::DemiBold), this));
     m_checkList = new QVBoxLayout();
     m_checkList->setSpacing(4);
     layout->addLayout(m_checkList);
@@ -102,7 +101,7 @@ ConnectionWindow::ConnectionWindow(SystemConnectionProbe::Setup setup, QWidget* 
 
     connect(m_refreshButton, &QPushButton::clicked, this, [this] { refresh(); });
     connect(m_checkButton, &QPushButton::clicked, this, [this] { runCheck(); });
-    connect(&Appearance::instance(), &Appearance::lookChanged, this, [this] { applyLook(); });
+    connect(&style.appearance, &Appearance::lookChanged, this, [this] { applyLook(); });
     applyLook();
     fitHeight();
 }
@@ -119,11 +118,14 @@ void ConnectionWindow::fitHeight() {
     setFixedSize(kWidth, std::max(height, content->totalMinimumSize().height()));
 }
 
-ConnectionWindowOpener connectionWindowOpener(SystemConnectionProbe::Setup setup) {
+ConnectionWindowOpener connectionWindowOpener(const ViewStyle& style,
+                                              SystemConnectionProbe::Setup setup,
+                                              ConnectionWindow::Background background) {
     auto opened = std::make_shared<QPointer<ConnectionWindow>>();
-    return [setup = std::move(setup), opened](QWidget* parent) {
+    return [&style, setup = std::move(setup), background = std::move(background),
+            opened](QWidget* parent) {
         if (opened->isNull()) {
-            *opened = new ConnectionWindow(setup, parent);
+            *opened = new ConnectionWindow(style, setup, background, parent);
             (*opened)->setAttribute(Qt::WA_DeleteOnClose);
         }
         ConnectionWindow* window = *opened;
@@ -140,21 +142,21 @@ void ConnectionWindow::inBackground(std::function<Result()> work,
     ++m_pending;
     setBusy(true);
     QPointer<ConnectionWindow> self(this);
-    QThreadPool::globalInstance()->start([self, work = std::move(work), done = std::move(done)] {
+    // The job holds the scheduler weakly: a result that comes back after the program has begun
+    // to end goes nowhere. On the main thread it looks for the window, which may be gone.
+    std::weak_ptr<MainScheduler> weakScheduler = m_background.scheduler;
+    m_background.worker->run([self, weakScheduler, work = std::move(work), done = std::move(done)] {
         auto result = std::make_shared<Result>(work());
-        // The application object outlives the pool's threads (it waits for them), so the
-        // answer is posted to it and looks for the window there.
-        QMetaObject::invokeMethod(
-            QCoreApplication::instance(),
-            [self, done, result] {
+        if (auto scheduler = weakScheduler.lock()) {
+            scheduler->post([self, done, result] {
                 if (self.isNull()) {
                     return;
                 }
                 --self->m_pending;
                 self->setBusy(self->m_pending > 0);
                 done(std::move(*result));
-            },
-            Qt::QueuedConnection);
+            });
+        }
     });
 }
 
@@ -283,12 +285,12 @@ void ConnectionWindow::showListing(const Listing& listing, const QString& note) 
         const PhoneDetails* details = entry.details ? &*entry.details : nullptr;
         const QString name = details && !details->name.empty() ? windowText(details->name)
                                                                : QStringLiteral("iPhone");
-        row.name = wrappedLabel(name, ViewFonts::system(14, QFont::DemiBold), box);
+        row.name = wrappedLabel(name, m_style.fonts.system(14, QFont::DemiBold), box);
         QString detail = (details && !details->model.empty()
                               ? windowText(details->model) + QStringLiteral(" \u00b7 ")
                               : QString()) +
                          connectionText(entry.onUsb, entry.onWifi);
-        row.detail = wrappedLabel(detail, ViewFonts::system(12), box);
+        row.detail = wrappedLabel(detail, m_style.fonts.system(12), box);
         rows->addWidget(row.name);
         rows->addWidget(row.detail);
 
@@ -300,7 +302,7 @@ void ConnectionWindow::showListing(const Listing& listing, const QString& note) 
             trustText = details->trusted ? QStringLiteral("This computer is trusted.")
                                          : QStringLiteral("This computer is not trusted.");
         }
-        row.trust = wrappedLabel(trustText, ViewFonts::system(12), box);
+        row.trust = wrappedLabel(trustText, m_style.fonts.system(12), box);
         trustLine->addWidget(row.trust, 1);
         if (details && !details->trusted && entry.onUsb) {
             row.trustButton = new QPushButton(QStringLiteral("Trust"), box);
@@ -356,7 +358,7 @@ void ConnectionWindow::showReport(const ConnectionReport& report) {
         auto* label =
             wrappedLabel(statusMark(check.status) + QStringLiteral("  ") + windowText(check.title) +
                              QStringLiteral(": ") + windowText(check.message),
-                         ViewFonts::system(12), this);
+                         m_style.fonts.system(12), this);
         m_checkList->addWidget(label);
         label->show();
         m_checkLines.push_back(label);
@@ -380,7 +382,7 @@ void ConnectionWindow::setBusy(bool busy) {
 }
 
 void ConnectionWindow::applyLook() {
-    const Look look = Appearance::instance().look();
+    const Look look = m_style.appearance.look();
     setPalette(Appearance::windowPalette(look));
     for (QLabel* label : findChildren<QLabel*>()) {
         QPalette palette = label->palette();

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <functional>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -11,6 +12,8 @@
 #include "diagnosis/ConnectionCheck.h"
 #include "diagnosis/SystemConnectionProbe.h"
 #include "phone/LockdownHelper.h"
+#include "platform/MainScheduler.h"
+#include "platform/Worker.h"
 
 class QCheckBox;
 class QLabel;
@@ -19,11 +22,13 @@ class QVBoxLayout;
 
 namespace ambrel {
 
+struct ViewStyle;
+
 // Linux's stand-in for Finder's device page, opened by the setup sheet's "Open Finder": each
 // phone on USB or Wi-Fi with its name, model and connection; whether it trusts this computer,
 // with "Trust" (pairing: the phone shows its Trust dialog) when it does not; "Show this iPhone
 // when on Wi-Fi" with "Apply"; and the connection check. Every exchange with a phone runs on a
-// pool thread through the helper; the window only shows results, and drops those that come
+// worker thread through the helper; the window only shows results, and drops those that come
 // back after it is gone. Main thread only.
 class ConnectionWindow final : public QDialog {
     Q_OBJECT
@@ -42,7 +47,15 @@ public:
         QPushButton* apply = nullptr;
     };
 
-    explicit ConnectionWindow(SystemConnectionProbe::Setup setup, QWidget* parent = nullptr);
+    // Where the exchanges with the phones run, and the main thread their results come back to.
+    struct Background {
+        std::shared_ptr<Worker> worker;
+        std::shared_ptr<MainScheduler> scheduler;
+    };
+
+    // Draws with `style`, which must outlive the window.
+    ConnectionWindow(const ViewStyle& style, SystemConnectionProbe::Setup setup,
+                     Background background, QWidget* parent = nullptr);
     ~ConnectionWindow() override;
 
     // Lists the phones again; the check runs only when asked.
@@ -79,7 +92,7 @@ private:
         std::optional<LockdownError> error;
     };
 
-    // Runs `work` on a pool thread and `done` with its result on the main thread, unless the
+    // Runs `work` on the worker and `done` with its result on the main thread, unless the
     // window is gone by then.
     template <typename Result>
     void inBackground(std::function<Result()> work, std::function<void(Result)> done);
@@ -92,7 +105,9 @@ private:
     void fitHeight();
     void setBusy(bool busy);
 
+    const ViewStyle& m_style;
     SystemConnectionProbe::Setup m_setup;
+    Background m_background;
     LockdownHelper m_helper;
     QVBoxLayout* m_phoneList = nullptr;
     std::vector<QWidget*> m_phoneWidgets;
@@ -110,8 +125,11 @@ private:
 // opened; either way the phones are listed again.
 using ConnectionWindowOpener = std::function<void(QWidget* parent)>;
 
-// An opener whose window looks where `setup` says and runs the tools on its launcher. Copies
-// share one window.
-ConnectionWindowOpener connectionWindowOpener(SystemConnectionProbe::Setup setup);
+// An opener whose window looks where `setup` says, runs the tools on its launcher in
+// `background` and draws with `style` (which must outlive every window it opens). Copies share
+// one window.
+ConnectionWindowOpener connectionWindowOpener(const ViewStyle& style,
+                                              SystemConnectionProbe::Setup setup,
+                                              ConnectionWindow::Background background);
 
 } // namespace ambrel

@@ -5,7 +5,7 @@
 #include "presentation/DeviceBatteryGaugeModel.h"
 #include "views/GaugeRing.h"
 #include "views/TextLine.h"
-#include "views/ViewFonts.h"
+#include "views/ViewStyle.h"
 
 namespace ambrel {
 
@@ -19,12 +19,12 @@ constexpr int kStatusHeight = 11;
 
 } // namespace
 
-DeviceBatteryGauge::DeviceBatteryGauge(QWidget* parent)
-    : QWidget(parent), m_ring(new GaugeRing(this)),
-      m_title(new TextLine(ViewFonts::system(11, QFont::Medium), ColorRole::primary,
-                           TextLine::Fit::elideMiddle, Qt::AlignHCenter, this)),
-      m_status(new TextLine(ViewFonts::system(9), ColorRole::secondary, TextLine::Fit::elideEnd,
-                            Qt::AlignHCenter, this)) {
+DeviceBatteryGauge::DeviceBatteryGauge(const ViewStyle& style, QWidget* parent)
+    : QWidget(parent), m_ring(new GaugeRing(style, this)),
+      m_title(new TextLine(style.appearance, style.fonts.system(11, QFont::Medium),
+                           ColorRole::primary, TextLine::Fit::elideMiddle, Qt::AlignHCenter, this)),
+      m_status(new TextLine(style.appearance, style.fonts.system(9), ColorRole::secondary,
+                            TextLine::Fit::elideEnd, Qt::AlignHCenter, this)) {
     m_ring->setObjectName(QStringLiteral("ring"));
     m_title->setObjectName(QStringLiteral("title"));
     m_status->setObjectName(QStringLiteral("status"));

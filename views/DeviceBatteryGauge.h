@@ -7,6 +7,7 @@ namespace ambrel {
 class DeviceBatteryGaugeModel;
 class GaugeRing;
 class TextLine;
+struct ViewStyle;
 
 // One device's battery in the card: the ring, the device's title under it and a one-line
 // status under the title, each with its tooltip. It only draws what its model says; it keeps
@@ -15,7 +16,7 @@ class DeviceBatteryGauge final : public QWidget {
     Q_OBJECT
 
 public:
-    explicit DeviceBatteryGauge(QWidget* parent = nullptr);
+    explicit DeviceBatteryGauge(const ViewStyle& style, QWidget* parent = nullptr);
 
     void setModel(const DeviceBatteryGaugeModel& model);
 

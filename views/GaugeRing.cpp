@@ -8,7 +8,7 @@
 #include "views/GaugeCentreLayout.h"
 #include "views/PixelRatio.h"
 #include "views/SymbolIcons.h"
-#include "views/ViewFonts.h"
+#include "views/ViewStyle.h"
 
 namespace ambrel {
 
@@ -51,9 +51,10 @@ const QImage& trackDrawing(QSize size, const QRectF& circle, double ratio, Look 
 
 } // namespace
 
-GaugeRing::GaugeRing(QWidget* parent)
-    : QWidget(parent), m_numberFont(ViewFonts::system(16, QFont::DemiBold)),
-      m_percentFont(ViewFonts::system(9, QFont::Medium)) {
+GaugeRing::GaugeRing(const ViewStyle& style, QWidget* parent)
+    : QWidget(parent), m_appearance(style.appearance),
+      m_numberFont(style.fonts.system(16, QFont::DemiBold)),
+      m_percentFont(style.fonts.system(9, QFont::Medium)) {
     setFixedSize(kRingSize + 2 * kPadding, kRingSize + 2 * kPadding);
 }
 
@@ -77,7 +78,7 @@ void GaugeRing::setModel(const DeviceBatteryGaugeModel& model) {
     update();
 }
 
-void GaugeRing::setFaceForTesting(const Face& face) {
+void GaugeRing::setFace(const Face& face) {
     m_face = face;
     m_drawing = QImage();
     update();
@@ -103,7 +104,7 @@ qreal GaugeRing::circleRadius() const {
 void GaugeRing::paintEvent(QPaintEvent*) {
     QPainter painter(this);
     const double ratio = pixelRatio(painter);
-    const Look look = Appearance::instance().look();
+    const Look look = m_appearance.look();
     if (m_drawing.isNull() || m_drawingRatio != ratio || m_drawingLook != look) {
         m_drawing = QImage((QSizeF(size()) * ratio).toSize(), QImage::Format_ARGB32_Premultiplied);
         m_drawing.setDevicePixelRatio(ratio);

@@ -15,6 +15,7 @@
 namespace ambrel {
 
 class DeviceBatteryGaugeModel;
+struct ViewStyle;
 
 // The gauge's ring: a faint full-circle track, the charge arc from twelve o'clock clockwise,
 // and in the middle the device icon above the percentage (with "%" and the power symbol).
@@ -44,12 +45,12 @@ public:
     static constexpr int kPadding = 2;
     static constexpr qreal kLineWidth = 5.5;
 
-    explicit GaugeRing(QWidget* parent = nullptr);
+    explicit GaugeRing(const ViewStyle& style, QWidget* parent = nullptr);
 
     void setModel(const DeviceBatteryGaugeModel& model);
     const Face& face() const { return m_face; }
-    // Shows `face` as it is, for faces no reading gives (such as a ring without its row).
-    void setFaceForTesting(const Face& face);
+    // Shows `face` as it is; setModel() shows the face of a model.
+    void setFace(const Face& face);
     // The centre of the circle the track and arc follow, and its radius.
     QPointF circleCentre() const;
     qreal circleRadius() const;
@@ -63,6 +64,7 @@ protected:
 private:
     void drawRing(QPainter& painter, double ratio, Look look) const;
 
+    const Appearance& m_appearance;
     Face m_face;
     // The last drawing, reused while the face, the look and the pixel ratio stay the same:
     // translucent strokes are slow to rasterize and the card repaints far more often than a

@@ -8,12 +8,11 @@
 #include <utility>
 
 #include "presentation/SetupSheetTexts.h"
-#include "presentation/WidgetBrand.h"
 #include "views/Appearance.h"
 #include "views/RoundedBox.h"
 #include "views/SetupStep.h"
 #include "views/SymbolView.h"
-#include "views/ViewFonts.h"
+#include "views/ViewStyle.h"
 
 namespace ambrel {
 
@@ -33,12 +32,12 @@ QString sheetText(const char* utf8) {
 
 } // namespace
 
-IPhoneSetupView::IPhoneSetupView(std::function<void()> onRefresh,
+IPhoneSetupView::IPhoneSetupView(const ViewStyle& style, std::function<void()> onRefresh,
                                  std::function<void(QWidget* parent)> openConnectionWindow,
                                  QWidget* parent)
-    : QDialog(parent), m_onRefresh(std::move(onRefresh)),
+    : QDialog(parent), m_style(style), m_onRefresh(std::move(onRefresh)),
       m_openConnectionWindow(std::move(openConnectionWindow)) {
-    const std::string& name = WidgetBrand::name();
+    const std::string& name = style.brandName;
     setWindowTitle(QString::fromStdString(name));
     setModal(true);
 
@@ -53,16 +52,16 @@ IPhoneSetupView::IPhoneSetupView(std::function<void()> onRefresh,
     auto* headingTexts = new QVBoxLayout();
     headingTexts->setSpacing(kHeadingTextSpacing);
     headingTexts->addWidget(addLabel(sheetText(SetupSheetTexts::kHeading),
-                                     ViewFonts::system(21, QFont::DemiBold), false));
+                                     style.fonts.system(21, QFont::DemiBold), false));
     headingTexts->addWidget(
-        addLabel(sheetText(SetupSheetTexts::kByline), ViewFonts::system(12), true));
+        addLabel(sheetText(SetupSheetTexts::kByline), style.fonts.system(12), true));
     heading->addLayout(headingTexts, 1);
     layout->addLayout(heading);
 
     auto* steps = new QVBoxLayout();
     steps->setSpacing(kStepSpacing);
     for (const auto& step : SetupSheetTexts::steps(name)) {
-        auto* view = new SetupStep(step, this);
+        auto* view = new SetupStep(style, step, this);
         m_steps.push_back(view);
         m_labels.push_back(view->titleLabel());
         m_labels.push_back(view->detailLabel());
@@ -71,11 +70,11 @@ IPhoneSetupView::IPhoneSetupView(std::function<void()> onRefresh,
     layout->addLayout(steps);
 
     layout->addWidget(
-        addLabel(sheetText(SetupSheetTexts::kFinderNote), ViewFonts::system(11), true));
+        addLabel(sheetText(SetupSheetTexts::kFinderNote), style.fonts.system(11), true));
 
-    auto* cadence = new RoundedBox(this);
+    auto* cadence = new RoundedBox(style.appearance, this);
     QLabel* cadenceText = addLabel(QString::fromStdString(SetupSheetTexts::cadenceNote(name)),
-                                   ViewFonts::system(11), true);
+                                   style.fonts.system(11), true);
     cadence->layout()->addWidget(cadenceText);
     layout->addWidget(cadence);
 
@@ -106,7 +105,7 @@ IPhoneSetupView::IPhoneSetupView(std::function<void()> onRefresh,
             m_onRefresh();
         }
     });
-    connect(&Appearance::instance(), &Appearance::lookChanged, this, [this] { applyLook(); });
+    connect(&style.appearance, &Appearance::lookChanged, this, [this] { applyLook(); });
 
     applyLook();
     fitHeight();
@@ -126,7 +125,7 @@ QLabel* IPhoneSetupView::addLabel(const QString& content, const QFont& font, boo
 }
 
 void IPhoneSetupView::applyLook() {
-    const Look look = Appearance::instance().look();
+    const Look look = m_style.appearance.look();
     setPalette(Appearance::windowPalette(look));
     for (QLabel* label : m_labels) {
         const bool secondary = std::find(m_secondaryLabels.begin(), m_secondaryLabels.end(),

@@ -11,6 +11,7 @@ class QPushButton;
 namespace ambrel {
 
 class SetupStep;
+struct ViewStyle;
 
 // The help sheet on pairing the iPhone: a heading, four numbered steps, a note, the cadence
 // box and three buttons. "Check batteries" calls `onRefresh` and leaves the sheet open (check,
@@ -24,7 +25,8 @@ class IPhoneSetupView final : public QDialog {
 public:
     static constexpr int kWidth = 460;
 
-    IPhoneSetupView(std::function<void()> onRefresh,
+    // Draws with `style`, which must outlive the sheet.
+    IPhoneSetupView(const ViewStyle& style, std::function<void()> onRefresh,
                     std::function<void(QWidget* parent)> openConnectionWindow,
                     QWidget* parent = nullptr);
 
@@ -40,6 +42,7 @@ private:
     void applyLook();
     void fitHeight();
 
+    const ViewStyle& m_style;
     std::function<void()> m_onRefresh;
     std::function<void(QWidget*)> m_openConnectionWindow;
     std::vector<SetupStep*> m_steps;

@@ -7,9 +7,10 @@
 
 namespace ambrel {
 
-IconButton::IconButton(const QString& symbol, qreal symbolSize, QSize size, QWidget* parent)
-    : QAbstractButton(parent), m_symbol(symbol), m_symbolSize(symbolSize), m_size(size),
-      m_spinner(new ActivitySpinner(this)) {
+IconButton::IconButton(const Appearance& appearance, const QString& symbol, qreal symbolSize,
+                       QSize size, QWidget* parent)
+    : QAbstractButton(parent), m_appearance(appearance), m_symbol(symbol), m_symbolSize(symbolSize),
+      m_size(size), m_spinner(new ActivitySpinner(appearance, this)) {
     setFixedSize(size);
     setFocusPolicy(Qt::NoFocus);
     m_spinner->hide();
@@ -51,8 +52,7 @@ void IconButton::paintEvent(QPaintEvent*) {
     }
     const QRectF target((width() - m_symbolSize) / 2.0, (height() - m_symbolSize) / 2.0,
                         m_symbolSize, m_symbolSize);
-    SymbolIcons::paint(painter, target, m_symbol,
-                       Appearance::instance().color(ColorRole::secondary));
+    SymbolIcons::paint(painter, target, m_symbol, m_appearance.color(ColorRole::secondary));
 }
 
 } // namespace ambrel

@@ -15,7 +15,8 @@ class IconButton final : public QAbstractButton {
 
 public:
     // `symbolSize` and `size` in logical pixels.
-    IconButton(const QString& symbol, qreal symbolSize, QSize size, QWidget* parent = nullptr);
+    IconButton(const Appearance& appearance, const QString& symbol, qreal symbolSize, QSize size,
+               QWidget* parent = nullptr);
 
     const QString& symbol() const { return m_symbol; }
     void setBusy(bool busy);
@@ -29,6 +30,7 @@ protected:
     void resizeEvent(QResizeEvent* event) override;
 
 private:
+    const Appearance& m_appearance;
     QString m_symbol;
     qreal m_symbolSize;
     QSize m_size;

@@ -8,7 +8,8 @@
 
 namespace ambrel {
 
-RoundedBox::RoundedBox(QWidget* parent) : QWidget(parent) {
+RoundedBox::RoundedBox(const Appearance& appearance, QWidget* parent)
+    : QWidget(parent), m_appearance(appearance) {
     auto* layout = new QVBoxLayout(this);
     layout->setContentsMargins(kPadding, kPadding, kPadding, kPadding);
 }
@@ -18,7 +19,7 @@ void RoundedBox::paintEvent(QPaintEvent*) {
     painter.setRenderHint(QPainter::Antialiasing);
     painter.setPen(Qt::NoPen);
     painter.setOpacity(0.5);
-    painter.setBrush(Appearance::quaternaryFill(Appearance::instance().look()));
+    painter.setBrush(Appearance::quaternaryFill(m_appearance.look()));
     painter.drawPath(continuousRoundedRect(QRectF(rect()), kRadius));
 }
 

@@ -5,7 +5,7 @@
 #include <QVBoxLayout>
 
 #include "views/Appearance.h"
-#include "views/ViewFonts.h"
+#include "views/ViewStyle.h"
 
 namespace ambrel {
 
@@ -16,18 +16,19 @@ constexpr int kTextSpacing = 4;
 
 } // namespace
 
-SetupStep::SetupStep(const SetupStepText& text, QWidget* parent)
-    : QWidget(parent), m_number(QString::fromStdString(text.number)),
+SetupStep::SetupStep(const ViewStyle& style, const SetupStepText& text, QWidget* parent)
+    : QWidget(parent), m_appearance(style.appearance),
+      m_number(QString::fromStdString(text.number)),
       m_title(new QLabel(QString::fromStdString(text.title), this)),
       m_detail(new QLabel(QString::fromStdString(text.detail), this)),
-      m_badgeFont(ViewFonts::system(11, QFont::DemiBold)) {
+      m_badgeFont(style.fonts.system(11, QFont::DemiBold)) {
     for (QLabel* label : {m_title, m_detail}) {
         label->setTextFormat(Qt::PlainText);
         label->setWordWrap(true);
         label->setAlignment(Qt::AlignLeft | Qt::AlignTop);
     }
-    m_title->setFont(ViewFonts::system(12, QFont::DemiBold));
-    m_detail->setFont(ViewFonts::system(11));
+    m_title->setFont(style.fonts.system(12, QFont::DemiBold));
+    m_detail->setFont(style.fonts.system(11));
     setAccessibleName(m_number);
 
     // The badge is drawn in the left margin; the texts start after it.
@@ -41,7 +42,7 @@ SetupStep::SetupStep(const SetupStepText& text, QWidget* parent)
 }
 
 void SetupStep::applyLook() {
-    const Look look = Appearance::instance().look();
+    const Look look = m_appearance.look();
     QPalette titlePalette = m_title->palette();
     titlePalette.setColor(QPalette::WindowText, Appearance::color(ColorRole::primary, look));
     m_title->setPalette(titlePalette);
@@ -57,7 +58,7 @@ void SetupStep::paintEvent(QPaintEvent*) {
     const QRectF badge(0, 0, kBadgeSize, kBadgeSize);
     painter.setPen(Qt::NoPen);
     painter.setOpacity(0.5);
-    painter.setBrush(Appearance::quaternaryFill(Appearance::instance().look()));
+    painter.setBrush(Appearance::quaternaryFill(m_appearance.look()));
     painter.drawEllipse(badge);
     painter.setOpacity(1.0);
     painter.setFont(m_badgeFont);

@@ -9,13 +9,16 @@ class QLabel;
 
 namespace ambrel {
 
+class Appearance;
+struct ViewStyle;
+
 // One numbered step of the setup sheet: a round badge with the number, then the step's title
 // and its detail, which wraps onto as many lines as it needs.
 class SetupStep final : public QWidget {
     Q_OBJECT
 
 public:
-    explicit SetupStep(const SetupStepText& text, QWidget* parent = nullptr);
+    SetupStep(const ViewStyle& style, const SetupStepText& text, QWidget* parent = nullptr);
 
     const QString& number() const { return m_number; }
     QLabel* titleLabel() const { return m_title; }
@@ -28,6 +31,7 @@ protected:
     void paintEvent(QPaintEvent* event) override;
 
 private:
+    const Appearance& m_appearance;
     QString m_number;
     QLabel* m_title;
     QLabel* m_detail;

@@ -9,9 +9,9 @@
 
 namespace ambrel {
 
-TextLine::TextLine(const QFont& font, ColorRole role, Fit fit, Qt::Alignment alignment,
-                   QWidget* parent)
-    : QWidget(parent), m_role(role), m_fit(fit), m_alignment(alignment) {
+TextLine::TextLine(const Appearance& appearance, const QFont& font, ColorRole role, Fit fit,
+                   Qt::Alignment alignment, QWidget* parent)
+    : QWidget(parent), m_appearance(appearance), m_role(role), m_fit(fit), m_alignment(alignment) {
     setFont(font);
     setSizePolicy(QSizePolicy::Preferred, QSizePolicy::Fixed);
 }
@@ -114,7 +114,7 @@ void TextLine::paintEvent(QPaintEvent*) {
 
     QPainter painter(this);
     painter.setRenderHint(QPainter::TextAntialiasing);
-    painter.setPen(Appearance::instance().color(m_role));
+    painter.setPen(m_appearance.color(m_role));
     painter.translate(x, baseline);
     painter.scale(layout.scale, layout.scale);
     painter.drawText(QPointF(0, 0), layout.text);

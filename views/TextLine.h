@@ -7,6 +7,10 @@
 #include "presentation/ColorRole.h"
 
 namespace ambrel {
+class Appearance;
+}
+
+namespace ambrel {
 
 // One line of text in a colour role of the look in force; it never wraps. When the line is too
 // long it is cut with an ellipsis (at the end or in the middle) or, first, drawn smaller down
@@ -17,8 +21,8 @@ class TextLine final : public QWidget {
 public:
     enum class Fit { elideEnd, elideMiddle, shrinkThenElideEnd };
 
-    TextLine(const QFont& font, ColorRole role, Fit fit, Qt::Alignment alignment,
-             QWidget* parent = nullptr);
+    TextLine(const Appearance& appearance, const QFont& font, ColorRole role, Fit fit,
+             Qt::Alignment alignment, QWidget* parent = nullptr);
 
     void setText(const QString& text);
     const QString& text() const { return m_text; }
@@ -51,6 +55,7 @@ private:
     };
     Layout layoutFor(int width) const;
 
+    const Appearance& m_appearance;
     QString m_text;
     ColorRole m_role;
     Fit m_fit;

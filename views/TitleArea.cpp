@@ -4,7 +4,7 @@
 
 #include "views/PairedCellMark.h"
 #include "views/TextLine.h"
-#include "views/ViewFonts.h"
+#include "views/ViewStyle.h"
 #include "views/WidgetDragRegion.h"
 
 namespace ambrel {
@@ -16,11 +16,12 @@ constexpr int kMarkSpacing = 7;
 
 } // namespace
 
-TitleArea::TitleArea(const QString& name, QWidget* parent)
+TitleArea::TitleArea(const ViewStyle& style, const QString& name, QWidget* parent)
     : QWidget(parent), m_dragRegion(new WidgetDragRegion(this)), m_row(new QWidget(this)),
       m_mark(new PairedCellMark(m_row)),
-      m_name(new TextLine(ViewFonts::system(13, QFont::DemiBold), ColorRole::primary,
-                          TextLine::Fit::shrinkThenElideEnd, Qt::AlignLeft, m_row)) {
+      m_name(new TextLine(style.appearance, style.fonts.system(13, QFont::DemiBold),
+                          ColorRole::primary, TextLine::Fit::shrinkThenElideEnd, Qt::AlignLeft,
+                          m_row)) {
     setFixedHeight(kHeight);
     setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Fixed);
     m_row->setAttribute(Qt::WA_TransparentForMouseEvents);

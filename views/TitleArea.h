@@ -4,6 +4,8 @@
 
 namespace ambrel {
 
+struct ViewStyle;
+
 class PairedCellMark;
 class TextLine;
 class WidgetDragRegion;
@@ -15,7 +17,7 @@ class TitleArea final : public QWidget {
     Q_OBJECT
 
 public:
-    explicit TitleArea(const QString& name, QWidget* parent = nullptr);
+    TitleArea(const ViewStyle& style, const QString& name, QWidget* parent = nullptr);
 
     WidgetDragRegion* dragRegion() const { return m_dragRegion; }
     TextLine* nameLine() const { return m_name; }

@@ -1,40 +1,23 @@
 #include "views/ViewFonts.h"
 
+#include <utility>
+
 #include <QFontDatabase>
 
-namespace ambrel::ViewFonts {
+namespace ambrel {
 
-namespace {
+ViewFonts::ViewFonts(QString family, QFont::HintingPreference hinting)
+    : m_family(std::move(family)), m_hinting(hinting) {}
 
-struct Override {
-    QString family;
-    QFont::HintingPreference hinting = QFont::PreferDefaultHinting;
-};
-
-std::optional<Override>& familyOverride() {
-    static std::optional<Override> value;
-    return value;
-}
-
-} // namespace
-
-QFont system(int pixelSize, QFont::Weight weight) {
+QFont ViewFonts::system(int pixelSize, QFont::Weight weight) const {
     QFont font = QFontDatabase::systemFont(QFontDatabase::GeneralFont);
-    if (const auto& forced = familyOverride()) {
-        font = QFont(forced->family);
-        font.setHintingPreference(forced->hinting);
+    if (m_family) {
+        font = QFont(*m_family);
+        font.setHintingPreference(m_hinting);
     }
     font.setPixelSize(pixelSize);
     font.setWeight(weight);
     return font;
 }
 
-void setFamilyForTesting(const std::optional<QString>& family, QFont::HintingPreference hinting) {
-    if (family) {
-        familyOverride() = Override{*family, hinting};
-    } else {
-        familyOverride().reset();
-    }
-}
-
-} // namespace ambrel::ViewFonts
+} // namespace ambrel

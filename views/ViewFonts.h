@@ -4,16 +4,26 @@
 #include <QString>
 #include <optional>
 
-namespace ambrel::ViewFonts {
+namespace ambrel {
 
-// The desktop's UI font at `pixelSize` logical pixels. Sizes are given in pixels rather than
+// The fonts the views draw in: the desktop's UI font unless a family is named (the card is
+// checked in the UI fonts of other desktops that way). Sizes are given in pixels rather than
 // points: a point in the widget's measures is one logical pixel, where Qt's points would draw
 // everything a third larger at 96 dpi.
-QFont system(int pixelSize, QFont::Weight weight = QFont::Normal);
+class ViewFonts {
+public:
+    // The desktop's UI font.
+    ViewFonts() = default;
+    // `family` in place of the desktop's font, with its own hinting.
+    explicit ViewFonts(QString family,
+                       QFont::HintingPreference hinting = QFont::PreferDefaultHinting);
 
-// Makes system() answer with `family` (and `hinting`) instead of the desktop's font, so views
-// built afterwards can be checked in the UI fonts of other desktops. Main thread only.
-void setFamilyForTesting(const std::optional<QString>& family,
-                         QFont::HintingPreference hinting = QFont::PreferDefaultHinting);
+    // The font at `pixelSize` logical pixels.
+    QFont system(int pixelSize, QFont::Weight weight = QFont::Normal) const;
 
-} // namespace ambrel::ViewFonts
+private:
+    std::optional<QString> m_family;
+    QFont::HintingPreference m_hinting = QFont::PreferDefaultHinting;
+};
+
+} // namespace ambrel

@@ -17,13 +17,13 @@ void WidgetDragRegion::mousePressEvent(QMouseEvent* event) {
         QWidget::mousePressEvent(event);
         return;
     }
-    ++m_moveRequests;
     m_pressOffset.reset();
     QWindow* handle = window()->windowHandle();
     if (!handle || !handle->startSystemMove()) {
         m_pressOffset = event->globalPosition().toPoint() - window()->frameGeometry().topLeft();
     }
     event->accept();
+    Q_EMIT moveStarted();
 }
 
 void WidgetDragRegion::mouseMoveEvent(QMouseEvent* event) {

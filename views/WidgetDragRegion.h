@@ -17,8 +17,9 @@ class WidgetDragRegion final : public QWidget {
 public:
     explicit WidgetDragRegion(QWidget* parent = nullptr);
 
-    // Left presses that asked for a window move so far.
-    int moveRequestsForTesting() const { return m_moveRequests; }
+Q_SIGNALS:
+    // A left press has started a window move (by the window manager or by the region).
+    void moveStarted();
 
 protected:
     void mousePressEvent(QMouseEvent* event) override;
@@ -26,7 +27,6 @@ protected:
     void mouseReleaseEvent(QMouseEvent* event) override;
 
 private:
-    int m_moveRequests = 0;
     // Where the press was, relative to the window's top-left corner, while this region moves
     // the window itself.
     std::optional<QPoint> m_pressOffset;

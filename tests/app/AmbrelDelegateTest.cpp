@@ -60,7 +60,7 @@ TEST_F(AmbrelDelegateTest, LaunchShowsTheCardTopRightAndRemembersIt) {
     auto delegate = makeDelegate();
     delegate->applicationDidFinishLaunching();
     QApplication::processEvents();
-    DesktopPanel* panel = delegate->panelForTesting();
+    DesktopPanel* panel = delegate->panel();
     ASSERT_NE(panel, nullptr);
     EXPECT_TRUE(panel->isVisible());
     EXPECT_EQ(panel->windowTitle(), QStringLiteral("Tovrin"));
@@ -92,7 +92,7 @@ TEST_F(AmbrelDelegateTest, SharesItsStateWithBarsWhileItRuns) {
 TEST_F(AmbrelDelegateTest, HiddenPanelComesBackWhereItWas) {
     auto delegate = makeDelegate();
     delegate->applicationDidFinishLaunching();
-    DesktopPanel* panel = delegate->panelForTesting();
+    DesktopPanel* panel = delegate->panel();
     panel->move(40, 50);
     panel->hide();
     QApplication::processEvents();
@@ -106,11 +106,11 @@ TEST_F(AmbrelDelegateTest, DisplayNameComesFromTheBundle) {
     bundle->info["CFBundleDisplayName"] = "Ambrel Beta";
     auto delegate = makeDelegate();
     delegate->applicationDidFinishLaunching();
-    EXPECT_EQ(delegate->panelForTesting()->windowTitle(), QStringLiteral("Ambrel Beta"));
+    EXPECT_EQ(delegate->panel()->windowTitle(), QStringLiteral("Ambrel Beta"));
     // Tray hosts take the item's title from the application name.
     EXPECT_EQ(QCoreApplication::applicationName(), QStringLiteral("Ambrel Beta"));
     // The settings still go to the program's one file, whatever the display name.
-    delegate->panelForTesting()->move(40, 50);
+    delegate->panel()->move(40, 50);
     delegate->applicationWillTerminate();
     EXPECT_TRUE(std::filesystem::exists(folder.path() / "config" / "Quenby" / "Tovrin.conf"));
     EXPECT_FALSE(std::filesystem::exists(folder.path() / "config" / "Quenby" / "Ambrel Beta.conf"));

@@ -16,10 +16,13 @@
 #include <nlohmann/json.hpp>
 
 #include "platform/linux/SpawnProcessLauncher.h"
+#include "platform/linux/ThreadWorker.h"
+#include "platform/qt/QtMainScheduler.h"
 #include "tests/fakes/TemporaryFolder.h"
 #include "tests/simphone/SimulatedIphone.h"
 #include "views/Appearance.h"
 #include "views/IPhoneSetupView.h"
+#include "views/ViewStyle.h"
 
 namespace ambrel::testing {
 namespace {
@@ -44,7 +47,6 @@ protected:
         m_window.reset();
         m_phone.reset();
         ::unsetenv("USBMUXD_SOCKET_ADDRESS");
-        Appearance::instance().setForcedLook(std::nullopt);
     }
 
     void startPhone(const json& devices) {
@@ -62,7 +64,7 @@ protected:
         setup.toolDirectory = fs::path(TOVRIN_BINARY_DIR) / "share/tovrin/Runtime/bin";
         setup.systemMuxerSocket = socket.substr(5);
         setup.launcher = m_launcher;
-        m_window = std::make_unique<ConnectionWindow>(setup);
+        m_window = std::make_unique<ConnectionWindow>(m_style, setup, m_background);
         m_window->show();
     }
 
@@ -87,6 +89,10 @@ protected:
     TemporaryFolder m_folder;
     std::unique_ptr<SimulatedIphone> m_phone;
     std::shared_ptr<SpawnProcessLauncher> m_launcher = std::make_shared<SpawnProcessLauncher>();
+    Appearance m_appearance{*QCoreApplication::instance()};
+    const ViewStyle m_style{m_appearance, ViewFonts(), "Tovrin"};
+    const ConnectionWindow::Background m_background{std::make_shared<ThreadWorker>(),
+                                                    std::make_shared<QtMainScheduler>()};
     std::unique_ptr<ConnectionWindow> m_window;
 };
 
@@ -215,7 +221,8 @@ TEST_F(ConnectionWindowTest, OpenFinderOnTheSetupSheetOpensTheWindowWithThePhone
     SystemConnectionProbe::Setup setup;
     setup.toolDirectory = fs::path(TOVRIN_BINARY_DIR) / "share/tovrin/Runtime/bin";
     setup.launcher = m_launcher;
-    IPhoneSetupView sheet([] {}, connectionWindowOpener(setup));
+    IPhoneSetupView sheet(
+        m_style, [] {}, connectionWindowOpener(m_style, setup, m_background));
     sheet.show();
     QTest::mouseClick(sheet.openFinderButton(), Qt::LeftButton);
     const auto windows = sheet.findChildren<ConnectionWindow*>();
@@ -249,7 +256,7 @@ TEST_F(ConnectionWindowTest, CaptureLightAndDark) {
     ASSERT_TRUE(shown.wait(kWaitMs));
     onlyRow().showOnWifi->setChecked(true);
     for (const auto look : {Look::light, Look::dark}) {
-        Appearance::instance().setForcedLook(look);
+        m_appearance.setForcedLook(look);
         QTest::qWait(100);
         const auto path = fs::path(folder) /
                           (look == Look::light ? "connection-light.png" : "connection-dark.png");

@@ -27,34 +27,16 @@ TEST(WidgetBrandTest, InnerSpaceIsKept) {
     EXPECT_EQ(WidgetBrand::brandName(std::string("My  Widget")), "My  Widget");
 }
 
-TEST(WidgetBrandTest, OverrideStandsInForTheBundle) {
-    WidgetBrand::setDisplayNameForTesting(std::string(" Longer Name "));
-    EXPECT_EQ(WidgetBrand::name(), "Longer Name");
-    WidgetBrand::setDisplayNameForTesting(std::string("\n"));
-    EXPECT_EQ(WidgetBrand::name(), "Tovrin");
-    WidgetBrand::setDisplayNameForTesting(std::nullopt);
-}
-
-TEST(WidgetBrandTest, NameIsReadOnceAndKept) {
-    WidgetBrand::setDisplayNameForTesting(std::nullopt);
-    const std::string& first = WidgetBrand::name();
-    EXPECT_FALSE(first.empty());
-    EXPECT_EQ(&first, &WidgetBrand::name());
-}
-
 TEST(WidgetBrandTest, NameComesFromTheBundleTheProgramRead) {
-    auto bundle = std::make_shared<testing::FakeBundle>();
-    bundle->info["CFBundleDisplayName"] = "\u2003Pairwise\n";
-    WidgetBrand::readFrom(bundle);
-    EXPECT_EQ(WidgetBrand::name(), "Pairwise");
-    // Read once: a later change of the bundle's value is not seen.
-    bundle->info["CFBundleDisplayName"] = "Other";
-    EXPECT_EQ(WidgetBrand::name(), "Pairwise");
+    testing::FakeBundle bundle;
+    bundle.info["CFBundleDisplayName"] = "\u2003Pairwise\n";
+    EXPECT_EQ(WidgetBrand::nameFrom(&bundle), "Pairwise");
+    bundle.info["CFBundleDisplayName"] = "\n";
+    EXPECT_EQ(WidgetBrand::nameFrom(&bundle), "Tovrin");
 
-    WidgetBrand::readFrom(std::make_shared<testing::FakeBundle>());
-    EXPECT_EQ(WidgetBrand::name(), "Tovrin");
-    WidgetBrand::readFrom(nullptr);
-    EXPECT_EQ(WidgetBrand::name(), "Tovrin");
+    const testing::FakeBundle withoutName;
+    EXPECT_EQ(WidgetBrand::nameFrom(&withoutName), "Tovrin");
+    EXPECT_EQ(WidgetBrand::nameFrom(nullptr), "Tovrin");
 }
 
 } // namespace

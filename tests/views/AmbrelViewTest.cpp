@@ -7,6 +7,7 @@
 #include <QApplication>
 #include <QMenu>
 #include <QPushButton>
+#include <QSignalSpy>
 #include <QTest>
 #include <QWindow>
 #include <gtest/gtest.h>
@@ -30,6 +31,7 @@ namespace {
 
 using testing::CardHarness;
 using testing::q;
+using testing::TestStyle;
 
 // A menu item's title as the menu shows it.
 QString shown(const QAction* action) {
@@ -39,16 +41,19 @@ QString shown(const QAction* action) {
 
 class AmbrelViewTest : public ::testing::Test {
 protected:
-    void SetUp() override { WidgetBrand::setDisplayNameForTesting(std::string(" ")); }
-    void TearDown() override { WidgetBrand::setDisplayNameForTesting(std::nullopt); }
+    // Views made from now on show `displayName` as the product name, as read from a bundle.
+    void useDisplayName(const std::string& displayName) {
+        m_style = std::make_unique<TestStyle>(ViewFonts(), displayName);
+    }
 
     std::unique_ptr<AmbrelView> makeView() {
         auto view = std::make_unique<AmbrelView>(
-            m_harness.monitor(), m_locale, [this] { ++m_hides; }, [this] { ++m_quits; },
+            *m_style, m_harness.monitor(), m_locale, [this] { ++m_hides; }, [this] { ++m_quits; },
             [this](QWidget* parent) { m_connectionWindowParents.push_back(parent); });
         return view;
     }
 
+    std::unique_ptr<TestStyle> m_style = std::make_unique<TestStyle>(ViewFonts(), " ");
     CardHarness m_harness;
     UserLocale m_locale{"en_US", "America/New_York"};
     int m_hides = 0;
@@ -138,7 +143,7 @@ TEST_F(AmbrelViewTest, MenuItemsInOrder) {
 }
 
 TEST_F(AmbrelViewTest, DisplayNameReachesTitleMenuAndQuit) {
-    WidgetBrand::setDisplayNameForTesting(std::string("\tPairwise\n"));
+    useDisplayName("\tPairwise\n");
     auto view = makeView();
     EXPECT_EQ(view->titleArea()->nameLine()->text(), q("Pairwise"));
     EXPECT_EQ(view->menuButton()->toolTip(), q("Pairwise options"));
@@ -273,7 +278,7 @@ TEST_F(AmbrelViewTest, ClockTickAgesTheTimeStamps) {
     // A day later without any change published, only the clock brings the card up to date.
     m_harness.scheduler().advance(24 * 3600.0);
     EXPECT_EQ(view->macGauge()->statusLine()->text(), q("Updated \u00b7 9:41\u202fAM"));
-    view->clockTickForTesting();
+    view->syncFromMonitor();
     EXPECT_EQ(view->macGauge()->statusLine()->text(), q("Last known \u00b7 Nov 14, 9:41\u202fAM"));
 }
 
@@ -284,26 +289,28 @@ TEST_F(AmbrelViewTest, PressOnTheNameMovesTheWindow) {
     const QPoint onName = title->nameLine()->mapTo(view.get(), title->nameLine()->rect().center());
     // The name row lets the pointer through to the drag region beneath.
     EXPECT_EQ(view->childAt(onName), title->dragRegion());
+    QSignalSpy moves(title->dragRegion(), &WidgetDragRegion::moveStarted);
     QTest::mousePress(view->windowHandle(), Qt::LeftButton, Qt::NoModifier, onName);
     QTest::mouseRelease(view->windowHandle(), Qt::LeftButton, Qt::NoModifier, onName);
-    EXPECT_EQ(title->dragRegion()->moveRequestsForTesting(), 1);
+    EXPECT_EQ(moves.count(), 1);
 
     const QPoint onMark = title->mark()->mapTo(view.get(), title->mark()->rect().center());
     QTest::mousePress(view->windowHandle(), Qt::LeftButton, Qt::NoModifier, onMark);
     QTest::mouseRelease(view->windowHandle(), Qt::LeftButton, Qt::NoModifier, onMark);
-    EXPECT_EQ(title->dragRegion()->moveRequestsForTesting(), 2);
+    EXPECT_EQ(moves.count(), 2);
 }
 
 TEST_F(AmbrelViewTest, ButtonsDoNotMoveTheWindow) {
     auto view = makeView();
     testing::showAndSettle(*view);
+    QSignalSpy moves(view->titleArea()->dragRegion(), &WidgetDragRegion::moveStarted);
     for (QWidget* button : {static_cast<QWidget*>(view->refreshButton()),
                             static_cast<QWidget*>(view->helpButton())}) {
         const QPoint centre = button->mapTo(view.get(), button->rect().center());
         EXPECT_EQ(view->childAt(centre), button);
         QTest::mouseClick(view->windowHandle(), Qt::LeftButton, Qt::NoModifier, centre);
     }
-    EXPECT_EQ(view->titleArea()->dragRegion()->moveRequestsForTesting(), 0);
+    EXPECT_EQ(moves.count(), 0);
     // Close the sheet the help button opened.
     ASSERT_TRUE(view->isShowingSetup());
     view->setupView()->reject();
@@ -313,14 +320,14 @@ TEST_F(AmbrelViewTest, RightPressDoesNotMoveTheWindow) {
     auto view = makeView();
     testing::showAndSettle(*view);
     const QPoint centre = view->titleArea()->mapTo(view.get(), QPoint(40, 8));
+    QSignalSpy moves(view->titleArea()->dragRegion(), &WidgetDragRegion::moveStarted);
     QTest::mousePress(view->windowHandle(), Qt::RightButton, Qt::NoModifier, centre);
     QTest::mouseRelease(view->windowHandle(), Qt::RightButton, Qt::NoModifier, centre);
-    EXPECT_EQ(view->titleArea()->dragRegion()->moveRequestsForTesting(), 0);
+    EXPECT_EQ(moves.count(), 0);
 }
 
 TEST_F(AmbrelViewTest, LongNameShrinksThenIsCutAndKeepsTheButtonsInside) {
-    WidgetBrand::setDisplayNameForTesting(
-        std::string("An Exceedingly Long Battery Widget Name That Never Ends"));
+    useDisplayName("An Exceedingly Long Battery Widget Name That Never Ends");
     auto view = makeView();
     testing::showAndSettle(*view);
     const TextLine* name = view->titleArea()->nameLine();
@@ -401,39 +408,39 @@ TEST_F(AmbrelViewTest, MenuButtonPullsDownTheMenu) {
 }
 
 TEST_F(AmbrelViewTest, MenuIconsAreRedrawnInANewLook) {
-    Appearance::instance().setForcedLook(Look::light);
+    m_style->appearance().setForcedLook(Look::light);
     auto view = makeView();
     QMenu* menu = view->optionsMenu();
     menu->popup(QPoint(0, 0));
     menu->hide();
     const QImage light = menu->actions()[0]->icon().pixmap(QSize(16, 16)).toImage();
-    Appearance::instance().setForcedLook(Look::dark);
+    m_style->appearance().setForcedLook(Look::dark);
     menu->popup(QPoint(0, 0));
     menu->hide();
     const QImage dark = menu->actions()[0]->icon().pixmap(QSize(16, 16)).toImage();
-    Appearance::instance().setForcedLook(std::nullopt);
+    m_style->appearance().setForcedLook(std::nullopt);
     ASSERT_FALSE(light.isNull());
     ASSERT_FALSE(dark.isNull());
     EXPECT_NE(light, dark);
 }
 
 TEST_F(AmbrelViewTest, LookChangeRestylesTheMenuAndTheSheet) {
-    Appearance::instance().setForcedLook(Look::light);
+    m_style->appearance().setForcedLook(Look::light);
     auto view = makeView();
     view->showSetup();
     const QColor lightMenu = view->optionsMenu()->palette().color(QPalette::Window);
     const QColor lightSheet = view->setupView()->palette().color(QPalette::Window);
-    Appearance::instance().setForcedLook(Look::dark);
+    m_style->appearance().setForcedLook(Look::dark);
     EXPECT_LT(view->optionsMenu()->palette().color(QPalette::Window).lightness(),
               lightMenu.lightness());
     EXPECT_LT(view->setupView()->palette().color(QPalette::Window).lightness(),
               lightSheet.lightness());
-    Appearance::instance().setForcedLook(std::nullopt);
+    m_style->appearance().setForcedLook(std::nullopt);
     view->setupView()->reject();
 }
 
 TEST_F(AmbrelViewTest, LookChangeRedrawsTheGlassAndTheRings) {
-    Appearance::instance().setForcedLook(Look::light);
+    m_style->appearance().setForcedLook(Look::light);
     m_harness.setMacBattery(50);
     m_harness.monitor().refreshMac();
     auto view = makeView();
@@ -443,9 +450,9 @@ TEST_F(AmbrelViewTest, LookChangeRedrawsTheGlassAndTheRings) {
     const QPointF trackPoint = QPointF(ring->mapTo(view.get(), QPoint(0, 0))) +
                                ring->circleCentre() - QPointF(ring->circleRadius(), 0);
     const QImage light = testing::renderWidget(*view, 2.0);
-    Appearance::instance().setForcedLook(Look::dark);
+    m_style->appearance().setForcedLook(Look::dark);
     const QImage dark = testing::renderWidget(*view, 2.0);
-    Appearance::instance().setForcedLook(std::nullopt);
+    m_style->appearance().setForcedLook(std::nullopt);
     EXPECT_LT(testing::pixelAt(dark, QPointF(180, 150)).lightness(),
               testing::pixelAt(light, QPointF(180, 150)).lightness() - 100);
     EXPECT_LT(testing::pixelAt(dark, trackPoint).lightness(),

@@ -42,18 +42,14 @@ QImage onBackdrop(const QImage& card) {
 
 class CardArtifactsTest : public ::testing::TestWithParam<Look> {
 protected:
-    void SetUp() override {
-        WidgetBrand::setDisplayNameForTesting(std::nullopt);
-        Appearance::instance().setForcedLook(GetParam());
-    }
-    void TearDown() override { Appearance::instance().setForcedLook(std::nullopt); }
+    void SetUp() override { m_style.appearance().setForcedLook(GetParam()); }
 
     QString lookName() const {
         return GetParam() == Look::light ? QStringLiteral("light") : QStringLiteral("dark");
     }
 
     void saveCard(const QString& state) {
-        AmbrelView view(m_harness.monitor(), m_locale, {}, {}, {});
+        AmbrelView view(m_style, m_harness.monitor(), m_locale, {}, {}, {});
         testing::showAndSettle(view);
         const QImage card = testing::renderWidget(view, 2.0);
         ASSERT_EQ(card.size(), QSize(720, 340));
@@ -66,6 +62,7 @@ protected:
         EXPECT_TRUE(onBackdrop(single).save(base + QStringLiteral("-backdrop-1x.png")));
     }
 
+    testing::TestStyle m_style;
     CardHarness m_harness;
     UserLocale m_locale{"en_US", "America/New_York"};
 };
@@ -94,7 +91,7 @@ TEST_P(CardArtifactsTest, CardWithStaleAndFailedReadings) {
 }
 
 TEST_P(CardArtifactsTest, OptionsMenu) {
-    AmbrelView view(m_harness.monitor(), m_harness.locale(), {}, {}, {});
+    AmbrelView view(m_style, m_harness.monitor(), m_harness.locale(), {}, {}, {});
     testing::showAndSettle(view);
     QMenu* menu = view.optionsMenu();
     menu->popup(QPoint(0, 0));
@@ -107,7 +104,7 @@ TEST_P(CardArtifactsTest, OptionsMenu) {
 }
 
 TEST_P(CardArtifactsTest, SetupSheet) {
-    IPhoneSetupView sheet([] {}, {});
+    IPhoneSetupView sheet(m_style, [] {}, {});
     testing::showAndSettle(sheet);
     const QImage image = testing::renderWidget(sheet, 2.0);
     EXPECT_EQ(image.width(), 920);

@@ -89,12 +89,10 @@ std::string fitCaseName(const ::testing::TestParamInfo<FitCase>& info) {
 class GaugeFitTest : public ::testing::TestWithParam<FitCase> {
 protected:
     void SetUp() override {
-        ViewFonts::setFamilyForTesting(QString::fromLatin1(family()), std::get<2>(GetParam()));
         // The font asked for is the one drawn: a missing family would silently check another.
-        ASSERT_EQ(QFontInfo(ViewFonts::system(16, QFont::DemiBold)).family(),
+        ASSERT_EQ(QFontInfo(m_style.style().fonts.system(16, QFont::DemiBold)).family(),
                   QString::fromLatin1(family()));
     }
-    void TearDown() override { ViewFonts::setFamilyForTesting(std::nullopt); }
 
     static const char* family() { return std::get<0>(GetParam()); }
     static qreal ratio() { return std::get<1>(GetParam()); }
@@ -107,11 +105,12 @@ protected:
         return image;
     }
 
+    testing::TestStyle m_style{ViewFonts(QString::fromLatin1(family()), std::get<2>(GetParam()))};
     UserLocale m_locale{"en_US", "UTC"};
 };
 
 TEST_P(GaugeFitTest, CentreClearsTheStrokeForEveryReading) {
-    GaugeRing ring;
+    GaugeRing ring(m_style);
     QImage image = surface();
     const qreal inner = ring.circleRadius() - GaugeRing::kLineWidth / 2.0;
     const qreal limit = inner - GaugeCentreLayout::kClearance;
@@ -138,7 +137,7 @@ TEST_P(GaugeFitTest, CentreClearsTheStrokeForEveryReading) {
 }
 
 TEST_P(GaugeFitTest, CommonReadingsKeepTheirStatedSizes) {
-    GaugeRing ring;
+    GaugeRing ring(m_style);
     QImage image = surface();
     for (const std::int64_t percentage : {-5, 0, 8, 54, 87, 99}) {
         for (const auto power : {Power::none, Power::pluggedIn, Power::charging}) {
@@ -152,16 +151,16 @@ TEST_P(GaugeFitTest, CommonReadingsKeepTheirStatedSizes) {
 // What the ring paints for its row lies within the bounds the layout gives (within the
 // antialiasing of one device pixel): the pixels that change when the row is added.
 TEST_P(GaugeFitTest, PaintedRowStaysWithinItsBounds) {
-    Appearance::instance().setForcedLook(Look::light);
+    m_style.appearance().setForcedLook(Look::light);
     for (const std::int64_t percentage : {-5, 100, 120}) {
-        GaugeRing withRow;
+        GaugeRing withRow(m_style);
         withRow.setModel(modelFor(BatteryDeviceKind::mac, percentage, Power::charging, m_locale));
-        GaugeRing withoutRow;
+        GaugeRing withoutRow(m_style);
         GaugeRing::Face bare = withRow.face();
         bare.number.clear();
         bare.showsPercentSign = false;
         bare.powerSymbol.reset();
-        withoutRow.setFaceForTesting(bare);
+        withoutRow.setFace(bare);
         const QImage drawn = testing::renderWidget(withRow, ratio(), testing::Background::none);
         const QImage bareDrawn =
             testing::renderWidget(withoutRow, ratio(), testing::Background::none);
@@ -192,7 +191,6 @@ TEST_P(GaugeFitTest, PaintedRowStaysWithinItsBounds) {
         EXPECT_EQ(outside, 0);
         EXPECT_LT(farthest, withRow.circleRadius() - GaugeRing::kLineWidth / 2.0 - 0.5);
     }
-    Appearance::instance().setForcedLook(std::nullopt);
 }
 
 INSTANTIATE_TEST_SUITE_P(DesktopFonts, GaugeFitTest,
@@ -206,15 +204,8 @@ INSTANTIATE_TEST_SUITE_P(DesktopFonts, GaugeFitTest,
 // 85 % before it is cut, and nothing runs past the card.
 class CardLinesFitTest : public ::testing::TestWithParam<const char*> {
 protected:
-    void SetUp() override {
-        ViewFonts::setFamilyForTesting(QString::fromLatin1(GetParam()));
-        WidgetBrand::setDisplayNameForTesting("Tovrin Battery Companion for Linux Desktops");
-    }
-    void TearDown() override {
-        ViewFonts::setFamilyForTesting(std::nullopt);
-        WidgetBrand::setDisplayNameForTesting(std::nullopt);
-    }
-
+    testing::TestStyle m_style{ViewFonts(QString::fromLatin1(GetParam())),
+                               "Tovrin Battery Companion for Linux Desktops"};
     testing::CardHarness m_harness;
 };
 
@@ -237,7 +228,7 @@ TEST_P(CardLinesFitTest, LinesStayInsideTheCard) {
     m_harness.monitor().refreshMac();
     m_harness.answerPhone(100, "Anna\u2019s iPhone with a very long name indeed");
     m_harness.readPhoneNow();
-    AmbrelView view(m_harness.monitor(), m_harness.locale(), {}, {}, {});
+    AmbrelView view(m_style, m_harness.monitor(), m_harness.locale(), {}, {}, {});
     testing::showAndSettle(view);
     ASSERT_EQ(QFontInfo(view.titleArea()->nameLine()->font()).family(),
               QString::fromLatin1(GetParam()));

@@ -20,11 +20,7 @@ using testing::lookName;
 
 class GaugeRenderTest : public ::testing::TestWithParam<Look> {
 protected:
-    void SetUp() override {
-        WidgetBrand::setDisplayNameForTesting(std::nullopt);
-        Appearance::instance().setForcedLook(GetParam());
-    }
-    void TearDown() override { Appearance::instance().setForcedLook(std::nullopt); }
+    void SetUp() override { m_style.appearance().setForcedLook(GetParam()); }
 
     // The colour on the ring's circle `degrees` clockwise from twelve o'clock, in the card.
     static QColor ringColour(AmbrelView& view, const DeviceBatteryGauge& gauge, double degrees,
@@ -41,11 +37,12 @@ protected:
     QColor macRingAt(std::int64_t percentage, double degrees, qreal devicePixelRatio = 1.0) {
         m_harness.setMacBattery(percentage);
         m_harness.monitor().refreshMac();
-        AmbrelView view(m_harness.monitor(), m_harness.locale(), {}, {}, {});
+        AmbrelView view(m_style, m_harness.monitor(), m_harness.locale(), {}, {}, {});
         testing::showAndSettle(view);
         return ringColour(view, *view.macGauge(), degrees, devicePixelRatio);
     }
 
+    testing::TestStyle m_style;
     CardHarness m_harness;
 };
 
@@ -67,7 +64,7 @@ TEST_P(GaugeRenderTest, LowChargeIsOrangeAndVeryLowIsRed) {
 }
 
 TEST_P(GaugeRenderTest, NoReadingDrawsNoArc) {
-    AmbrelView view(m_harness.monitor(), m_harness.locale(), {}, {}, {});
+    AmbrelView view(m_style, m_harness.monitor(), m_harness.locale(), {}, {}, {});
     testing::showAndSettle(view);
     ASSERT_FALSE(m_harness.monitor().mac().has_value());
     const QColor top = ringColour(view, *view.macGauge(), 0.5);
@@ -84,7 +81,7 @@ TEST_P(GaugeRenderTest, DoubtfulReadingIsFaded) {
     const QColor fresh = macRingAt(95, 90);
     // Three minutes and a bit later the same reading is stale: orange at three quarters.
     m_harness.scheduler().advance(181);
-    AmbrelView view(m_harness.monitor(), m_harness.locale(), {}, {}, {});
+    AmbrelView view(m_style, m_harness.monitor(), m_harness.locale(), {}, {}, {});
     testing::showAndSettle(view);
     const QColor stale = ringColour(view, *view.macGauge(), 90);
     const QColor orange = Appearance::color(ColorRole::orange, GetParam());

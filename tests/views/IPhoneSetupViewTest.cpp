@@ -18,8 +18,6 @@ using testing::q;
 
 class IPhoneSetupViewTest : public ::testing::Test {
 protected:
-    void TearDown() override { WidgetBrand::setDisplayNameForTesting(std::nullopt); }
-
     static QStringList texts(const IPhoneSetupView& sheet) {
         QStringList all;
         for (const QLabel* label : sheet.labels()) {
@@ -27,12 +25,13 @@ protected:
         }
         return all;
     }
+
+    testing::TestStyle m_style;
 };
 
 TEST_F(IPhoneSetupViewTest, HoldsItsTextsInOrder) {
-    WidgetBrand::setDisplayNameForTesting(std::nullopt);
-    WidgetBrand::setDisplayNameForTesting(std::string(""));
-    IPhoneSetupView sheet([] {}, {});
+    const testing::TestStyle blankName(ViewFonts(), "");
+    IPhoneSetupView sheet(blankName, [] {}, {});
     const QStringList all = texts(sheet);
     ASSERT_EQ(all.size(), 12);
     EXPECT_EQ(all[0], q("Connect your iPhone"));
@@ -58,15 +57,15 @@ TEST_F(IPhoneSetupViewTest, HoldsItsTextsInOrder) {
 }
 
 TEST_F(IPhoneSetupViewTest, DisplayNameReachesStepOneAndTheCadenceBox) {
-    WidgetBrand::setDisplayNameForTesting(std::string("Pairwise"));
-    IPhoneSetupView sheet([] {}, {});
+    const testing::TestStyle pairwise(ViewFonts(), "Pairwise");
+    IPhoneSetupView sheet(pairwise, [] {}, {});
     const QStringList all = texts(sheet);
     EXPECT_TRUE(all[3].contains(q(" Keep Pairwise running ")));
     EXPECT_TRUE(all[11].startsWith(q("Pairwise checks your iPhone")));
 }
 
 TEST_F(IPhoneSetupViewTest, ButtonsSitInOrderAlongTheBottom) {
-    IPhoneSetupView sheet([] {}, {});
+    IPhoneSetupView sheet(m_style, [] {}, {});
     testing::showAndSettle(sheet);
     const int open = sheet.openFinderButton()->geometry().left();
     const int done = sheet.doneButton()->geometry().left();
@@ -79,7 +78,7 @@ TEST_F(IPhoneSetupViewTest, ButtonsSitInOrderAlongTheBottom) {
 }
 
 TEST_F(IPhoneSetupViewTest, IsFourHundredSixtyWideAndNothingIsCut) {
-    IPhoneSetupView sheet([] {}, {});
+    IPhoneSetupView sheet(m_style, [] {}, {});
     testing::showAndSettle(sheet);
     EXPECT_EQ(sheet.width(), 460);
     for (const QLabel* label : sheet.labels()) {
@@ -94,18 +93,17 @@ TEST_F(IPhoneSetupViewTest, IsFourHundredSixtyWideAndNothingIsCut) {
 }
 
 TEST_F(IPhoneSetupViewTest, LongerNameMakesTheSheetTallerNotWider) {
-    WidgetBrand::setDisplayNameForTesting(std::string("Tovrin"));
-    IPhoneSetupView plain([] {}, {});
-    WidgetBrand::setDisplayNameForTesting(
-        std::string("A Battery Widget With A Remarkably Long And Winding Product Name"));
-    IPhoneSetupView wordy([] {}, {});
+    const testing::TestStyle longName(
+        ViewFonts(), "A Battery Widget With A Remarkably Long And Winding Product Name");
+    IPhoneSetupView plain(m_style, [] {}, {});
+    IPhoneSetupView wordy(longName, [] {}, {});
     EXPECT_EQ(wordy.width(), 460);
     EXPECT_GT(wordy.height(), plain.height());
 }
 
 TEST_F(IPhoneSetupViewTest, CheckBatteriesRefreshesEachTimeAndStaysOpen) {
     int refreshes = 0;
-    IPhoneSetupView sheet([&refreshes] { ++refreshes; }, {});
+    IPhoneSetupView sheet(m_style, [&refreshes] { ++refreshes; }, {});
     testing::showAndSettle(sheet);
     for (int press = 0; press < 3; ++press) {
         QTest::mouseClick(sheet.checkBatteriesButton(), Qt::LeftButton);
@@ -117,7 +115,7 @@ TEST_F(IPhoneSetupViewTest, CheckBatteriesRefreshesEachTimeAndStaysOpen) {
 
 TEST_F(IPhoneSetupViewTest, DoneAndEscapeClose) {
     int refreshes = 0;
-    IPhoneSetupView sheet([&refreshes] { ++refreshes; }, {});
+    IPhoneSetupView sheet(m_style, [&refreshes] { ++refreshes; }, {});
     testing::showAndSettle(sheet);
     QTest::mouseClick(sheet.doneButton(), Qt::LeftButton);
     EXPECT_FALSE(sheet.isVisible());
@@ -130,7 +128,8 @@ TEST_F(IPhoneSetupViewTest, DoneAndEscapeClose) {
 
 TEST_F(IPhoneSetupViewTest, OpenFinderOpensTheConnectionWindowAndStaysOpen) {
     std::vector<QWidget*> openedOver;
-    IPhoneSetupView sheet([] {}, [&openedOver](QWidget* parent) { openedOver.push_back(parent); });
+    IPhoneSetupView sheet(
+        m_style, [] {}, [&openedOver](QWidget* parent) { openedOver.push_back(parent); });
     testing::showAndSettle(sheet);
     QTest::mouseClick(sheet.openFinderButton(), Qt::LeftButton);
     ASSERT_EQ(openedOver.size(), 1u);

@@ -4,8 +4,14 @@
 #include <QLayout>
 #include <cmath>
 #include <cstdlib>
+#include <utility>
 
 namespace ambrel::testing {
+
+TestStyle::TestStyle(ViewFonts fonts, std::string brandName)
+    : m_appearance(*QCoreApplication::instance()), m_style{m_appearance, std::move(fonts),
+                                                           WidgetBrand::brandName(
+                                                               std::move(brandName))} {}
 
 void showAndSettle(QWidget& widget) {
     widget.show();

@@ -7,9 +7,29 @@
 #include <ostream>
 #include <string>
 
+#include "presentation/WidgetBrand.h"
 #include "views/Appearance.h"
+#include "views/ViewFonts.h"
+#include "views/ViewStyle.h"
 
 namespace ambrel::testing {
+
+// What a test's views draw with, as the delegate makes it: an appearance of the test's own on
+// the application, the desktop's fonts (or a named family) and a product name. Made after the
+// application; outlives the views made with it.
+class TestStyle {
+public:
+    explicit TestStyle(ViewFonts fonts = ViewFonts(),
+                       std::string brandName = WidgetBrand::kDefaultName);
+
+    Appearance& appearance() { return m_appearance; }
+    const ViewStyle& style() const { return m_style; }
+    operator const ViewStyle&() const { return m_style; }
+
+private:
+    Appearance m_appearance;
+    ViewStyle m_style;
+};
 
 // Shows `widget` (offscreen) and lets its layouts settle.
 void showAndSettle(QWidget& widget);

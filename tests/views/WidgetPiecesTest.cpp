@@ -15,14 +15,12 @@ namespace {
 
 class WidgetPiecesTest : public ::testing::Test {
 protected:
-    void TearDown() override {
-        Appearance::instance().setForcedLook(std::nullopt);
-        Appearance::instance().setSystemLook(std::nullopt);
-    }
+    testing::TestStyle m_style;
+    const ViewFonts m_fonts;
 };
 
 TEST_F(WidgetPiecesTest, TextThatFitsIsDrawnWhole) {
-    TextLine line(ViewFonts::system(13, QFont::DemiBold), ColorRole::primary,
+    TextLine line(m_style.appearance(), m_fonts.system(13, QFont::DemiBold), ColorRole::primary,
                   TextLine::Fit::shrinkThenElideEnd, Qt::AlignLeft);
     line.setText(QStringLiteral("Tovrin"));
     line.resize(line.naturalWidth() + 4, line.sizeHint().height());
@@ -32,7 +30,7 @@ TEST_F(WidgetPiecesTest, TextThatFitsIsDrawnWhole) {
 }
 
 TEST_F(WidgetPiecesTest, SlightlyLongTextShrinksWithoutBeingCut) {
-    TextLine line(ViewFonts::system(13, QFont::DemiBold), ColorRole::primary,
+    TextLine line(m_style.appearance(), m_fonts.system(13, QFont::DemiBold), ColorRole::primary,
                   TextLine::Fit::shrinkThenElideEnd, Qt::AlignLeft);
     line.setText(QStringLiteral("Battery Pair Widget"));
     const int natural = line.naturalWidth();
@@ -43,7 +41,7 @@ TEST_F(WidgetPiecesTest, SlightlyLongTextShrinksWithoutBeingCut) {
 }
 
 TEST_F(WidgetPiecesTest, TooLongTextShrinksTo85PercentThenIsCut) {
-    TextLine line(ViewFonts::system(13, QFont::DemiBold), ColorRole::primary,
+    TextLine line(m_style.appearance(), m_fonts.system(13, QFont::DemiBold), ColorRole::primary,
                   TextLine::Fit::shrinkThenElideEnd, Qt::AlignLeft);
     line.setText(QStringLiteral("Battery Pair Widget"));
     line.resize(line.naturalWidth() / 2, line.sizeHint().height());
@@ -54,7 +52,7 @@ TEST_F(WidgetPiecesTest, TooLongTextShrinksTo85PercentThenIsCut) {
 }
 
 TEST_F(WidgetPiecesTest, MiddleElisionKeepsBothEnds) {
-    TextLine line(ViewFonts::system(11, QFont::Medium), ColorRole::primary,
+    TextLine line(m_style.appearance(), m_fonts.system(11, QFont::Medium), ColorRole::primary,
                   TextLine::Fit::elideMiddle, Qt::AlignHCenter);
     line.setText(QStringLiteral("Anna's very long iPhone name for testing"));
     line.resize(line.naturalWidth() / 2, line.sizeHint().height());
@@ -91,7 +89,7 @@ TEST_F(WidgetPiecesTest, PairedMarkIsSixteenSquareWithOutlinedAndFilledPills) {
 }
 
 TEST_F(WidgetPiecesTest, ForcedLookWinsOverTheDesktopsAndThePalettes) {
-    Appearance& appearance = Appearance::instance();
+    Appearance& appearance = m_style.appearance();
     EXPECT_EQ(appearance.look(), Appearance::lookFromPalette(QGuiApplication::palette()));
     QSignalSpy changes(&appearance, &Appearance::lookChanged);
     const Look other = appearance.look() == Look::light ? Look::dark : Look::light;

@@ -101,8 +101,8 @@ protected:
         m_delegate = std::make_unique<AmbrelDelegate>(std::vector<std::string>{"tovrin"}, bundle,
                                                       environment, std::move(setup));
         m_delegate->applicationDidFinishLaunching();
-        ASSERT_NE(m_delegate->panelForTesting(), nullptr);
-        m_card = dynamic_cast<AmbrelView*>(m_delegate->panelForTesting()->content());
+        ASSERT_NE(m_delegate->panel(), nullptr);
+        m_card = dynamic_cast<AmbrelView*>(m_delegate->panel()->content());
         ASSERT_NE(m_card, nullptr);
     }
 
