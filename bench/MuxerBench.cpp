@@ -15,28 +15,32 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
 
-#include <fcntl.h>
-#include <signal.h>
-#include <spawn.h>
 #include <sys/resource.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <benchmark/benchmark.h>
 
 #include "muxer/PrivateMuxer.h"
-
-extern char** environ;
+#include "tests/fakes/ChildProcess.h"
 
 namespace {
 
 namespace fs = std::filesystem;
 using ambrel::PrivateMuxer;
+using ambrel::testing::ChildProcess;
+using ambrel::testing::environmentWith;
+using ambrel::testing::OutputTo;
+using ambrel::testing::ProcessOptions;
+using ambrel::testing::runToEnd;
 using Clock = std::chrono::steady_clock;
+
+// A wait no read or probe comes near: one that did would be stuck, not slow.
+constexpr std::chrono::minutes kNoEnd{10};
 
 constexpr const char* kSerial = "00008110001A2B3C4D5E6F70";
 constexpr const char* kUdid = "00008110-001A2B3C4D5E6F70";
@@ -72,55 +76,24 @@ double median(std::vector<double> values) {
     return values.size() % 2 == 1 ? values[middle] : (values[middle - 1] + values[middle]) / 2;
 }
 
-// Starts `arguments` with `address` as USBMUXD_SOCKET_ADDRESS (when not empty), standard input
-// from /dev/null, standard output to `outputFd` (-1: discarded), standard error discarded.
-pid_t spawn(const std::vector<std::string>& arguments, const std::string& address,
-            int outputFd = -1) {
-    std::vector<std::string> environment;
-    for (char** entry = environ; *entry != nullptr; ++entry) {
-        if (address.empty() || std::string(*entry).rfind("USBMUXD_SOCKET_ADDRESS=", 0) != 0) {
-            environment.emplace_back(*entry);
-        }
-    }
+// How `arguments` start: with `address` as USBMUXD_SOCKET_ADDRESS (when not empty), standard
+// input from /dev/null, standard output on a pipe or discarded, standard error discarded.
+ProcessOptions launch(const std::vector<std::string>& arguments, const std::string& address,
+                      OutputTo output = OutputTo::discard) {
+    ProcessOptions options;
+    options.arguments = arguments;
     if (!address.empty()) {
-        environment.push_back("USBMUXD_SOCKET_ADDRESS=" + address);
+        options.environment = environmentWith({{"USBMUXD_SOCKET_ADDRESS", address}});
     }
-    std::vector<char*> argv;
-    for (const auto& argument : arguments) {
-        argv.push_back(const_cast<char*>(argument.c_str()));
-    }
-    argv.push_back(nullptr);
-    std::vector<char*> envp;
-    for (auto& entry : environment) {
-        envp.push_back(entry.data());
-    }
-    envp.push_back(nullptr);
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
-    if (outputFd >= 0) {
-        posix_spawn_file_actions_adddup2(&actions, outputFd, STDOUT_FILENO);
-    } else {
-        posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
-    }
-    posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, "/dev/null", O_WRONLY, 0);
-    pid_t pid = -1;
-    const int error = posix_spawn(&pid, argv[0], &actions, nullptr, argv.data(), envp.data());
-    posix_spawn_file_actions_destroy(&actions);
-    return error == 0 ? pid : -1;
+    options.output = output;
+    options.error = OutputTo::discard;
+    return options;
 }
 
-int waitFor(pid_t pid) {
-    int status = -1;
-    if (pid <= 0 || ::waitpid(pid, &status, 0) != pid) {
-        return -1;
-    }
-    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-}
-
-// One read with `address` as the muxer; its exit status.
+// One read with `address` as the muxer; its exit status, or -1 when it did not start or end.
 int runRead(const std::string& address) {
-    return waitFor(spawn(kRead, address));
+    ChildProcess read(launch(kRead, address));
+    return read.waitForExit(kNoEnd).value_or(-1);
 }
 
 // The simulated iPhone with one phone on USB, its usbmuxd socket in `folder`.
@@ -129,27 +102,23 @@ public:
     explicit SimulatedPhone(const fs::path& folder) : m_socket(folder / "usbmuxd") {
         std::ofstream(folder / "scenario.json")
             << R"({"devices": [{"udid": ")" << kSerial << R"(", "connection": "usb"}]})";
-        m_pid = spawn({TOVRIN_PYTHON, TOVRIN_SIMPHONE_SCRIPT, "--scenario",
-                       (folder / "scenario.json").string(), "--socket", m_socket.string(),
-                       "--stats", (folder / "stats.json").string(), "--lifetime", "600"},
-                      "");
+        m_process = std::make_unique<ChildProcess>(
+            launch({TOVRIN_PYTHON, TOVRIN_SIMPHONE_SCRIPT, "--scenario",
+                    (folder / "scenario.json").string(), "--socket", m_socket.string(), "--stats",
+                    (folder / "stats.json").string(), "--lifetime", "600"},
+                   ""));
         const auto deadline = Clock::now() + std::chrono::seconds(10);
-        while (m_pid > 0 && !fs::exists(m_socket) && Clock::now() < deadline) {
+        while (m_process->isStarted() && !fs::exists(m_socket) && Clock::now() < deadline) {
             ::usleep(20000);
         }
     }
-    ~SimulatedPhone() {
-        if (m_pid > 0) {
-            ::kill(m_pid, SIGTERM);
-            ::waitpid(m_pid, nullptr, 0);
-        }
-    }
-    bool isReady() const { return m_pid > 0 && fs::exists(m_socket); }
+    bool isReady() const { return m_process->isStarted() && fs::exists(m_socket); }
     const fs::path& socket() const { return m_socket; }
 
 private:
     fs::path m_socket;
-    pid_t m_pid = -1;
+    // Stopped when the phone goes.
+    std::unique_ptr<ChildProcess> m_process;
 };
 
 PrivateMuxer::Setup setupIn(const fs::path& folder, const fs::path& systemMuxer) {
@@ -184,24 +153,14 @@ int probeMemory(const fs::path& systemMuxer, const fs::path& folder) {
 
 // Runs the memory probe on this very program; the KiB it printed.
 std::optional<long> muxerResidentKib(const fs::path& systemMuxer, const fs::path& folder) {
-    int output[2];
-    if (::pipe2(output, O_CLOEXEC) != 0) {
+    const auto probe = runToEnd(launch({fs::read_symlink("/proc/self/exe").string(), kMemoryProbe,
+                                        systemMuxer.string(), folder.string()},
+                                       "", OutputTo::pipe),
+                                kNoEnd);
+    if (probe.exitCode != 0 || probe.out.empty()) {
         return std::nullopt;
     }
-    const pid_t pid = spawn({fs::read_symlink("/proc/self/exe").string(), kMemoryProbe,
-                             systemMuxer.string(), folder.string()},
-                            "", output[1]);
-    ::close(output[1]);
-    std::string text;
-    char buffer[64];
-    for (ssize_t got; (got = ::read(output[0], buffer, sizeof buffer)) > 0;) {
-        text.append(buffer, static_cast<std::size_t>(got));
-    }
-    ::close(output[0]);
-    if (waitFor(pid) != 0 || text.empty()) {
-        return std::nullopt;
-    }
-    return std::strtol(text.c_str(), nullptr, 10);
+    return std::strtol(probe.out.c_str(), nullptr, 10);
 }
 
 void usbReadThroughMuxer(benchmark::State& state) {

@@ -1,8 +1,8 @@
 // What a phone read costs beyond its tools: PhoneReader::readAttempt against stand-in tools
-// that each take a known time, next to the same tool runs started bare (posix_spawn + waitpid,
-// one after another). The counter overhead_pct is (read - bare) / bare; the aim is under 5 %.
-// Two reads: a first one (list, battery, name, model) and one with the phone's identity
-// remembered (list, battery).
+// that each take a known time, next to the same tool runs started bare (nothing captured, each
+// waited for, one after another). The counter overhead_pct is (read - bare) / bare; the aim is
+// under 5 %. Two reads: a first one (list, battery, name, model) and one with the phone's
+// identity remembered (list, battery).
 #include <algorithm>
 #include <chrono>
 #include <cstdlib>
@@ -10,11 +10,9 @@
 #include <fstream>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
-#include <fcntl.h>
-#include <spawn.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <benchmark/benchmark.h>
@@ -22,8 +20,7 @@
 #include "phone/PhoneReader.h"
 #include "platform/linux/SpawnProcessLauncher.h"
 #include "platform/linux/SystemClock.h"
-
-extern char** environ;
+#include "tests/fakes/ChildProcess.h"
 
 namespace {
 
@@ -82,26 +79,12 @@ const ToolFolder& tools() {
 
 // Runs one tool bare with its output on /dev/null and waits for it; false when it failed.
 bool runBare(const std::vector<std::string>& arguments) {
-    std::vector<char*> argv;
-    for (const auto& argument : arguments) {
-        argv.push_back(const_cast<char*>(argument.c_str()));
-    }
-    argv.push_back(nullptr);
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
-    posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
-    posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, "/dev/null", O_WRONLY, 0);
-    pid_t pid = -1;
-    const int error = posix_spawn(&pid, argv[0], &actions, nullptr, argv.data(), environ);
-    posix_spawn_file_actions_destroy(&actions);
-    if (error != 0) {
-        return false;
-    }
-    int status = 0;
-    while (::waitpid(pid, &status, 0) < 0) {
-    }
-    return WIFEXITED(status) && WEXITSTATUS(status) == 0;
+    ambrel::testing::ProcessOptions options;
+    options.arguments = arguments;
+    options.output = ambrel::testing::OutputTo::discard;
+    options.error = ambrel::testing::OutputTo::discard;
+    ambrel::testing::ChildProcess tool(std::move(options));
+    return tool.waitForExit(std::chrono::minutes(10)) == 0;
 }
 
 // The tool runs a successful Wi-Fi read makes, in order.

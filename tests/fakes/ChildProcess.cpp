@@ -384,6 +384,12 @@ int ChildProcess::stop(std::chrono::duration<double> grace) {
     return m_waitStatus.value_or(-1);
 }
 
+pid_t ChildProcess::release() {
+    const pid_t pid = m_pid;
+    m_pid = -1;
+    return pid;
+}
+
 std::string ChildProcess::standardOutput() const {
     return readFile(m_outputFile);
 }

@@ -102,6 +102,11 @@ public:
     // status, or -1.
     int stop(std::chrono::duration<double> grace = std::chrono::seconds(3));
 
+    // Lets the program run on by itself: this object no longer waits for it nor stops it when
+    // it goes. For a program that must outlive the one that started it. Returns its number,
+    // or -1 when it did not start.
+    pid_t release();
+
     // What the program wrote so far to its output files.
     std::string standardOutput() const;
     std::string errorOutput() const;

@@ -1,18 +1,23 @@
 #include "monitor/BarState.h"
 
+#include <chrono>
 #include <fstream>
+#include <utility>
 
 #include <gtest/gtest.h>
 
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
+#include "tests/fakes/ChildProcess.h"
 #include "tests/fakes/TemporaryFolder.h"
 
 namespace ambrel {
 namespace {
 
+using testing::ChildProcess;
+using testing::OutputTo;
+using testing::ProcessOptions;
 using testing::TemporaryFolder;
 
 const Date kWhen = Date::fromSecondsSinceReferenceDate(800000000.25);
@@ -35,14 +40,16 @@ mode_t modeOf(const std::filesystem::path& path) {
     return status.st_mode & 07777;
 }
 
+// The number of a process that has ended and been reaped, so that no process has it.
 pid_t finishedProcess() {
-    const pid_t child = ::fork();
-    if (child == 0) {
-        ::_exit(0);
-    }
-    int status = 0;
-    ::waitpid(child, &status, 0);
-    return child;
+    ProcessOptions options;
+    options.arguments = {"/bin/true"};
+    options.output = OutputTo::discard;
+    options.error = OutputTo::discard;
+    ChildProcess child(std::move(options));
+    // It is reaped here, or stopped and reaped when `child` goes should it still run.
+    (void)child.waitForExit(std::chrono::seconds(20));
+    return child.pid();
 }
 
 TEST(BarStateTest, RoundTripKeepsEverything) {

@@ -346,7 +346,7 @@ TEST(CommandRunnerOnFakeLauncherTest, NotStartedIsTheLaunchFailureWhateverWasCap
     LaunchResult refused;
     refused.end = LaunchEnd::notStarted;
     refused.standardOutput = "stray";
-    refused.standardError = "posix_spawn: No such file or directory";
+    refused.standardError = "cannot run /missing: No such file or directory";
     fake.enqueue(refused);
     const auto output = CommandRunner::run(fake, "/missing", {}, milliseconds(5000));
     EXPECT_EQ(output.stdoutText, "");

@@ -12,9 +12,12 @@
 #include <string>
 #include <string_view>
 #include <thread>
+#include <utility>
 
 #include <dirent.h>
 #include <unistd.h>
+
+#include "tests/fakes/ChildProcess.h"
 
 namespace {
 
@@ -196,13 +199,16 @@ int act(int argc, char** argv) {
         return 0;
     }
     if (mode == "leave-grandchild") {
-        // The grandchild keeps both pipes open long after this process has ended.
-        const pid_t grandchild = ::fork();
-        if (grandchild == 0) {
-            sleepSeconds(number(2));
-            ::_exit(0);
-        }
-        writeText(STDOUT_FILENO, std::to_string(grandchild));
+        // The grandchild, this program asleep, keeps both pipes open long after this process
+        // has ended.
+        std::error_code error;
+        ambrel::testing::ProcessOptions options;
+        options.arguments = {std::filesystem::read_symlink("/proc/self/exe", error).string(),
+                             "sleep", argc > 2 ? argv[2] : "0"};
+        options.output = ambrel::testing::OutputTo::inherit;
+        options.error = ambrel::testing::OutputTo::inherit;
+        ambrel::testing::ChildProcess grandchild(std::move(options));
+        writeText(STDOUT_FILENO, std::to_string(grandchild.release()));
         return 0;
     }
     writeText(STDERR_FILENO, "unknown mode " + mode + "\n");

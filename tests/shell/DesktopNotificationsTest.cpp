@@ -5,6 +5,7 @@
 #include "platform/qt/DesktopNotifications.h"
 
 #include <chrono>
+#include <filesystem>
 #include <memory>
 #include <string>
 #include <vector>
@@ -12,7 +13,6 @@
 #include <QCoreApplication>
 #include <QDBusConnection>
 #include <QDBusConnectionInterface>
-#include <QProcess>
 #include <QSettings>
 #include <QStringList>
 #include <QVariantMap>
@@ -24,6 +24,7 @@
 #include "shell/LowBatteryAlertsController.h"
 #include "shell/SettingsFile.h"
 #include "tests/app/OffscreenApplication.h"
+#include "tests/fakes/ChildProcess.h"
 #include "tests/fakes/SimulatedScheduler.h"
 #include "tests/fakes/TemporaryFolder.h"
 #include "tests/monitor/PhoneCycleHarness.h"
@@ -109,26 +110,25 @@ template <typename Condition> bool pumpUntil(Condition condition) {
 // A dbus-daemon of its own for each test, stopped in teardown whatever happens.
 class PrivateBus {
 public:
-    PrivateBus() {
-        m_daemon.setProgram(QStringLiteral("dbus-daemon"));
-        m_daemon.setArguments({QStringLiteral("--session"), QStringLiteral("--nofork"),
-                               QStringLiteral("--print-address=1"),
-                               QStringLiteral("--address=unix:path=") +
-                                   QString::fromStdString((m_folder.path() / "bus").string())});
-        m_daemon.start();
-        if (m_daemon.waitForStarted(5000) && m_daemon.waitForReadyRead(5000)) {
-            m_address = QString::fromUtf8(m_daemon.readLine()).trimmed();
+    PrivateBus() : m_daemon(daemonOptions(m_folder.path() / "bus")) {
+        // It prints its address once it listens.
+        if (const auto line = m_daemon.readLine(std::chrono::seconds(10))) {
+            m_address = QString::fromStdString(*line).trimmed();
         }
-    }
-    ~PrivateBus() {
-        m_daemon.kill();
-        m_daemon.waitForFinished(5000);
     }
     const QString& address() const { return m_address; }
 
 private:
+    static testing::ProcessOptions daemonOptions(const std::filesystem::path& socket) {
+        testing::ProcessOptions options;
+        options.arguments = {"/usr/bin/dbus-daemon", "--session", "--nofork", "--print-address=1",
+                             "--address=unix:path=" + socket.string()};
+        options.error = testing::OutputTo::discard;
+        return options;
+    }
+
     testing::TemporaryFolder m_folder;
-    QProcess m_daemon;
+    testing::ChildProcess m_daemon;
     QString m_address;
 };
 
