@@ -101,10 +101,9 @@ def command_runner_section():
     return [
         "## Command runner (`ambrel_command_runner_bench`)",
         "",
-        "One run of `/bin/true` through `CommandRunner::run` against the same program started",
-        "bare (nothing captured) and waited for; draining 1 GiB of standard output through the",
-        "runner (which keeps 64 KiB and drops the rest) against the same producer piped into",
-        "`dd bs=4096`.",
+        "One run of `/bin/true` through `CommandRunner::run` against a bare `posix_spawn` +",
+        "`waitpid`; draining 1 GiB of standard output through the runner (which keeps 64 KiB and",
+        "drops the rest) against the same producer piped into `dd bs=4096`.",
         "",
         HEADER,
         row("`/bin/true` through the runner", through, "µs", 1),
