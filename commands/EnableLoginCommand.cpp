@@ -4,12 +4,11 @@
 #include <utility>
 
 #include "commands/CommandLine.h"
-#include "commands/LoginReport.h"
 
 namespace ambrel {
 
 EnableLoginCommand::EnableLoginCommand(LoginItemService& service, LoginItemIdentity identity)
-    : m_service(service), m_identity(std::move(identity)) {}
+    : LoginCommand(service, std::move(identity)) {}
 
 bool EnableLoginCommand::isRequested(const std::vector<std::string>& arguments) const {
     return CommandLine::hasArgument(arguments, "--enable-login");
@@ -23,13 +22,7 @@ int EnableLoginCommand::run(const Invocation& invocation) {
             failure = result.error();
         }
     }
-    const auto status = m_service.status();
-    const auto line = LoginReport::report(status, status == LoginItemStatus::enabled,
-                                          m_identity.bundleIdentifier, m_identity.appPath, failure);
-    if (!line.empty()) {
-        invocation.out(line + "\n");
-    }
-    switch (status) {
+    switch (printReport(invocation, failure)) {
     case LoginItemStatus::enabled:
         return 0;
     case LoginItemStatus::requiresApproval:

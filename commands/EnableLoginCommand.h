@@ -1,8 +1,6 @@
 #pragma once
 
-#include "commands/Command.h"
-#include "commands/LoginItemIdentity.h"
-#include "platform/LoginItemService.h"
+#include "commands/LoginCommand.h"
 
 namespace ambrel {
 
@@ -10,16 +8,12 @@ namespace ambrel {
 // same line as "--login-status" (with the error when registering failed) and exits 0 when it is
 // enabled, 2 when the desktop's startup settings must approve it and 1 otherwise. Asked before
 // "--login-status", so it wins when both are given. `service` must outlive the command.
-class EnableLoginCommand final : public Command {
+class EnableLoginCommand final : public LoginCommand {
 public:
     EnableLoginCommand(LoginItemService& service, LoginItemIdentity identity);
 
     bool isRequested(const std::vector<std::string>& arguments) const override;
     int run(const Invocation& invocation) override;
-
-private:
-    LoginItemService& m_service;
-    LoginItemIdentity m_identity;
 };
 
 } // namespace ambrel
