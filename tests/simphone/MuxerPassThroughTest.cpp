@@ -12,6 +12,7 @@
 #include "muxer/MuxerServer.h"
 #include "tests/fakes/ChildProcess.h"
 #include "tests/fakes/TemporaryFolder.h"
+#include "tests/simphone/Scenario.h"
 #include "tests/simphone/SimulatedIphone.h"
 
 namespace ambrel::testing {
@@ -19,22 +20,6 @@ namespace {
 
 using namespace std::chrono_literals;
 using nlohmann::json;
-
-const std::string kSerial = "00008110001A2B3C4D5E6F70";
-const std::string kUdid = "00008110-001A2B3C4D5E6F70";
-
-json phone(const std::string& connection, const json& extra = json::object()) {
-    json device = {{"udid", kSerial}, {"connection", connection}};
-    device.update(extra);
-    return device;
-}
-
-// A phone answers lockdown over Wi-Fi only with its Wi-Fi connections on.
-const json kWifiOn = {{"wifiConnections", true}};
-
-json withDevices(const json& devices) {
-    return json{{"devices", devices}};
-}
 
 using Commands = std::vector<std::vector<std::string>>;
 

@@ -20,6 +20,7 @@
 
 #include "tests/fakes/ChildProcess.h"
 #include "tests/fakes/TemporaryFolder.h"
+#include "tests/simphone/Scenario.h"
 #include "tests/simphone/SimulatedIphone.h"
 
 namespace ambrel::testing {
@@ -28,9 +29,6 @@ namespace {
 using namespace std::chrono_literals;
 using nlohmann::json;
 
-const std::string kSerial = "00008110001A2B3C4D5E6F70";
-// How the tools show and use a 24-character serial.
-const std::string kUdid = "00008110-001A2B3C4D5E6F70";
 const std::vector<std::string> kBattery = {"-q", "com.apple.mobile.battery", "-x"};
 
 const std::string kHealthyBatteryXml = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
@@ -49,19 +47,6 @@ const std::string kHealthyBatteryXml = "<?xml version=\"1.0\" encoding=\"UTF-8\"
 
 std::string lockdownError(const std::string& text) {
     return "ERROR: Could not connect to lockdownd: " + text + "\n";
-}
-
-json phone(const std::string& connection, const json& extra = json::object()) {
-    json device = {{"udid", kSerial}, {"connection", connection}};
-    device.update(extra);
-    return device;
-}
-
-// A phone answers lockdown over Wi-Fi only with its Wi-Fi connections on.
-const json kWifiOn = {{"wifiConnections", true}};
-
-json withDevices(const json& devices) {
-    return json{{"devices", devices}};
 }
 
 struct Reference {

@@ -9,6 +9,7 @@
 
 #include "tests/fakes/ChildProcess.h"
 #include "tests/fakes/TemporaryFolder.h"
+#include "tests/simphone/Scenario.h"
 #include "tests/simphone/SimulatedIphone.h"
 
 namespace ambrel::testing {
@@ -17,8 +18,6 @@ namespace {
 using namespace std::chrono_literals;
 using nlohmann::json;
 
-const std::string kSerial = "00008110001A2B3C4D5E6F70";
-const std::string kUdid = "00008110-001A2B3C4D5E6F70";
 // What ideviceinfo prints when nothing answers on the phone's Wi-Fi address.
 const std::string kNotListening = "ERROR: Could not connect to lockdownd: Mux error (-8)\n";
 
@@ -26,10 +25,8 @@ class SimulatedIphoneWifiConnections : public ::testing::Test {
 protected:
     void startPhone(const json& extra = json::object()) {
         ASSERT_FALSE(m_folder.path().empty());
-        json device = {{"udid", kSerial}, {"connection", "both"}};
-        device.update(extra);
-        m_phone = std::make_unique<SimulatedIphone>(m_folder.path(),
-                                                    json{{"devices", json::array({device})}});
+        m_phone = std::make_unique<SimulatedIphone>(
+            m_folder.path(), withDevices(json::array({phone("both", extra)})));
         ASSERT_TRUE(m_phone->isReady()) << m_phone->failure();
     }
 
