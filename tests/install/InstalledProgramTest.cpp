@@ -44,6 +44,17 @@ protected:
         return nlohmann::json::parse(text, nullptr, false);
     }
 
+    // Runs "--diagnose" and hands back its first check, the one of the tools and the helper.
+    void diagnoseTools(nlohmann::json& tools) const {
+        const auto result = m_tree->runProgram({"--diagnose"});
+        // No usbmuxd answers here, so the check as a whole fails.
+        EXPECT_EQ(result.exitCode, 1) << result.describe();
+        const auto report = jsonLine(result);
+        ASSERT_TRUE(report.is_object()) << result.standardOutput;
+        ASSERT_FALSE(report["checks"].empty()) << result.standardOutput;
+        tools = report["checks"][0];
+    }
+
     std::unique_ptr<InstalledTree> m_tree;
 };
 
@@ -79,25 +90,16 @@ TEST_F(InstalledProgramTest, ReadingsWithoutTheToolLinksReportTheMissingHelper) 
 // The connection check's first link: the tools and the phone settings helper where the
 // installed program looks for them.
 TEST_F(InstalledProgramTest, DiagnoseFindsTheInstalledToolsAndHelper) {
-    const auto result = m_tree->runProgram({"--diagnose"});
-    // No usbmuxd answers here, so the check as a whole fails.
-    EXPECT_EQ(result.exitCode, 1) << result.describe();
-    const auto report = jsonLine(result);
-    ASSERT_TRUE(report.is_object()) << result.standardOutput;
-    ASSERT_FALSE(report["checks"].empty()) << result.standardOutput;
-    const auto& tools = report["checks"][0];
+    nlohmann::json tools;
+    ASSERT_NO_FATAL_FAILURE(diagnoseTools(tools));
     EXPECT_EQ(tools.value("name", ""), "tools");
     EXPECT_EQ(tools.value("status", ""), "passed") << tools.dump();
 }
 
 TEST_F(InstalledProgramTest, DiagnoseWithoutTheHelperNamesIt) {
     fs::remove(m_tree->resources() / "Runtime" / "bin" / "tovrin-lockdown");
-    const auto result = m_tree->runProgram({"--diagnose"});
-    EXPECT_EQ(result.exitCode, 1) << result.describe();
-    const auto report = jsonLine(result);
-    ASSERT_TRUE(report.is_object()) << result.standardOutput;
-    ASSERT_FALSE(report["checks"].empty()) << result.standardOutput;
-    const auto& tools = report["checks"][0];
+    nlohmann::json tools;
+    ASSERT_NO_FATAL_FAILURE(diagnoseTools(tools));
     EXPECT_EQ(tools.value("status", ""), "failed");
     EXPECT_EQ(tools.value("message", ""),
               "Install libimobiledevice-utils and reinstall Tovrin, since tovrin-lockdown is "
