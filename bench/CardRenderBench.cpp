@@ -10,6 +10,7 @@
 #include <memory>
 #include <mutex>
 
+#include "bench/RunBenchmarks.h"
 #include "monitor/BatteryMonitor.h"
 #include "presentation/UserLocale.h"
 #include "views/AmbrelView.h"
@@ -222,11 +223,5 @@ int main(int argc, char** argv) {
         qputenv("QT_QPA_PLATFORM", "offscreen");
     }
     QApplication application(argc, argv);
-    benchmark::Initialize(&argc, argv);
-    if (benchmark::ReportUnrecognizedArguments(argc, argv)) {
-        return 1;
-    }
-    benchmark::RunSpecifiedBenchmarks();
-    benchmark::Shutdown();
-    return 0;
+    return ambrel::bench::runBenchmarks(argc, argv);
 }

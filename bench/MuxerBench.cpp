@@ -25,6 +25,7 @@
 
 #include <benchmark/benchmark.h>
 
+#include "bench/RunBenchmarks.h"
 #include "muxer/PrivateMuxer.h"
 #include "tests/fakes/ChildProcess.h"
 
@@ -236,11 +237,5 @@ int main(int argc, char** argv) {
     if (argc == 4 && std::strcmp(argv[1], kMemoryProbe) == 0) {
         return probeMemory(argv[2], argv[3]);
     }
-    benchmark::Initialize(&argc, argv);
-    if (benchmark::ReportUnrecognizedArguments(argc, argv)) {
-        return 1;
-    }
-    benchmark::RunSpecifiedBenchmarks();
-    benchmark::Shutdown();
-    return 0;
+    return ambrel::bench::runBenchmarks(argc, argv);
 }
