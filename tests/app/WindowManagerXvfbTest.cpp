@@ -211,6 +211,25 @@ protected:
         return testing::eventually([&] { return !isViewable(*panel); }, 30s);
     }
 
+    // Hides the panel from the card's menu and opens another window, which takes the focus:
+    // `normal` is that window.
+    void hideAndFocusAnotherWindow(unsigned long& normal) {
+        ASSERT_TRUE(hideFromCardMenu()) << "Hide widget did not hide the panel";
+        normal = openNormalWindow("Active window");
+        ASSERT_NE(normal, 0u);
+        ASSERT_TRUE(testing::eventually([&] { return activeWindow() == normal; }, 30s));
+    }
+
+    // The hidden panel, shown again, comes back at `frame` and leaves the focus on `normal`.
+    void expectShownInPlaceWithoutFocus(const WindowGeometry& frame, unsigned long normal) const {
+        ASSERT_TRUE(testing::eventually([&] { return isViewable(*panel); }, 10s));
+        const auto shown = panelGeometry();
+        ASSERT_TRUE(shown);
+        EXPECT_EQ(shown->x, frame.x);
+        EXPECT_EQ(shown->y, frame.y);
+        EXPECT_EQ(activeWindow(), normal) << "showing the panel took the focus";
+    }
+
     bool frameSaved(const WindowGeometry& frame) const {
         return testing::eventually(
             [&] {
@@ -324,21 +343,13 @@ TEST_F(WindowManagerXvfbTest, HiddenFromTheCardAndShownAgainItComesBackInPlaceWi
     const auto frame = panelGeometry();
     ASSERT_TRUE(frame);
 
-    ASSERT_TRUE(hideFromCardMenu()) << "Hide widget did not hide the panel";
-
-    const auto normal = openNormalWindow("Active window");
-    ASSERT_NE(normal, 0u);
-    ASSERT_TRUE(testing::eventually([&] { return activeWindow() == normal; }, 30s));
+    unsigned long normal = 0;
+    ASSERT_NO_FATAL_FAILURE(hideAndFocusAnotherWindow(normal));
 
     // Launching the program again shows the panel.
     const auto again = testing::runProcess({executable.string()}, session(), 10s);
     EXPECT_EQ(again.exitCode, 0);
-    ASSERT_TRUE(testing::eventually([&] { return isViewable(*panel); }, 10s));
-    const auto shown = panelGeometry();
-    ASSERT_TRUE(shown);
-    EXPECT_EQ(shown->x, frame->x);
-    EXPECT_EQ(shown->y, frame->y);
-    EXPECT_EQ(activeWindow(), normal) << "showing the panel took the focus";
+    ASSERT_NO_FATAL_FAILURE(expectShownInPlaceWithoutFocus(*frame, normal));
     EXPECT_LT(stackingIndex(*panel), stackingIndex(normal));
 }
 
@@ -559,18 +570,11 @@ TEST_F(WindowManagerXvfbTest, WithoutATrayTheCardWorksAndTheItemComesWithTheHost
     ASSERT_FALSE(showId.empty()) << layout;
 
     // Hidden from the card, shown from the tray menu: back in place, focus left alone.
-    ASSERT_TRUE(hideFromCardMenu());
-    const auto normal = openNormalWindow("Active window");
-    ASSERT_NE(normal, 0u);
-    ASSERT_TRUE(testing::eventually([&] { return activeWindow() == normal; }, 30s));
+    unsigned long normal = 0;
+    ASSERT_NO_FATAL_FAILURE(hideAndFocusAnotherWindow(normal));
     gdbusCall(bus.address(), item, "/MenuBar",
               {"com.canonical.dbusmenu.Event", showId, "clicked", "<0>", "0"});
-    ASSERT_TRUE(testing::eventually([&] { return isViewable(*panel); }, 10s));
-    const auto shown = panelGeometry();
-    ASSERT_TRUE(shown);
-    EXPECT_EQ(shown->x, frame->x);
-    EXPECT_EQ(shown->y, frame->y);
-    EXPECT_EQ(activeWindow(), normal) << "showing the panel took the focus";
+    expectShownInPlaceWithoutFocus(*frame, normal);
 }
 
 } // namespace
