@@ -69,6 +69,18 @@ bool hasWaitingConnection(int socket) {
     return ::poll(&entry, 1, 0) == 1;
 }
 
+// A muxer on a socket in `folder` that passes the USB phones of `system` through, keeping its
+// own pair records in `ownRecords`.
+PrivateMuxer::Setup passingThrough(const TemporaryFolder& folder, const FakeSystemMuxer& system,
+                                   const std::filesystem::path& ownRecords) {
+    PrivateMuxer::Setup setup;
+    setup.socketPath = folder.path() / "run" / "usbmuxd";
+    setup.systemMuxerPath = system.socketPath().string();
+    setup.systemRecordsFolder = folder.path() / "lockdown";
+    setup.ownRecordsFolder = ownRecords;
+    return setup;
+}
+
 unsigned modeOf(const std::filesystem::path& path) {
     struct stat info {};
     return ::lstat(path.c_str(), &info) == 0 ? (info.st_mode & 0777) : 01000;
@@ -88,11 +100,7 @@ TEST(PrivateMuxerTest, StartsOnAPrivateSocketAndPassesUsbThrough) {
     TemporaryFolder folder;
     FakeSystemMuxer system(folder.path() / "system");
     system.addUsbDevice(1, "00008110001A2B3C4D5E6F70");
-    PrivateMuxer::Setup setup;
-    setup.socketPath = folder.path() / "run" / "usbmuxd";
-    setup.systemMuxerPath = system.socketPath().string();
-    setup.systemRecordsFolder = folder.path() / "lockdown";
-    setup.ownRecordsFolder = folder.path() / "data" / "pair-records";
+    auto setup = passingThrough(folder, system, folder.path() / "data" / "pair-records");
     // Nothing of the machine's own avahi-daemon in this test.
     setup.discoverWifiPhones = false;
     PrivateMuxer muxer(setup);
@@ -128,11 +136,7 @@ TEST(PrivateMuxerTest, WithoutASystemBusTheMuxerServesUsbOnly) {
                              "unix:path=" + (folder.path() / "no-bus").string());
     FakeSystemMuxer system(folder.path() / "system");
     system.addUsbDevice(1, "00008110001A2B3C4D5E6F70");
-    PrivateMuxer::Setup setup;
-    setup.socketPath = folder.path() / "run" / "usbmuxd";
-    setup.systemMuxerPath = system.socketPath().string();
-    setup.systemRecordsFolder = folder.path() / "lockdown";
-    setup.ownRecordsFolder = folder.path() / "own";
+    const auto setup = passingThrough(folder, system, folder.path() / "own");
     PrivateMuxer muxer(setup);
     ASSERT_TRUE(muxer.start());
     // A listing waits until discovery gave up, which is at once without a bus.
