@@ -3,16 +3,10 @@
 #include <optional>
 #include <utility>
 
-#include "commands/CommandLine.h"
-
 namespace ambrel {
 
 EnableLoginCommand::EnableLoginCommand(LoginItemService& service, LoginItemIdentity identity)
-    : LoginCommand(service, std::move(identity)) {}
-
-bool EnableLoginCommand::isRequested(const std::vector<std::string>& arguments) const {
-    return CommandLine::hasArgument(arguments, "--enable-login");
-}
+    : LoginCommand(service, std::move(identity), "--enable-login") {}
 
 int EnableLoginCommand::run(const Invocation& invocation) {
     std::optional<LoginItemError> failure;

@@ -12,7 +12,6 @@ class EnableLoginCommand final : public LoginCommand {
 public:
     EnableLoginCommand(LoginItemService& service, LoginItemIdentity identity);
 
-    bool isRequested(const std::vector<std::string>& arguments) const override;
     int run(const Invocation& invocation) override;
 };
 

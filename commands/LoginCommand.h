@@ -1,6 +1,8 @@
 #pragma once
 
 #include <optional>
+#include <string>
+#include <vector>
 
 #include "commands/Command.h"
 #include "commands/LoginItemIdentity.h"
@@ -12,8 +14,12 @@ namespace ambrel {
 // who they ask for, and the one JSON line (see LoginReport) both print. `service` must outlive
 // the command.
 class LoginCommand : public Command {
+public:
+    bool isRequested(const std::vector<std::string>& arguments) const final;
+
 protected:
-    LoginCommand(LoginItemService& service, LoginItemIdentity identity);
+    // `switchName` is the argument that asks for the command.
+    LoginCommand(LoginItemService& service, LoginItemIdentity identity, std::string switchName);
 
     // Prints the report of the service's status as it is now, with `failure` when registering
     // failed, and returns that status.
@@ -24,6 +30,7 @@ protected:
 
 private:
     LoginItemIdentity m_identity;
+    std::string m_switchName;
 };
 
 } // namespace ambrel

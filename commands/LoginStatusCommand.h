@@ -10,7 +10,6 @@ class LoginStatusCommand final : public LoginCommand {
 public:
     LoginStatusCommand(LoginItemService& service, LoginItemIdentity identity);
 
-    bool isRequested(const std::vector<std::string>& arguments) const override;
     int run(const Invocation& invocation) override;
 };
 
