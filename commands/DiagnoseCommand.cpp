@@ -9,17 +9,12 @@ namespace ambrel {
 
 DiagnoseCommand::DiagnoseCommand(std::function<SystemConnectionProbe::Setup()> setup,
                                  std::shared_ptr<Worker> worker)
-    : m_setup(std::move(setup)), m_worker(std::move(worker)) {}
-
-bool DiagnoseCommand::isRequested(const std::vector<std::string>& arguments) const {
-    return CommandLine::hasArgument(arguments, "--diagnose");
-}
+    : PhoneConnectionCommand("--diagnose", std::move(setup), std::move(worker)) {}
 
 int DiagnoseCommand::run(const Invocation& invocation) {
-    const auto setup = m_setup();
     const bool asText = CommandLine::hasArgument(invocation.arguments, "--text");
     ConnectionReport report;
-    runAndWait(*m_worker, [&] {
+    runWithSetup([&](const SystemConnectionProbe::Setup& setup) {
         SystemConnectionProbe probe(setup);
         report = ConnectionCheck::run(probe);
     });

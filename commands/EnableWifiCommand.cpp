@@ -5,7 +5,6 @@
 
 #include <nlohmann/json.hpp>
 
-#include "commands/CommandLine.h"
 #include "diagnosis/ConnectionCheck.h"
 
 namespace ambrel {
@@ -30,17 +29,12 @@ EnableWifiCommand::Outcome failure(const std::string& udid, const LockdownError&
 
 EnableWifiCommand::EnableWifiCommand(std::function<SystemConnectionProbe::Setup()> setup,
                                      std::shared_ptr<Worker> worker)
-    : m_setup(std::move(setup)), m_worker(std::move(worker)) {}
-
-bool EnableWifiCommand::isRequested(const std::vector<std::string>& arguments) const {
-    return CommandLine::hasArgument(arguments, "--enable-wifi");
-}
+    : PhoneConnectionCommand("--enable-wifi", std::move(setup), std::move(worker)) {}
 
 int EnableWifiCommand::run(const Invocation& invocation) {
-    const auto setup = m_setup();
     const auto udid = udidArgument(invocation.arguments);
     Outcome outcome;
-    runAndWait(*m_worker, [&] {
+    runWithSetup([&](const SystemConnectionProbe::Setup& setup) {
         outcome = enable(LockdownHelper(setup.toolDirectory, setup.launcher), udid);
     });
     invocation.out(outcome.output);

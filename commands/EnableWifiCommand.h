@@ -4,10 +4,8 @@
 #include <memory>
 #include <string>
 
-#include "commands/Command.h"
-#include "diagnosis/SystemConnectionProbe.h"
+#include "commands/PhoneConnectionCommand.h"
 #include "phone/LockdownHelper.h"
-#include "platform/Worker.h"
 
 namespace ambrel {
 
@@ -15,7 +13,7 @@ namespace ambrel {
 // phone on USB, over USB. One JSON line: {"udid":…,"wifiConnections":true} and exit 0 when they
 // are now on; else {"error":…,"message":…,"udid":…,"wifiConnections":false} (no "udid" when no
 // phone was found) and exit 1.
-class EnableWifiCommand final : public Command {
+class EnableWifiCommand final : public PhoneConnectionCommand {
 public:
     // What the command prints and its exit code.
     struct Outcome {
@@ -27,18 +25,12 @@ public:
     EnableWifiCommand(std::function<SystemConnectionProbe::Setup()> setup,
                       std::shared_ptr<Worker> worker);
 
-    bool isRequested(const std::vector<std::string>& arguments) const override;
-    bool usesPhone() const override { return true; }
     int run(const Invocation& invocation) override;
 
     // Turns the phone's Wi-Fi connections on through `helper`. Blocks: never on the main thread.
     static Outcome enable(const LockdownHelper& helper, const std::string& udid);
     // The UDID given after "--enable-wifi"; empty when none (or another switch follows).
     static std::string udidArgument(const std::vector<std::string>& arguments);
-
-private:
-    std::function<SystemConnectionProbe::Setup()> m_setup;
-    std::shared_ptr<Worker> m_worker;
 };
 
 } // namespace ambrel
