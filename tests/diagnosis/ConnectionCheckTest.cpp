@@ -77,6 +77,14 @@ std::vector<std::string> statuses(const ConnectionReport& report) {
     return names;
 }
 
+// Check `index` of `report` ended with `status` and told the user `message`.
+void expectCheck(const ConnectionReport& report, std::size_t index, CheckStatus status,
+                 const std::string& message) {
+    ASSERT_LT(index, report.checks.size());
+    EXPECT_EQ(report.checks[index].status, status) << "check " << index;
+    EXPECT_EQ(report.checks[index].message, message) << "check " << index;
+}
+
 const std::vector<std::string> kNames = {
     "tools",       "systemMuxer", "phoneOnUsb",    "trusted",          "wifiConnections",
     "avahiDaemon", "advertised",  "advertMatches", "lockdownOverWifi", "battery"};
@@ -146,9 +154,9 @@ TEST(ConnectionCheckTest, AnUntrustedComputerFailsWithTheWayToTrustIt) {
     probe.phone.trustError = "MissingPairRecord";
     probe.phone.wifiConnections.reset();
     const auto report = ConnectionCheck::run(probe);
-    EXPECT_EQ(report.checks[3].status, CheckStatus::failed);
-    EXPECT_EQ(report.checks[3].message, "Click Trust in the connection window (or run idevicepair "
-                                        "pair), then unlock your iPhone and choose Trust.");
+    expectCheck(report, 3, CheckStatus::failed,
+                "Click Trust in the connection window (or run idevicepair "
+                "pair), then unlock your iPhone and choose Trust.");
     EXPECT_EQ(report.checks[4].status, CheckStatus::skipped);
 }
 
@@ -156,8 +164,7 @@ TEST(ConnectionCheckTest, ALockedPhoneIsToldToBeUnlocked) {
     FakeProbe probe;
     probe.usbError = LockdownError{LockdownFailure::lockdownError, "PasswordProtected"};
     const auto report = ConnectionCheck::run(probe);
-    EXPECT_EQ(report.checks[3].status, CheckStatus::failed);
-    EXPECT_EQ(report.checks[3].message, "Unlock your iPhone and check again.");
+    expectCheck(report, 3, CheckStatus::failed, "Unlock your iPhone and check again.");
 }
 
 TEST(ConnectionCheckTest, WifiConnectionsOffFailWithWhereToTurnThemOn) {
@@ -188,9 +195,9 @@ TEST(ConnectionCheckTest, NoAdvertFails) {
     FakeProbe probe;
     probe.adverts.clear();
     const auto report = ConnectionCheck::run(probe);
-    EXPECT_EQ(report.checks[6].status, CheckStatus::failed);
-    EXPECT_EQ(report.checks[6].message, "Put your iPhone on the same Wi-Fi network as this "
-                                        "computer, unlock it and check again.");
+    expectCheck(report, 6, CheckStatus::failed,
+                "Put your iPhone on the same Wi-Fi network as this "
+                "computer, unlock it and check again.");
     EXPECT_EQ(report.checks[7].status, CheckStatus::skipped);
     EXPECT_EQ(report.checks[9].status, CheckStatus::skipped);
 }
@@ -199,9 +206,9 @@ TEST(ConnectionCheckTest, AnAdvertOfAnotherPhoneFails) {
     FakeProbe probe;
     probe.adverts = {"aa:bb:cc:dd:ee:ff"};
     const auto report = ConnectionCheck::run(probe);
-    EXPECT_EQ(report.checks[7].status, CheckStatus::failed);
-    EXPECT_EQ(report.checks[7].message, "Plug your iPhone in once and check again, so that "
-                                        "Tovrin learns its Wi-Fi address.");
+    expectCheck(report, 7, CheckStatus::failed,
+                "Plug your iPhone in once and check again, so that "
+                "Tovrin learns its Wi-Fi address.");
     EXPECT_EQ(report.checks[8].status, CheckStatus::skipped);
 }
 
@@ -210,17 +217,16 @@ TEST(ConnectionCheckTest, AnAdvertMatchesAPairRecordWithoutAPhoneOnUsb) {
     probe.muxerPhones = std::vector<PhoneOnMuxer>{};
     probe.known = {{"other", "aa:bb:cc:dd:ee:ff"}, {kUdid, kMac}};
     const auto report = ConnectionCheck::run(probe);
-    EXPECT_EQ(report.checks[7].status, CheckStatus::passed);
-    EXPECT_EQ(report.checks[7].message, kUdid + " is advertised as " + kMac + ".");
+    expectCheck(report, 7, CheckStatus::passed, kUdid + " is advertised as " + kMac + ".");
 }
 
 TEST(ConnectionCheckTest, LockdownNotAnsweringOverWifiFails) {
     FakeProbe probe;
     probe.wifiError = LockdownError{LockdownFailure::noDevice, "NoDevice"};
     const auto report = ConnectionCheck::run(probe);
-    EXPECT_EQ(report.checks[8].status, CheckStatus::failed);
-    EXPECT_EQ(report.checks[8].message, "Make sure this network lets this computer reach your "
-                                        "iPhone (TCP port 62078), or plug it in and check again.");
+    expectCheck(report, 8, CheckStatus::failed,
+                "Make sure this network lets this computer reach your "
+                "iPhone (TCP port 62078), or plug it in and check again.");
     EXPECT_EQ(report.checks[9].status, CheckStatus::skipped);
 }
 
@@ -228,9 +234,9 @@ TEST(ConnectionCheckTest, AnUnreadableBatteryFails) {
     FakeProbe probe;
     probe.battery.reset();
     const auto report = ConnectionCheck::run(probe);
-    EXPECT_EQ(report.checks[9].status, CheckStatus::failed);
-    EXPECT_EQ(report.checks[9].message, "Unlock your iPhone and check again, since it did not "
-                                        "give its battery level over Wi-Fi.");
+    expectCheck(report, 9, CheckStatus::failed,
+                "Unlock your iPhone and check again, since it did not "
+                "give its battery level over Wi-Fi.");
     EXPECT_FALSE(report.ok);
 }
 
