@@ -1,5 +1,6 @@
 #include <optional>
 #include <string>
+#include <vector>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -14,11 +15,28 @@ namespace {
 
 using namespace ::ambrel::testing::expected;
 
+// A saved file of a table of them, and what the failure message names it.
+struct SavedCase {
+    const char* what;
+    nlohmann::json json;
+};
+
 class SavedReadingTest : public ::testing::Test {
 protected:
     // The JSON form of a phone reading taken `age` seconds before the simulated clock's now.
     nlohmann::json savedJson(double age, std::int64_t percentage = 100) const {
         return phoneSnapshot(h.now().addingSeconds(-age), percentage).toJson();
+    }
+    // The same with `key` set to `value`, or taken out when `value` is absent.
+    nlohmann::json savedJsonWith(double age, std::int64_t percentage, const char* key,
+                                 std::optional<nlohmann::json> value) const {
+        auto json = savedJson(age, percentage);
+        if (value) {
+            json[key] = *value;
+        } else {
+            json.erase(key);
+        }
+        return json;
     }
     void save(const nlohmann::json& json) { writeText(h.cacheFile(), json.dump()); }
 
@@ -52,34 +70,19 @@ TEST_F(SavedReadingTest, RecentReadingIsShownAndNotStale) {
 }
 
 TEST_F(SavedReadingTest, OutOfRangeOrForeignReadingsAreIgnored) {
-    struct Case {
-        const char* what;
-        nlohmann::json json;
+    const std::vector<SavedCase> cases = {
+        {"101 percent", savedJson(60, 101)},
+        {"-1 percent", savedJson(60, -1)},
+        {"id mac", savedJsonWith(60, 50, "id", "mac")},
+        {"id iPhone", savedJsonWith(60, 50, "id", "iPhone")},
+        {"61 s ahead", savedJson(-61, 50)},
+        {"an hour ahead", savedJson(-3600, 50)},
+        {"no source", savedJsonWith(60, 50, "source", std::nullopt)},
+        {"model not text", savedJsonWith(60, 50, "model", 14)},
+        {"percentage as text", savedJsonWith(60, 50, "percentage", "50")},
+        {"fractional percentage", savedJsonWith(60, 50, "percentage", 50.5)},
+        {"an array", nlohmann::json::array({savedJson(60, 50)})},
     };
-    std::vector<Case> cases;
-    cases.push_back({"101 percent", savedJson(60, 101)});
-    cases.push_back({"-1 percent", savedJson(60, -1)});
-    auto mac = savedJson(60, 50);
-    mac["id"] = "mac";
-    cases.push_back({"id mac", mac});
-    auto capital = savedJson(60, 50);
-    capital["id"] = "iPhone";
-    cases.push_back({"id iPhone", capital});
-    cases.push_back({"61 s ahead", savedJson(-61, 50)});
-    cases.push_back({"an hour ahead", savedJson(-3600, 50)});
-    auto noSource = savedJson(60, 50);
-    noSource.erase("source");
-    cases.push_back({"no source", noSource});
-    auto badModel = savedJson(60, 50);
-    badModel["model"] = 14;
-    cases.push_back({"model not text", badModel});
-    auto textPercentage = savedJson(60, 50);
-    textPercentage["percentage"] = "50";
-    cases.push_back({"percentage as text", textPercentage});
-    auto fraction = savedJson(60, 50);
-    fraction["percentage"] = 50.5;
-    cases.push_back({"fractional percentage", fraction});
-    cases.push_back({"an array", nlohmann::json::array({savedJson(60, 50)})});
 
     for (const auto& item : cases) {
         save(item.json);
@@ -91,27 +94,18 @@ TEST_F(SavedReadingTest, OutOfRangeOrForeignReadingsAreIgnored) {
 }
 
 TEST_F(SavedReadingTest, AcceptedEdgesOfTheRules) {
-    struct Case {
-        const char* what;
-        nlohmann::json json;
+    const auto noModel = savedJsonWith(10, 50, "model", std::nullopt);
+    const auto nullModel = savedJsonWith(10, 50, "model", nullptr);
+    const std::vector<SavedCase> cases = {
+        {"100 percent", savedJson(10, 100)},
+        {"0 percent", savedJson(10, 0)},
+        {"exactly 60 s ahead", savedJson(-60, 50)},
+        {"59.5 s ahead", savedJson(-59.5, 50)},
+        {"no model", noModel},
+        {"null model", nullModel},
+        {"unknown key", savedJsonWith(10, 50, "battery", 3)},
+        {"percentage written as 50.0", savedJsonWith(10, 50, "percentage", 50.0)},
     };
-    std::vector<Case> cases;
-    cases.push_back({"100 percent", savedJson(10, 100)});
-    cases.push_back({"0 percent", savedJson(10, 0)});
-    cases.push_back({"exactly 60 s ahead", savedJson(-60, 50)});
-    cases.push_back({"59.5 s ahead", savedJson(-59.5, 50)});
-    auto noModel = savedJson(10, 50);
-    noModel.erase("model");
-    cases.push_back({"no model", noModel});
-    auto nullModel = savedJson(10, 50);
-    nullModel["model"] = nullptr;
-    cases.push_back({"null model", nullModel});
-    auto extra = savedJson(10, 50);
-    extra["battery"] = 3;
-    cases.push_back({"unknown key", extra});
-    auto whole = savedJson(10, 50);
-    whole["percentage"] = 50.0;
-    cases.push_back({"percentage written as 50.0", whole});
 
     for (const auto& item : cases) {
         save(item.json);
