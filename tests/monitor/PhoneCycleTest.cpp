@@ -21,6 +21,16 @@ using ::testing::IsEmpty;
 
 class PhoneCycleTest : public ::testing::Test {
 protected:
+    // After `early` seconds no read has started; `rest` seconds later the next one has, as the
+    // attempt of `due`.
+    void expectNextReadAfter(const BatteryMonitor& monitor, double early, double rest, Date due) {
+        h.scheduler->advance(early);
+        EXPECT_EQ(h.worker->pendingJobs(), 0u);
+        h.scheduler->advance(rest);
+        EXPECT_EQ(h.worker->pendingJobs(), 1u);
+        EXPECT_EQ(monitor.lastPhoneAttempt(), due);
+    }
+
     CycleHarness h;
 };
 
@@ -300,11 +310,7 @@ TEST_F(PhoneCycleTest, TwoTransientFailuresShowTheSecondAndNeverTryAThirdTime) {
     EXPECT_EQ(h.phone.calls().size(), 2u);
 
     // No quicker retry after a failure: the next read comes 300 s later, not before.
-    h.scheduler->advance(299.999);
-    EXPECT_EQ(h.worker->pendingJobs(), 0u);
-    h.scheduler->advance(0.001);
-    EXPECT_EQ(h.worker->pendingJobs(), 1u);
-    EXPECT_EQ(monitor->lastPhoneAttempt(), finished.addingSeconds(300));
+    expectNextReadAfter(*monitor, 299.999, 0.001, finished.addingSeconds(300));
 }
 
 TEST_F(PhoneCycleTest, TransientThenPermanentFailureShowsThePermanentOne) {
@@ -396,11 +402,7 @@ TEST_F(PhoneCycleTest, ManualRefreshBeforeADueCheckCancelsIt) {
     EXPECT_EQ(h.phone.calls().size(), 2u);
     EXPECT_EQ(monitor->nextPhoneCheck(), manualEnd.addingSeconds(300));
 
-    h.scheduler->advance(299);
-    EXPECT_EQ(h.worker->pendingJobs(), 0u);
-    h.scheduler->advance(1);
-    EXPECT_EQ(h.worker->pendingJobs(), 1u);
-    EXPECT_EQ(monitor->lastPhoneAttempt(), manualEnd.addingSeconds(300));
+    expectNextReadAfter(*monitor, 299, 1, manualEnd.addingSeconds(300));
 }
 
 TEST_F(PhoneCycleTest, RefreshAllDuringAReadReadsTheMacAgainButNotThePhone) {
