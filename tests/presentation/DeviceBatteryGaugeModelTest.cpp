@@ -1,5 +1,9 @@
 #include "presentation/DeviceBatteryGaugeModel.h"
 
+#include <optional>
+#include <string>
+#include <utility>
+
 #include <gtest/gtest.h>
 
 #include "tests/presentation/TestMoments.h"
@@ -32,6 +36,14 @@ Reading macReading() {
     return reading;
 }
 
+// The Mac's reading under another name and, when given, model.
+Reading macNamed(const std::string& name, std::optional<std::string> model = std::nullopt) {
+    Reading reading = macReading();
+    reading.name = name;
+    reading.model = std::move(model);
+    return reading;
+}
+
 class DeviceBatteryGaugeModelTest : public ::testing::Test {
 protected:
     UserLocale m_english{"en_US", "America/New_York"};
@@ -53,9 +65,12 @@ protected:
         }
         return DeviceBatteryGaugeModel(snapshot, kind, isChecking, connectionFailed, now, locale);
     }
-    static Reading phoneAt(std::int64_t percentage) {
+    static Reading phoneAt(std::int64_t percentage, bool isCharging = false,
+                           bool isPluggedIn = false) {
         Reading reading;
         reading.percentage = percentage;
+        reading.isCharging = isCharging;
+        reading.isPluggedIn = isPluggedIn;
         return reading;
     }
 };
@@ -112,9 +127,7 @@ TEST_F(DeviceBatteryGaugeModelTest, ColourBands) {
 }
 
 TEST_F(DeviceBatteryGaugeModelTest, ChargingNeverChangesTheColour) {
-    Reading reading = phoneAt(8);
-    reading.isCharging = true;
-    reading.isPluggedIn = true;
+    Reading reading = phoneAt(8, true, true);
     EXPECT_EQ(phone(reading).gaugeColor(), ColorRole::red);
 }
 
@@ -177,31 +190,24 @@ TEST_F(DeviceBatteryGaugeModelTest, MacTitleIsTheFamilyInTheName) {
 }
 
 TEST_F(DeviceBatteryGaugeModelTest, MacTitleIgnoresLetterCase) {
-    Reading reading = macReading();
-    reading.name = "anna's macbook air";
+    Reading reading = macNamed("anna's macbook air");
     EXPECT_EQ(mac(reading).title(), "MacBook Air");
 }
 
 TEST_F(DeviceBatteryGaugeModelTest, MacTitleFallsBackToTheModel) {
-    Reading reading = macReading();
-    reading.name = "Studio desk";
-    reading.model = "Mac mini (M2, 2023)";
+    Reading reading = macNamed("Studio desk", "Mac mini (M2, 2023)");
     EXPECT_EQ(mac(reading).title(), "Mac mini");
     EXPECT_EQ(mac(reading).titleHelp(), "Studio desk");
 }
 
 TEST_F(DeviceBatteryGaugeModelTest, MacTitleIsTheNameWhenNoFamilyMatches) {
-    Reading reading = macReading();
-    reading.name = "ThinkPad X1";
-    reading.model = "21HM";
+    Reading reading = macNamed("ThinkPad X1", "21HM");
     EXPECT_EQ(mac(reading).title(), "ThinkPad X1");
 }
 
 TEST_F(DeviceBatteryGaugeModelTest, MacFamiliesAreTriedInOrderAcrossNameAndModel) {
     // The model's "MacBook Pro" is tried before the name's plain "MacBook".
-    Reading reading = macReading();
-    reading.name = "Anna's MacBook";
-    reading.model = "MacBook Pro 14-inch";
+    Reading reading = macNamed("Anna's MacBook", "MacBook Pro 14-inch");
     EXPECT_EQ(mac(reading).title(), "MacBook Pro");
     // "Mac Pro" comes before "iMac" in the list.
     reading.name = "iMac Pro";
@@ -236,9 +242,7 @@ TEST_F(DeviceBatteryGaugeModelTest, UpdateHelpOfAConfirmedReading) {
 }
 
 TEST_F(DeviceBatteryGaugeModelTest, ChargingAndPluggedInShowTheBolt) {
-    Reading reading = phoneAt(54);
-    reading.isCharging = true;
-    reading.isPluggedIn = true;
+    Reading reading = phoneAt(54, true, true);
     const auto gauge = phone(reading);
     EXPECT_EQ(gauge.powerSymbol(), GaugeSymbol::charging);
     EXPECT_EQ(gauge.accessibilityLabel(), "Work iPhone, 54 percent, charging");
@@ -246,8 +250,7 @@ TEST_F(DeviceBatteryGaugeModelTest, ChargingAndPluggedInShowTheBolt) {
 }
 
 TEST_F(DeviceBatteryGaugeModelTest, PluggedInNotChargingShowsThePlug) {
-    Reading reading = phoneAt(100);
-    reading.isPluggedIn = true;
+    Reading reading = phoneAt(100, false, true);
     const auto gauge = phone(reading);
     EXPECT_EQ(gauge.powerSymbol(), GaugeSymbol::pluggedIn);
     EXPECT_EQ(gauge.accessibilityLabel(), "Work iPhone, 100 percent, plugged in");
@@ -255,8 +258,7 @@ TEST_F(DeviceBatteryGaugeModelTest, PluggedInNotChargingShowsThePlug) {
 }
 
 TEST_F(DeviceBatteryGaugeModelTest, ChargingWithoutPowerShowsNoSymbolButSaysCharging) {
-    Reading reading = phoneAt(54);
-    reading.isCharging = true;
+    Reading reading = phoneAt(54, true);
     const auto gauge = phone(reading);
     EXPECT_FALSE(gauge.powerSymbol().has_value());
     EXPECT_EQ(gauge.accessibilityLabel(), "Work iPhone, 54 percent, charging");
