@@ -39,6 +39,17 @@ std::optional<Outcome> run(std::vector<std::string> arguments, FakeLoginItemServ
     return std::nullopt;
 }
 
+// Runs "--enable-login" against `service`: it ends with `exitCode`, and what it printed goes to
+// `output` when given.
+void enableLogin(FakeLoginItemService& service, int exitCode, std::string* output = nullptr) {
+    const auto outcome = run({"--enable-login"}, service);
+    ASSERT_TRUE(outcome);
+    EXPECT_EQ(outcome->exitCode, exitCode);
+    if (output != nullptr) {
+        *output = outcome->output;
+    }
+}
+
 TEST(LoginCommandTest, StatusNamesAreExact) {
     EXPECT_EQ(LoginReport::statusName(LoginItemStatus::notRegistered), "notRegistered");
     EXPECT_EQ(LoginReport::statusName(LoginItemStatus::enabled), "enabled");
@@ -119,61 +130,52 @@ TEST(LoginCommandTest, StatusAloneExitsZeroWhateverTheStatus) {
 
 TEST(LoginCommandTest, EnableRegistersAndExitsZero) {
     FakeLoginItemService service;
-    const auto outcome = run({"--enable-login"}, service);
-    ASSERT_TRUE(outcome);
+    std::string output;
+    ASSERT_NO_FATAL_FAILURE(enableLogin(service, 0, &output));
     EXPECT_EQ(service.registerCalls, 1);
-    EXPECT_EQ(outcome->exitCode, 0);
-    EXPECT_NE(outcome->output.find("\"enabled\":true"), std::string::npos);
-    EXPECT_EQ(outcome->output.find("error"), std::string::npos);
+    EXPECT_NE(output.find("\"enabled\":true"), std::string::npos);
+    EXPECT_EQ(output.find("error"), std::string::npos);
 }
 
 TEST(LoginCommandTest, EnableWhenEnabledMakesNoRegistrationCall) {
     FakeLoginItemService service;
     service.current = LoginItemStatus::enabled;
-    const auto outcome = run({"--enable-login"}, service);
-    ASSERT_TRUE(outcome);
+    ASSERT_NO_FATAL_FAILURE(enableLogin(service, 0));
     EXPECT_EQ(service.registerCalls, 0);
-    EXPECT_EQ(outcome->exitCode, 0);
 }
 
 TEST(LoginCommandTest, EnableNeedingApprovalExitsTwoWithTheError) {
     FakeLoginItemService service;
     service.current = LoginItemStatus::requiresApproval;
     service.registerFailure = LoginItemError{"Turn it on there.", "AmbrelLoginItemErrorDomain", 2};
-    const auto outcome = run({"--enable-login"}, service);
-    ASSERT_TRUE(outcome);
-    EXPECT_EQ(outcome->exitCode, 2);
-    EXPECT_NE(outcome->output.find("\"status\":\"requiresApproval\""), std::string::npos);
-    EXPECT_NE(outcome->output.find("\"error\":\"Turn it on there.\""), std::string::npos);
-    EXPECT_NE(outcome->output.find("\"errorCode\":2"), std::string::npos);
+    std::string output;
+    ASSERT_NO_FATAL_FAILURE(enableLogin(service, 2, &output));
+    EXPECT_NE(output.find("\"status\":\"requiresApproval\""), std::string::npos);
+    EXPECT_NE(output.find("\"error\":\"Turn it on there.\""), std::string::npos);
+    EXPECT_NE(output.find("\"errorCode\":2"), std::string::npos);
 }
 
 TEST(LoginCommandTest, EnableThatEndsNeedingApprovalExitsTwo) {
     FakeLoginItemService service;
     service.afterRegister = LoginItemStatus::requiresApproval;
-    const auto outcome = run({"--enable-login"}, service);
-    ASSERT_TRUE(outcome);
-    EXPECT_EQ(outcome->exitCode, 2);
+    ASSERT_NO_FATAL_FAILURE(enableLogin(service, 2));
 }
 
 TEST(LoginCommandTest, EnableNotFoundExitsOne) {
     FakeLoginItemService service;
     service.current = LoginItemStatus::notFound;
     service.registerFailure = LoginItemError{"Install it first.", "AmbrelLoginItemErrorDomain", 1};
-    const auto outcome = run({"--enable-login"}, service);
-    ASSERT_TRUE(outcome);
-    EXPECT_EQ(outcome->exitCode, 1);
-    EXPECT_NE(outcome->output.find("\"errorDomain\":\"AmbrelLoginItemErrorDomain\""),
-              std::string::npos);
+    std::string output;
+    ASSERT_NO_FATAL_FAILURE(enableLogin(service, 1, &output));
+    EXPECT_NE(output.find("\"errorDomain\":\"AmbrelLoginItemErrorDomain\""), std::string::npos);
 }
 
 TEST(LoginCommandTest, EnableThatLeavesItNotRegisteredExitsOne) {
     FakeLoginItemService service;
     service.afterRegister = LoginItemStatus::notRegistered;
-    const auto outcome = run({"--enable-login"}, service);
-    ASSERT_TRUE(outcome);
-    EXPECT_EQ(outcome->exitCode, 1);
-    EXPECT_EQ(outcome->output.find("error"), std::string::npos);
+    std::string output;
+    ASSERT_NO_FATAL_FAILURE(enableLogin(service, 1, &output));
+    EXPECT_EQ(output.find("error"), std::string::npos);
 }
 
 TEST(LoginCommandTest, BothSwitchesBehaveAsEnable) {
