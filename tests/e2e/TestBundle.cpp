@@ -10,23 +10,19 @@ namespace ambrel::testing {
 namespace fs = std::filesystem;
 
 TestBundle::TestBundle(const fs::path& root, Tools tools)
-    : m_root(root), m_executable(root / "bin" / "tovrin"), m_home(root / "home"),
-      m_dataHome(root / "data"), m_configHome(root / "config"), m_runtime(root / "runtime") {
+    : m_root(root), m_executable(root / "bin" / "tovrin"), m_folders(root) {
     const auto bundle = copyBuiltProgram(root);
     if (!bundle.failure.empty()) {
         m_failure = bundle.failure;
         return;
     }
-    std::error_code error;
-    for (const auto& folder : {m_home, m_dataHome, m_configHome, m_runtime}) {
-        fs::create_directories(folder, error);
-    }
-    fs::permissions(m_runtime, fs::perms::owner_all, error);
+    m_folders.create();
     if (tools == Tools::missing) {
         return;
     }
     const std::pair<const char*, const char*> links[] = {{"idevice_id", TOVRIN_REAL_IDEVICE_ID},
                                                          {"ideviceinfo", TOVRIN_REAL_IDEVICEINFO}};
+    std::error_code error;
     for (const auto& [name, target] : links) {
         fs::create_symlink(target, bundle.toolFolder / name, error);
         if (error || !fs::exists(bundle.toolFolder / name)) {
@@ -38,17 +34,8 @@ TestBundle::TestBundle(const fs::path& root, Tools tools)
 
 std::vector<std::string> TestBundle::environment(const std::string& socketAddress,
                                                  const std::string& display) const {
-    EnvironmentChanges changes = {
-        {"USBMUXD_SOCKET_ADDRESS", socketAddress},
-        {"HOME", m_home.string()},
-        {"XDG_DATA_HOME", m_dataHome.string()},
-        {"XDG_CONFIG_HOME", m_configHome.string()},
-        {"XDG_RUNTIME_DIR", m_runtime.string()},
-        {"WAYLAND_DISPLAY", std::nullopt},
-        {"DBUS_SESSION_BUS_ADDRESS", std::nullopt},
-        {"LANG", "en_US.UTF-8"},
-        {"LC_ALL", std::nullopt},
-    };
+    auto changes = m_folders.environment();
+    changes["USBMUXD_SOCKET_ADDRESS"] = socketAddress;
     if (isThroughProgramsMuxer() && socketAddress.rfind("UNIX:", 0) == 0) {
         // The program starts its own muxer, with the simulated phone as the system's, and no
         // avahi-daemon: USB as the program passes it through.

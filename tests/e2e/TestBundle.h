@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "tests/fakes/ChildProcess.h"
+#include "tests/fakes/ProgramBundle.h"
 
 namespace ambrel::testing {
 
@@ -24,8 +25,10 @@ public:
 
     const std::filesystem::path& executable() const { return m_executable; }
     // $XDG_DATA_HOME of the runs: the reading cache lives under it.
-    const std::filesystem::path& dataHome() const { return m_dataHome; }
-    std::filesystem::path cacheFile() const { return m_dataHome / "Ambrel" / "battery-cache.json"; }
+    const std::filesystem::path& dataHome() const { return m_folders.dataHome; }
+    std::filesystem::path cacheFile() const {
+        return m_folders.dataHome / "Ambrel" / "battery-cache.json";
+    }
 
     // The program's environment: these folders, the usbmuxd address of `socketAddress`
     // (USBMUXD_SOCKET_ADDRESS) and no display unless `display` is given.
@@ -44,10 +47,7 @@ public:
 private:
     std::filesystem::path m_root;
     std::filesystem::path m_executable;
-    std::filesystem::path m_home;
-    std::filesystem::path m_dataHome;
-    std::filesystem::path m_configHome;
-    std::filesystem::path m_runtime;
+    UserFolders m_folders;
     std::string m_failure;
 };
 

@@ -39,4 +39,29 @@ ProgramBundle copyBuiltProgram(const fs::path& root) {
     return bundle;
 }
 
+UserFolders::UserFolders(const fs::path& root)
+    : home(root / "home"), dataHome(root / "data"), configHome(root / "config"),
+      runtime(root / "runtime") {}
+
+void UserFolders::create() const {
+    std::error_code error;
+    for (const auto& folder : {home, dataHome, configHome, runtime}) {
+        fs::create_directories(folder, error);
+    }
+    fs::permissions(runtime, fs::perms::owner_all, error);
+}
+
+EnvironmentChanges UserFolders::environment() const {
+    return {
+        {"HOME", home.string()},
+        {"XDG_DATA_HOME", dataHome.string()},
+        {"XDG_CONFIG_HOME", configHome.string()},
+        {"XDG_RUNTIME_DIR", runtime.string()},
+        {"WAYLAND_DISPLAY", std::nullopt},
+        {"DBUS_SESSION_BUS_ADDRESS", std::nullopt},
+        {"LANG", "en_US.UTF-8"},
+        {"LC_ALL", std::nullopt},
+    };
+}
+
 } // namespace ambrel::testing

@@ -3,6 +3,8 @@
 #include <filesystem>
 #include <string>
 
+#include "tests/fakes/ChildProcess.h"
+
 namespace ambrel::testing {
 
 // The program as the build made it (build/bin/tovrin).
@@ -23,5 +25,21 @@ struct ProgramBundle {
 // bin/, its bundle information in share/tovrin/ and an empty tool folder. The program finds its
 // resources from its own path, so a run of the copy reads only what the test put there.
 ProgramBundle copyBuiltProgram(const std::filesystem::path& root);
+
+// The user folders of the program's runs under `root`, so that a run touches nothing of the
+// user's and parallel runs never meet.
+struct UserFolders {
+    explicit UserFolders(const std::filesystem::path& root);
+
+    // Makes the folders, the runtime folder private as XDG wants it.
+    void create() const;
+    // HOME and the XDG folders set to these, no Wayland display or session bus, in English.
+    EnvironmentChanges environment() const;
+
+    std::filesystem::path home;
+    std::filesystem::path dataHome;
+    std::filesystem::path configHome;
+    std::filesystem::path runtime;
+};
 
 } // namespace ambrel::testing

@@ -44,8 +44,7 @@ double secondsSinceReferenceDate() {
 
 FaultBundle::FaultBundle(const fs::path& root)
     : m_root(root), m_executable(root / "bundle" / "bin" / "tovrin"),
-      m_tools(root / "bundle" / "share" / "tovrin" / "Runtime" / "bin"), m_home(root / "home"),
-      m_dataHome(root / "data"), m_configHome(root / "config"), m_runtime(root / "runtime"),
+      m_tools(root / "bundle" / "share" / "tovrin" / "Runtime" / "bin"), m_folders(root),
       m_temporary(root / "tmp") {
     if (root.empty()) {
         m_failure = "no folder for the bundle";
@@ -60,11 +59,9 @@ FaultBundle::FaultBundle(const fs::path& root)
         m_failure = bundle.failure;
         return;
     }
+    m_folders.create();
     std::error_code error;
-    for (const auto& folder : {m_home, m_dataHome, m_configHome, m_runtime, m_temporary}) {
-        fs::create_directories(folder, error);
-    }
-    fs::permissions(m_runtime, fs::perms::owner_all, error);
+    fs::create_directories(m_temporary, error);
 }
 
 void FaultBundle::writeTool(const std::string& name, const std::string& script,
@@ -109,17 +106,8 @@ std::vector<std::string> FaultBundle::environmentForXvfbRun() const {
 }
 
 std::vector<std::string> FaultBundle::environmentWithDisplay(bool underXvfbRun) const {
-    EnvironmentChanges changes = {
-        {"HOME", m_home.string()},
-        {"XDG_DATA_HOME", m_dataHome.string()},
-        {"XDG_CONFIG_HOME", m_configHome.string()},
-        {"XDG_RUNTIME_DIR", m_runtime.string()},
-        {"TMPDIR", m_temporary.string()},
-        {"WAYLAND_DISPLAY", std::nullopt},
-        {"DBUS_SESSION_BUS_ADDRESS", std::nullopt},
-        {"LANG", "en_US.UTF-8"},
-        {"LC_ALL", std::nullopt},
-    };
+    auto changes = m_folders.environment();
+    changes["TMPDIR"] = m_temporary.string();
     changes["DISPLAY"] = std::nullopt;
     changes["QT_QPA_PLATFORM"] = underXvfbRun ? "xcb" : "offscreen";
     return environmentWith(changes);

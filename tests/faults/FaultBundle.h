@@ -12,6 +12,7 @@
 #include <nlohmann/json.hpp>
 
 #include "tests/fakes/ChildProcess.h"
+#include "tests/fakes/ProgramBundle.h"
 #include "tests/fakes/TemporaryFolder.h"
 
 namespace ambrel::testing {
@@ -61,10 +62,12 @@ public:
     const std::filesystem::path& root() const { return m_root; }
     const std::filesystem::path& executable() const { return m_executable; }
     const std::filesystem::path& toolFolder() const { return m_tools; }
-    const std::filesystem::path& dataHome() const { return m_dataHome; }
-    const std::filesystem::path& configHome() const { return m_configHome; }
-    const std::filesystem::path& runtimeFolder() const { return m_runtime; }
-    std::filesystem::path cacheFile() const { return m_dataHome / "Ambrel" / "battery-cache.json"; }
+    const std::filesystem::path& dataHome() const { return m_folders.dataHome; }
+    const std::filesystem::path& configHome() const { return m_folders.configHome; }
+    const std::filesystem::path& runtimeFolder() const { return m_folders.runtime; }
+    std::filesystem::path cacheFile() const {
+        return m_folders.dataHome / "Ambrel" / "battery-cache.json";
+    }
     // Every tool run appends one line here: the tool's name, then each argument in brackets.
     std::filesystem::path toolLog() const { return m_root / "tool-runs.log"; }
 
@@ -104,10 +107,7 @@ private:
     std::filesystem::path m_root;
     std::filesystem::path m_executable;
     std::filesystem::path m_tools;
-    std::filesystem::path m_home;
-    std::filesystem::path m_dataHome;
-    std::filesystem::path m_configHome;
-    std::filesystem::path m_runtime;
+    UserFolders m_folders;
     std::filesystem::path m_temporary;
     std::string m_failure;
 };
