@@ -11,6 +11,7 @@
 
 #include "tests/fakes/ChildProcess.h"
 #include "tests/fakes/TemporaryFolder.h"
+#include "tests/simphone/Scenario.h"
 #include "tests/simphone/SimulatedIphone.h"
 
 namespace ambrel::testing {
@@ -20,21 +21,13 @@ namespace fs = std::filesystem;
 using namespace std::chrono_literals;
 using nlohmann::json;
 
-const std::string kSerial = "00008110001A2B3C4D5E6F70";
-const std::string kUdid = "00008110-001A2B3C4D5E6F70";
 const std::string kProgram = std::string(TOVRIN_BINARY_DIR) + "/bin/tovrin";
-
-json usbPhone(const json& extra = json::object()) {
-    json device = {{"udid", kSerial}, {"connection", "usb"}};
-    device.update(extra);
-    return device;
-}
 
 class ConnectionCommandsTest : public ::testing::Test {
 protected:
     void startPhone(const json& devices) {
         ASSERT_FALSE(m_folder.path().empty());
-        m_phone = std::make_unique<SimulatedIphone>(m_folder.path(), json{{"devices", devices}});
+        m_phone = std::make_unique<SimulatedIphone>(m_folder.path(), withDevices(devices));
         ASSERT_TRUE(m_phone->isReady()) << m_phone->failure();
     }
 
@@ -85,7 +78,7 @@ protected:
 };
 
 TEST_F(ConnectionCommandsTest, EnableWifiTurnsThemOnForThePhoneOnUsb) {
-    startPhone(json::array({usbPhone()}));
+    startPhone(json::array({phone("usb")}));
     int code = -1;
     EXPECT_EQ(jsonOf({"--enable-wifi"}, code), (json{{"udid", kUdid}, {"wifiConnections", true}}));
     EXPECT_EQ(code, 0);
@@ -93,7 +86,7 @@ TEST_F(ConnectionCommandsTest, EnableWifiTurnsThemOnForThePhoneOnUsb) {
 }
 
 TEST_F(ConnectionCommandsTest, EnableWifiTakesTheUdidItIsGiven) {
-    startPhone(json::array({usbPhone({{"udid", "00008110001A2B3C4D5E6F99"}}), usbPhone()}));
+    startPhone(json::array({phone("usb", {{"udid", "00008110001A2B3C4D5E6F99"}}), phone("usb")}));
     int code = -1;
     EXPECT_EQ(jsonOf({"--enable-wifi", kUdid}, code),
               (json{{"udid", kUdid}, {"wifiConnections", true}}));
@@ -104,14 +97,14 @@ TEST_F(ConnectionCommandsTest, EnableWifiTakesTheUdidItIsGiven) {
 }
 
 TEST_F(ConnectionCommandsTest, EnableWifiWhenAlreadyOnStaysOnAndSucceeds) {
-    startPhone(json::array({usbPhone({{"wifiConnections", true}})}));
+    startPhone(json::array({phone("usb", {{"wifiConnections", true}})}));
     int code = -1;
     EXPECT_EQ(jsonOf({"--enable-wifi"}, code)["wifiConnections"], true);
     EXPECT_EQ(code, 0);
 }
 
 TEST_F(ConnectionCommandsTest, EnableWifiWithoutAPhoneOnUsbFails) {
-    startPhone(json::array({usbPhone({{"connection", "network"}})}));
+    startPhone(json::array({phone("network")}));
     int code = -1;
     EXPECT_EQ(jsonOf({"--enable-wifi"}, code),
               (json{{"error", "NoDevice"},
@@ -121,7 +114,7 @@ TEST_F(ConnectionCommandsTest, EnableWifiWithoutAPhoneOnUsbFails) {
 }
 
 TEST_F(ConnectionCommandsTest, EnableWifiOnAnUntrustingPhoneSaysHowToTrust) {
-    startPhone(json::array({usbPhone({{"fault", "invalid_host_id"}})}));
+    startPhone(json::array({phone("usb", {{"fault", "invalid_host_id"}})}));
     int code = -1;
     const auto line = jsonOf({"--enable-wifi"}, code);
     EXPECT_EQ(code, 1);
@@ -133,7 +126,7 @@ TEST_F(ConnectionCommandsTest, EnableWifiOnAnUntrustingPhoneSaysHowToTrust) {
 }
 
 TEST_F(ConnectionCommandsTest, EnableWifiRefusedByThePhoneFails) {
-    startPhone(json::array({usbPhone({{"wifiSetReply", "MCProtected"}})}));
+    startPhone(json::array({phone("usb", {{"wifiSetReply", "MCProtected"}})}));
     int code = -1;
     const auto line = jsonOf({"--enable-wifi"}, code);
     EXPECT_EQ(code, 1);
@@ -148,7 +141,7 @@ TEST_F(ConnectionCommandsTest, EnableWifiWithoutAMuxerFails) {
 }
 
 TEST_F(ConnectionCommandsTest, DiagnoseNamesWifiConnectionsOffAndNoAvahi) {
-    startPhone(json::array({usbPhone()}));
+    startPhone(json::array({phone("usb")}));
     int code = -1;
     const auto line = jsonOf({"--diagnose"}, code);
     EXPECT_EQ(code, 1);
@@ -161,7 +154,7 @@ TEST_F(ConnectionCommandsTest, DiagnoseNamesWifiConnectionsOffAndNoAvahi) {
 }
 
 TEST_F(ConnectionCommandsTest, DiagnoseAfterEnableWifiPassesTheUsbChecks) {
-    startPhone(json::array({usbPhone()}));
+    startPhone(json::array({phone("usb")}));
     int code = -1;
     EXPECT_EQ(jsonOf({"--enable-wifi"}, code)["wifiConnections"], true);
     const auto line = jsonOf({"--diagnose"}, code);
@@ -189,7 +182,7 @@ TEST_F(ConnectionCommandsTest, DiagnoseNamesNoPhoneOnUsb) {
 }
 
 TEST_F(ConnectionCommandsTest, DiagnoseNamesAnUntrustedComputer) {
-    startPhone(json::array({usbPhone({{"fault", "missing_pair_record"}})}));
+    startPhone(json::array({phone("usb", {{"fault", "missing_pair_record"}})}));
     int code = -1;
     const auto line = jsonOf({"--diagnose"}, code);
     EXPECT_EQ(line["checks"][3]["status"], "failed");
@@ -199,7 +192,7 @@ TEST_F(ConnectionCommandsTest, DiagnoseNamesAnUntrustedComputer) {
 }
 
 TEST_F(ConnectionCommandsTest, DiagnoseNamesALockedPhone) {
-    startPhone(json::array({usbPhone({{"fault", "locked"}})}));
+    startPhone(json::array({phone("usb", {{"fault", "locked"}})}));
     int code = -1;
     const auto line = jsonOf({"--diagnose"}, code);
     EXPECT_EQ(line["checks"][3]["status"], "failed");
@@ -207,7 +200,7 @@ TEST_F(ConnectionCommandsTest, DiagnoseNamesALockedPhone) {
 }
 
 TEST_F(ConnectionCommandsTest, DiagnoseNamesAMissingTool) {
-    startPhone(json::array({usbPhone()}));
+    startPhone(json::array({phone("usb")}));
     // A bundle of its own: the program and every tool but idevicepair.
     const fs::path bundle = m_folder.path() / "bundle";
     fs::create_directories(bundle / "bin");
@@ -229,7 +222,7 @@ TEST_F(ConnectionCommandsTest, DiagnoseNamesAMissingTool) {
 }
 
 TEST_F(ConnectionCommandsTest, DiagnoseTextIsALinePerCheck) {
-    startPhone(json::array({usbPhone()}));
+    startPhone(json::array({phone("usb")}));
     const auto outcome = tovrin({"--diagnose", "--text"});
     EXPECT_EQ(outcome.exitCode, 1);
     EXPECT_EQ(std::count(outcome.out.begin(), outcome.out.end(), '\n'), 11);

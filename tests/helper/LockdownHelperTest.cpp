@@ -16,6 +16,7 @@
 #include "phone/LockdownHelperProtocol.h"
 #include "tests/fakes/ChildProcess.h"
 #include "tests/fakes/TemporaryFolder.h"
+#include "tests/simphone/Scenario.h"
 #include "tests/simphone/SimulatedIphone.h"
 
 namespace ambrel::testing {
@@ -25,21 +26,12 @@ using namespace std::chrono_literals;
 using nlohmann::json;
 namespace protocol = LockdownHelperProtocol;
 
-const std::string kSerial = "00008110001A2B3C4D5E6F70";
-const std::string kUdid = "00008110-001A2B3C4D5E6F70";
-
-json usbPhone(const json& extra = json::object()) {
-    json device = {{"udid", kSerial}, {"connection", "usb"}};
-    device.update(extra);
-    return device;
-}
-
 class LockdownHelperTest : public ::testing::Test {
 protected:
     void startPhone(const json& device) {
         ASSERT_FALSE(m_folder.path().empty());
-        m_phone = std::make_unique<SimulatedIphone>(m_folder.path(),
-                                                    json{{"devices", json::array({device})}});
+        m_phone =
+            std::make_unique<SimulatedIphone>(m_folder.path(), withDevices(json::array({device})));
         ASSERT_TRUE(m_phone->isReady()) << m_phone->failure();
     }
 
@@ -71,7 +63,7 @@ protected:
 };
 
 TEST_F(LockdownHelperTest, ReadsWifiConnectionsOff) {
-    startPhone(usbPhone());
+    startPhone(phone("usb"));
     int code = -1;
     const auto line = helper({"wifi", kUdid}, code);
     EXPECT_EQ(code, protocol::kExitOk);
@@ -80,14 +72,14 @@ TEST_F(LockdownHelperTest, ReadsWifiConnectionsOff) {
 }
 
 TEST_F(LockdownHelperTest, ReadsWifiConnectionsOnWhenThePhoneStartsWithThemOn) {
-    startPhone(usbPhone({{"wifiConnections", true}}));
+    startPhone(phone("usb", {{"wifiConnections", true}}));
     int code = -1;
     EXPECT_EQ(helper({"wifi", kUdid}, code)["wifiConnections"], true);
     EXPECT_EQ(code, protocol::kExitOk);
 }
 
 TEST_F(LockdownHelperTest, TurnsWifiConnectionsOnAndOffAndThePhoneKeepsIt) {
-    startPhone(usbPhone());
+    startPhone(phone("usb"));
     int code = -1;
     EXPECT_EQ(helper({"wifi", kUdid, "on"}, code)["wifiConnections"], true);
     EXPECT_EQ(code, protocol::kExitOk);
@@ -99,7 +91,7 @@ TEST_F(LockdownHelperTest, TurnsWifiConnectionsOnAndOffAndThePhoneKeepsIt) {
 }
 
 TEST_F(LockdownHelperTest, APhoneThatDoesNotTrustThisComputerIsNotTrusted) {
-    startPhone(usbPhone({{"fault", "invalid_host_id"}}));
+    startPhone(phone("usb", {{"fault", "invalid_host_id"}}));
     int code = -1;
     const auto line = helper({"wifi", kUdid, "on"}, code);
     EXPECT_EQ(code, protocol::kExitNotTrusted);
@@ -108,7 +100,7 @@ TEST_F(LockdownHelperTest, APhoneThatDoesNotTrustThisComputerIsNotTrusted) {
 }
 
 TEST_F(LockdownHelperTest, NoPairRecordIsNotTrustedAndStartsNoPairing) {
-    startPhone(usbPhone({{"fault", "missing_pair_record"}}));
+    startPhone(phone("usb", {{"fault", "missing_pair_record"}}));
     int code = -1;
     EXPECT_EQ(helper({"wifi", kUdid, "on"}, code)["error"], "MissingPairRecord");
     EXPECT_EQ(code, protocol::kExitNotTrusted);
@@ -118,14 +110,14 @@ TEST_F(LockdownHelperTest, NoPairRecordIsNotTrustedAndStartsNoPairing) {
 }
 
 TEST_F(LockdownHelperTest, ALockedPhoneIsPassedThroughByName) {
-    startPhone(usbPhone({{"fault", "locked"}}));
+    startPhone(phone("usb", {{"fault", "locked"}}));
     int code = -1;
     EXPECT_EQ(helper({"wifi", kUdid, "on"}, code)["error"], "PasswordProtected");
     EXPECT_EQ(code, protocol::kExitLockdownError);
 }
 
 TEST_F(LockdownHelperTest, ARefusedChangeIsPassedThroughByName) {
-    startPhone(usbPhone({{"wifiSetReply", "MCProtected"}}));
+    startPhone(phone("usb", {{"wifiSetReply", "MCProtected"}}));
     int code = -1;
     EXPECT_EQ(helper({"wifi", kUdid, "on"}, code),
               (json{{"udid", kUdid}, {"error", "MCProtected"}}));
@@ -134,7 +126,7 @@ TEST_F(LockdownHelperTest, ARefusedChangeIsPassedThroughByName) {
 }
 
 TEST_F(LockdownHelperTest, APhoneOnlyOnWifiCannotBeChangedOverUsb) {
-    startPhone(usbPhone({{"connection", "network"}}));
+    startPhone(phone("usb", {{"connection", "network"}}));
     int code = -1;
     EXPECT_EQ(helper({"wifi", kUdid, "on"}, code)["error"], "NoDevice");
     EXPECT_EQ(code, protocol::kExitNoDevice);
@@ -149,7 +141,7 @@ TEST_F(LockdownHelperTest, NoMuxerIsMuxerUnavailable) {
 }
 
 TEST_F(LockdownHelperTest, ListsThePhonesWithTheirConnections) {
-    startPhone(usbPhone({{"connection", "both"}}));
+    startPhone(phone("usb", {{"connection", "both"}}));
     int code = -1;
     const auto line = helper({"list"}, code);
     EXPECT_EQ(code, protocol::kExitOk);
@@ -159,7 +151,7 @@ TEST_F(LockdownHelperTest, ListsThePhonesWithTheirConnections) {
 }
 
 TEST_F(LockdownHelperTest, InfoTellsNameModelTrustAndTheWifiSetting) {
-    startPhone(usbPhone({{"DeviceName", "Ada’s iPhone"}, {"ProductType", "iPhone15,3"}}));
+    startPhone(phone("usb", {{"DeviceName", "Ada’s iPhone"}, {"ProductType", "iPhone15,3"}}));
     int code = -1;
     const auto line = helper({"info", kUdid}, code);
     EXPECT_EQ(code, protocol::kExitOk);
@@ -173,7 +165,7 @@ TEST_F(LockdownHelperTest, InfoTellsNameModelTrustAndTheWifiSetting) {
 }
 
 TEST_F(LockdownHelperTest, InfoOfAnUntrustedPhoneSaysWhy) {
-    startPhone(usbPhone({{"fault", "missing_pair_record"}}));
+    startPhone(phone("usb", {{"fault", "missing_pair_record"}}));
     int code = -1;
     const auto line = helper({"info", kUdid}, code);
     EXPECT_EQ(code, protocol::kExitOk);
@@ -183,7 +175,7 @@ TEST_F(LockdownHelperTest, InfoOfAnUntrustedPhoneSaysWhy) {
 }
 
 TEST_F(LockdownHelperTest, InfoOverTheNetworkReachesTheWifiPhoneDirectly) {
-    startPhone(usbPhone({{"connection", "network"}, {"wifiConnections", true}}));
+    startPhone(phone("usb", {{"connection", "network"}, {"wifiConnections", true}}));
     int code = -1;
     const auto line = helper({"info", kUdid, "--network"}, code);
     EXPECT_EQ(code, protocol::kExitOk);
@@ -192,7 +184,7 @@ TEST_F(LockdownHelperTest, InfoOverTheNetworkReachesTheWifiPhoneDirectly) {
 }
 
 TEST_F(LockdownHelperTest, PairingWithIdevicepairMakesThePhoneTrustThisComputer) {
-    startPhone(usbPhone({{"fault", "missing_pair_record"}}));
+    startPhone(phone("usb", {{"fault", "missing_pair_record"}}));
     const auto paired = run(TOVRIN_REAL_IDEVICEPAIR, {"-u", kUdid, "pair"});
     EXPECT_EQ(paired.exitCode, 0) << paired.out << paired.err;
     EXPECT_EQ(paired.out, "SUCCESS: Paired with device " + kUdid + "\n");
@@ -202,7 +194,7 @@ TEST_F(LockdownHelperTest, PairingWithIdevicepairMakesThePhoneTrustThisComputer)
 }
 
 TEST_F(LockdownHelperTest, ADeniedPairingLeavesThePhoneUntrusted) {
-    startPhone(usbPhone({{"fault", "user_denied"}}));
+    startPhone(phone("usb", {{"fault", "user_denied"}}));
     const auto paired = run(TOVRIN_REAL_IDEVICEPAIR, {"-u", kUdid, "pair"});
     EXPECT_NE(paired.exitCode, 0);
     int code = -1;
@@ -303,7 +295,7 @@ private:
 };
 
 TEST_F(LockdownHelperTest, ThePhoneRefusesTheWifiSettingOutsideASession) {
-    startPhone(usbPhone());
+    startPhone(phone("usb"));
     RawLockdown lockdown(m_phone->socketPath().string());
     ASSERT_TRUE(lockdown.isConnected());
     const std::string wifi = "<key>Domain</key><string>com.apple.mobile.wireless_lockdown</string>"
