@@ -24,11 +24,7 @@ void restoreEnvironment(const char* name, const std::optional<std::string>& valu
 } // namespace
 
 FakeTools::FakeTools() {
-    const auto bin = m_folder.path() / "Runtime" / "bin";
-    std::filesystem::create_directories(bin);
-    const auto fixture = std::filesystem::path(TOVRIN_FIXTURES_DIR) / "fake-tools";
-    std::filesystem::create_symlink(fixture / "idevice_id", bin / "idevice_id");
-    std::filesystem::create_symlink(fixture / "ideviceinfo", bin / "ideviceinfo");
+    linkFakeTools(m_folder.path());
     m_scenario = m_folder.path() / "scenario.json";
     m_log = m_folder.path() / "runs.log";
     setRules(nlohmann::json::array());
@@ -64,6 +60,14 @@ std::vector<std::vector<std::string>> FakeTools::commandLines() const {
         lines.push_back(std::move(command));
     }
     return lines;
+}
+
+void linkFakeTools(const std::filesystem::path& root) {
+    const auto bin = root / "Runtime" / "bin";
+    std::filesystem::create_directories(bin);
+    const auto fixture = std::filesystem::path(TOVRIN_FIXTURES_DIR) / "fake-tools";
+    std::filesystem::create_symlink(fixture / "idevice_id", bin / "idevice_id");
+    std::filesystem::create_symlink(fixture / "ideviceinfo", bin / "ideviceinfo");
 }
 
 nlohmann::json answerRule(const std::string& tool, const std::vector<std::string>& arguments,

@@ -41,6 +41,9 @@ private:
     std::optional<std::string> m_previousLog;
 };
 
+// Makes `root`/Runtime/bin with links to the fake idevice_id and ideviceinfo.
+void linkFakeTools(const std::filesystem::path& root);
+
 // A rule answering `tool` run with exactly `arguments`.
 nlohmann::json answerRule(const std::string& tool, const std::vector<std::string>& arguments,
                           const std::string& standardOutput, const std::string& standardError = "",

@@ -4,6 +4,8 @@
 #include <csignal>
 #include <cstdlib>
 
+#include "tests/phone/FakeTools.h"
+
 namespace ambrel {
 
 namespace {
@@ -41,11 +43,7 @@ std::chrono::milliseconds secondsOf(const nlohmann::json& answer, const char* ke
 } // namespace
 
 ScriptedTools::ScriptedTools() {
-    const auto bin = m_folder.path() / "Runtime" / "bin";
-    std::filesystem::create_directories(bin);
-    const auto fixture = std::filesystem::path(TOVRIN_FIXTURES_DIR) / "fake-tools";
-    std::filesystem::create_symlink(fixture / "idevice_id", bin / "idevice_id");
-    std::filesystem::create_symlink(fixture / "ideviceinfo", bin / "ideviceinfo");
+    linkFakeTools(m_folder.path());
     m_launcher.setResponder([this](const LaunchOptions& options) { return answer(options); });
 }
 
