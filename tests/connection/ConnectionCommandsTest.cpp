@@ -10,6 +10,7 @@
 #include <nlohmann/json.hpp>
 
 #include "tests/fakes/ChildProcess.h"
+#include "tests/fakes/JsonLine.h"
 #include "tests/fakes/TemporaryFolder.h"
 #include "tests/simphone/Scenario.h"
 #include "tests/simphone/SimulatedIphone.h"
@@ -47,12 +48,7 @@ protected:
     // The one JSON line of a run; the exit code goes to `exitCode`.
     json jsonOf(const std::vector<std::string>& arguments, int& exitCode,
                 const std::string& program = kProgram) const {
-        const auto outcome = tovrin(arguments, program);
-        EXPECT_TRUE(outcome.started);
-        EXPECT_FALSE(outcome.timedOut);
-        exitCode = outcome.exitCode;
-        EXPECT_EQ(std::count(outcome.out.begin(), outcome.out.end(), '\n'), 1) << outcome.out;
-        return json::parse(outcome.out, nullptr, false);
+        return singleJsonLine(tovrin(arguments, program), exitCode);
     }
 
     // The statuses of a --diagnose line, in order.

@@ -1,6 +1,5 @@
 // The real tovrin-lockdown, on the real libimobiledevice, against the simulated iPhone: reading
 // and turning the phone's Wi-Fi connections on and off, and every way that can fail.
-#include <algorithm>
 #include <cstdint>
 #include <cstring>
 #include <memory>
@@ -15,6 +14,7 @@
 
 #include "phone/LockdownHelperProtocol.h"
 #include "tests/fakes/ChildProcess.h"
+#include "tests/fakes/JsonLine.h"
 #include "tests/fakes/TemporaryFolder.h"
 #include "tests/simphone/Scenario.h"
 #include "tests/simphone/SimulatedIphone.h"
@@ -48,12 +48,7 @@ protected:
 
     // Runs the helper and reads its one line of JSON; the exit code goes to `exitCode`.
     json helper(const std::vector<std::string>& arguments, int& exitCode) const {
-        const auto outcome = run(TOVRIN_LOCKDOWN_HELPER, arguments);
-        EXPECT_TRUE(outcome.started);
-        EXPECT_FALSE(outcome.timedOut);
-        exitCode = outcome.exitCode;
-        EXPECT_EQ(std::count(outcome.out.begin(), outcome.out.end(), '\n'), 1) << outcome.out;
-        return json::parse(outcome.out, nullptr, false);
+        return singleJsonLine(run(TOVRIN_LOCKDOWN_HELPER, arguments), exitCode);
     }
 
     json setValueRequests() const { return m_phone->stats()["devices"][kSerial]["setValue"]; }
