@@ -2,6 +2,7 @@
 
 #include <cerrno>
 #include <chrono>
+#include <cstdint>
 #include <cstring>
 #include <future>
 #include <netinet/in.h>
@@ -147,6 +148,18 @@ protected:
 
     TestClient client() const { return TestClient(m_muxer->socketPath()); }
 
+    // Asks `request` of a new client: the reply must be a result. Its number; -1 without one.
+    std::int64_t resultOf(const MuxRequest& request) const {
+        auto c = client();
+        const auto reply = c.ask(request);
+        EXPECT_TRUE(reply);
+        if (!reply) {
+            return -1;
+        }
+        EXPECT_EQ(reply->kind, MuxReply::Kind::result);
+        return reply->number;
+    }
+
     void expectServing() {
         auto probe = client();
         ASSERT_TRUE(probe.isConnected());
@@ -167,11 +180,15 @@ protected:
         return true;
     }
 
-    std::vector<std::uint32_t> listedUsbIds() const {
+    // The devices the muxer lists to a new client.
+    std::vector<MuxDevice> listedDevices() const {
         auto c = client();
+        return listed(c.ask(request(MuxRequestType::listDevices, "ListDevices")));
+    }
+
+    std::vector<std::uint32_t> listedUsbIds() const {
         std::vector<std::uint32_t> ids;
-        for (const auto& device :
-             listed(c.ask(request(MuxRequestType::listDevices, "ListDevices")))) {
+        for (const auto& device : listedDevices()) {
             if (device.connection == MuxDevice::Connection::usb) {
                 ids.push_back(device.deviceId);
             }
@@ -214,8 +231,7 @@ TEST_F(MuxerServerTest, ListDevicesMergesUsbAndWiFiPhones) {
     startMuxer();
     m_system->addUsbDevice(3, kSerial);
     m_network.setDevices({wifiPhone(0x10001, "00008030-000A11112222333E")});
-    auto c = client();
-    const auto devices = listed(c.ask(request(MuxRequestType::listDevices, "ListDevices")));
+    const auto devices = listedDevices();
     ASSERT_EQ(devices.size(), 2u);
     EXPECT_EQ(devices[0].deviceId, 3u);
     EXPECT_EQ(devices[0].connection, MuxDevice::Connection::usb);
@@ -233,19 +249,16 @@ TEST_F(MuxerServerTest, AWiFiEntryThatWouldClashWithAUsbIdIsLeftOut) {
     startMuxer();
     m_system->addUsbDevice(5, kSerial);
     m_network.setDevices({wifiPhone(5, "00008030-000A11112222333E")});
-    auto c = client();
-    const auto devices = listed(c.ask(request(MuxRequestType::listDevices, "ListDevices")));
+    const auto devices = listedDevices();
     ASSERT_EQ(devices.size(), 1u);
     EXPECT_EQ(devices[0].connection, MuxDevice::Connection::usb);
 }
 
 TEST_F(MuxerServerTest, NoSystemMuxerMeansNoUsbDevicesOnly) {
     startMuxer(FakeSystemMuxer::Behaviour::normal, false);
-    auto c = client();
-    EXPECT_TRUE(listed(c.ask(request(MuxRequestType::listDevices, "ListDevices"))).empty());
+    EXPECT_TRUE(listedDevices().empty());
     m_network.setDevices({wifiPhone(0x10001, kSerial)});
-    auto d = client();
-    const auto devices = listed(d.ask(request(MuxRequestType::listDevices, "ListDevices")));
+    const auto devices = listedDevices();
     ASSERT_EQ(devices.size(), 1u);
     EXPECT_EQ(devices[0].connection, MuxDevice::Connection::network);
 }
@@ -266,16 +279,14 @@ TEST_F(MuxerServerTest, ASilentSystemMuxerCostsOnlyItsLimit) {
 
 TEST_F(MuxerServerTest, GarbageFromTheSystemMuxerCountsAsNoUsbDevices) {
     startMuxer(FakeSystemMuxer::Behaviour::garbage);
-    auto c = client();
-    EXPECT_TRUE(listed(c.ask(request(MuxRequestType::listDevices, "ListDevices"))).empty());
+    EXPECT_TRUE(listedDevices().empty());
 }
 
 TEST_F(MuxerServerTest, ASystemMuxerThatRefusesListDevicesIsAskedByListening) {
     m_standingListen = false;
     startMuxer(FakeSystemMuxer::Behaviour::refusesListDevices);
     m_system->addUsbDevice(2, kSerial);
-    auto c = client();
-    const auto devices = listed(c.ask(request(MuxRequestType::listDevices, "ListDevices")));
+    const auto devices = listedDevices();
     ASSERT_EQ(devices.size(), 1u);
     EXPECT_EQ(devices[0].serialNumber, kSerial);
     EXPECT_EQ(m_system->requestsOf("Listen"), 1);
@@ -286,8 +297,7 @@ TEST_F(MuxerServerTest, ListingsComeFromAStandingListenAndFollowEveryChange) {
     m_system->addUsbDevice(3, kSerial);
     ASSERT_TRUE(standingListenWithin(30s));
     m_network.setDevices({wifiPhone(0x10001, "00008030-000A11112222333E")});
-    auto c = client();
-    const auto devices = listed(c.ask(request(MuxRequestType::listDevices, "ListDevices")));
+    const auto devices = listedDevices();
     ASSERT_EQ(devices.size(), 2u);
     EXPECT_EQ(devices[0].deviceId, 3u);
     EXPECT_EQ(devices[0].serialNumber, kSerial);
@@ -388,20 +398,12 @@ TEST_F(MuxerServerTest, ConnectToAUsbDeviceRelaysBytesBothWays) {
 
 TEST_F(MuxerServerTest, ConnectToAnUnknownDeviceGivesTheSystemMuxersAnswer) {
     startMuxer();
-    auto c = client();
-    const auto reply = c.ask(connectRequest(9, 62078));
-    ASSERT_TRUE(reply);
-    EXPECT_EQ(reply->kind, MuxReply::Kind::result);
-    EXPECT_EQ(reply->number, 2u);
+    EXPECT_EQ(resultOf(connectRequest(9, 62078)), 2);
 }
 
 TEST_F(MuxerServerTest, ConnectWithoutSystemMuxerIsRefusedNotHung) {
     startMuxer(FakeSystemMuxer::Behaviour::normal, false);
-    auto c = client();
-    const auto reply = c.ask(connectRequest(1, 62078));
-    ASSERT_TRUE(reply);
-    EXPECT_EQ(reply->kind, MuxReply::Kind::result);
-    EXPECT_NE(reply->number, 0u);
+    EXPECT_NE(resultOf(connectRequest(1, 62078)), 0);
 }
 
 TEST_F(MuxerServerTest, ConnectToAWiFiPhoneOpensTcpToItsAddress) {
@@ -455,18 +457,10 @@ TEST_F(MuxerServerTest, PairRecordsTheSystemMuxerLacksComeFromTheSource) {
 
 TEST_F(MuxerServerTest, AMissingPairRecordIsNeverResultZero) {
     startMuxer();
-    auto c = client();
-    const auto reply = c.ask(pairRecordRequest("unknown"));
-    ASSERT_TRUE(reply);
-    EXPECT_EQ(reply->kind, MuxReply::Kind::result);
-    EXPECT_NE(reply->number, 0u);
+    EXPECT_NE(resultOf(pairRecordRequest("unknown")), 0);
 
     m_system.reset();
-    auto d = client();
-    const auto alone = d.ask(pairRecordRequest("unknown"));
-    ASSERT_TRUE(alone);
-    EXPECT_EQ(alone->kind, MuxReply::Kind::result);
-    EXPECT_NE(alone->number, 0u);
+    EXPECT_NE(resultOf(pairRecordRequest("unknown")), 0);
 }
 
 TEST_F(MuxerServerTest, ReadBuidIsForwardedElseTakenFromTheSource) {
