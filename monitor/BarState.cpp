@@ -4,13 +4,12 @@
 #include <csignal>
 #include <fstream>
 #include <iterator>
-#include <system_error>
 
-#include <fcntl.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <nlohmann/json.hpp>
+
+#include "monitor/PrivateFile.h"
 
 namespace ambrel {
 
@@ -32,23 +31,6 @@ bool decodeSnapshot(const nlohmann::json& json, const char* key,
     }
     out = BatteryDeviceSnapshot::fromJson(*found);
     return out.has_value();
-}
-
-bool makeFolder(const std::filesystem::path& folder) {
-    std::error_code error;
-    if (std::filesystem::is_directory(folder, error)) {
-        return true;
-    }
-    if (folder.has_parent_path() && folder.parent_path() != folder &&
-        !makeFolder(folder.parent_path())) {
-        return false;
-    }
-    if (::mkdir(folder.c_str(), 0700) == 0) {
-        // The umask may have cut the owner's own bits.
-        ::chmod(folder.c_str(), 0700);
-        return true;
-    }
-    return errno == EEXIST && std::filesystem::is_directory(folder, error);
 }
 
 bool isRunning(pid_t pid) {
@@ -118,60 +100,23 @@ std::filesystem::path location(const Environment& environment) {
 }
 
 bool prepareFolder(const std::filesystem::path& file) {
-    return makeFolder(file.parent_path());
+    return PrivateFile::makeFolders(file.parent_path());
 }
 
 void save(const std::filesystem::path& file, const BarState& state) {
     const std::string bytes = state.encodeJson();
-    const auto folder = file.parent_path();
-    if (!makeFolder(folder)) {
-        return;
-    }
-    std::string temporary = (folder / ("." + file.filename().string() + ".XXXXXX")).string();
-    const int descriptor = ::mkostemp(temporary.data(), O_CLOEXEC);
-    if (descriptor < 0) {
-        return;
-    }
-    bool written = true;
-    for (std::size_t done = 0; written && done < bytes.size();) {
-        const ssize_t result = ::write(descriptor, bytes.data() + done, bytes.size() - done);
-        if (result < 0 && errno != EINTR) {
-            written = false;
-        } else if (result > 0) {
-            done += static_cast<std::size_t>(result);
-        }
-    }
-    ::fchmod(descriptor, 0600);
-    if (::close(descriptor) != 0 || !written || ::rename(temporary.c_str(), file.c_str()) != 0) {
-        ::unlink(temporary.c_str());
+    if (PrivateFile::makeFolders(file.parent_path())) {
+        PrivateFile::replace(file, bytes, false);
     }
 }
 
 std::optional<BarState> loadFromRunningWidget(const std::filesystem::path& file) {
-    // Non-blocking, so that a pipe put in the file's place cannot hang a bar.
-    const int descriptor = ::open(file.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
-    if (descriptor < 0) {
+    // Read without blocking, so that a pipe put in the file's place cannot hang a bar.
+    const auto bytes = PrivateFile::read(file, kMaxStateSize);
+    if (!bytes) {
         return std::nullopt;
     }
-    struct stat status {};
-    std::string bytes;
-    if (::fstat(descriptor, &status) == 0 && S_ISREG(status.st_mode) &&
-        static_cast<std::size_t>(status.st_size) <= kMaxStateSize) {
-        char buffer[4096];
-        ssize_t result = 0;
-        while ((result = ::read(descriptor, buffer, sizeof buffer)) != 0) {
-            if (result < 0 && errno == EINTR) {
-                continue;
-            }
-            if (result < 0 || bytes.size() + static_cast<std::size_t>(result) > kMaxStateSize) {
-                bytes.clear();
-                break;
-            }
-            bytes.append(buffer, static_cast<std::size_t>(result));
-        }
-    }
-    ::close(descriptor);
-    auto state = BarState::decodeJson(bytes);
+    auto state = BarState::decodeJson(*bytes);
     // A widget that was killed leaves its file behind; its readings are then nobody's.
     if (!state || !isRunning(state->writer)) {
         return std::nullopt;
