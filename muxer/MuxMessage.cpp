@@ -100,6 +100,12 @@ bool hasTextWithNul(plist_t node) {
     }
 }
 
+// The value under `key` when it is of `type`; null otherwise.
+plist_t typedItem(plist_t dictionary, const char* key, plist_type type) {
+    const plist_t node = plist_dict_get_item(dictionary, key);
+    return node != nullptr && plist_get_node_type(node) == type ? node : nullptr;
+}
+
 } // namespace
 
 std::optional<MuxHeader> decodeMuxHeader(std::string_view bytes) {
@@ -153,8 +159,8 @@ PlistNode parseMuxPlist(std::string_view xml) {
 }
 
 std::optional<std::string> stringIn(plist_t dictionary, const char* key) {
-    const plist_t node = plist_dict_get_item(dictionary, key);
-    if (node == nullptr || plist_get_node_type(node) != PLIST_STRING) {
+    const plist_t node = typedItem(dictionary, key, PLIST_STRING);
+    if (node == nullptr) {
         return std::nullopt;
     }
     // Read with its length: plist_get_string_val asserts on a text with a NUL inside.
@@ -164,8 +170,8 @@ std::optional<std::string> stringIn(plist_t dictionary, const char* key) {
 }
 
 std::optional<std::uint64_t> integerIn(plist_t dictionary, const char* key) {
-    const plist_t node = plist_dict_get_item(dictionary, key);
-    if (node == nullptr || plist_get_node_type(node) != PLIST_UINT) {
+    const plist_t node = typedItem(dictionary, key, PLIST_UINT);
+    if (node == nullptr) {
         return std::nullopt;
     }
     std::uint64_t value = 0;
@@ -174,8 +180,8 @@ std::optional<std::uint64_t> integerIn(plist_t dictionary, const char* key) {
 }
 
 std::optional<std::string> dataIn(plist_t dictionary, const char* key) {
-    const plist_t node = plist_dict_get_item(dictionary, key);
-    if (node == nullptr || plist_get_node_type(node) != PLIST_DATA) {
+    const plist_t node = typedItem(dictionary, key, PLIST_DATA);
+    if (node == nullptr) {
         return std::nullopt;
     }
     std::uint64_t length = 0;

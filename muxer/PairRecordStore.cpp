@@ -9,6 +9,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "muxer/MuxMessage.h"
 #include "muxer/PlistNode.h"
 
 namespace ambrel {
@@ -30,16 +31,11 @@ std::optional<std::string> stringOfRecord(std::string_view record, const char* k
     if (!root || plist_get_node_type(root.get()) != PLIST_DICT) {
         return std::nullopt;
     }
-    const plist_t node = plist_dict_get_item(root.get(), key);
-    if (node == nullptr || plist_get_node_type(node) != PLIST_STRING) {
+    auto text = stringIn(root.get(), key);
+    if (!text || text->empty()) {
         return std::nullopt;
     }
-    std::uint64_t length = 0;
-    const char* text = plist_get_string_ptr(node, &length);
-    if (text == nullptr || length == 0) {
-        return std::nullopt;
-    }
-    return std::string(text, length);
+    return text;
 }
 
 std::string lowerCase(std::string text) {
