@@ -3,7 +3,6 @@
 #include <QMouseEvent>
 #include <QMoveEvent>
 #include <QShowEvent>
-#include <QWindow>
 
 #include "shell/PanelPlacement.h"
 #include "shell/X11WindowHints.h"
@@ -53,31 +52,19 @@ void DesktopPanel::showEvent(QShowEvent* event) {
 
 // Controls accept their presses, so only presses no child took arrive here.
 void DesktopPanel::mousePressEvent(QMouseEvent* event) {
-    if (event->button() != Qt::LeftButton) {
+    if (!m_drag.press(*this, event)) {
         QWidget::mousePressEvent(event);
-        return;
     }
-    m_pressOffset.reset();
-    QWindow* handle = windowHandle();
-    if (handle == nullptr || !handle->startSystemMove()) {
-        m_pressOffset = event->globalPosition().toPoint() - frameGeometry().topLeft();
-    }
-    event->accept();
 }
 
 void DesktopPanel::mouseMoveEvent(QMouseEvent* event) {
-    if (!m_pressOffset || !(event->buttons() & Qt::LeftButton)) {
+    if (!m_drag.move(*this, event)) {
         QWidget::mouseMoveEvent(event);
-        return;
     }
-    move(event->globalPosition().toPoint() - *m_pressOffset);
-    event->accept();
 }
 
 void DesktopPanel::mouseReleaseEvent(QMouseEvent* event) {
-    if (event->button() == Qt::LeftButton) {
-        m_pressOffset.reset();
-    }
+    m_drag.release(event);
     QWidget::mouseReleaseEvent(event);
 }
 

@@ -1,11 +1,11 @@
 #pragma once
 
 #include <functional>
-#include <optional>
 
-#include <QPoint>
 #include <QString>
 #include <QWidget>
+
+#include "views/WindowDrag.h"
 
 namespace ambrel {
 
@@ -36,9 +36,7 @@ protected:
 
 private:
     QWidget* m_content = nullptr;
-    // Where the press was, relative to the top-left corner, while the panel moves itself
-    // because the window manager could not take the move over.
-    std::optional<QPoint> m_pressOffset;
+    WindowDrag m_drag;
     std::function<void()> m_moved;
 };
 

@@ -1,7 +1,6 @@
 #include "views/WidgetDragRegion.h"
 
 #include <QMouseEvent>
-#include <QWindow>
 
 #include "presentation/CardTexts.h"
 
@@ -13,32 +12,21 @@ WidgetDragRegion::WidgetDragRegion(QWidget* parent) : QWidget(parent) {
 }
 
 void WidgetDragRegion::mousePressEvent(QMouseEvent* event) {
-    if (event->button() != Qt::LeftButton) {
+    if (!m_drag.press(*this, event)) {
         QWidget::mousePressEvent(event);
         return;
     }
-    m_pressOffset.reset();
-    QWindow* handle = window()->windowHandle();
-    if (!handle || !handle->startSystemMove()) {
-        m_pressOffset = event->globalPosition().toPoint() - window()->frameGeometry().topLeft();
-    }
-    event->accept();
     Q_EMIT moveStarted();
 }
 
 void WidgetDragRegion::mouseMoveEvent(QMouseEvent* event) {
-    if (!m_pressOffset || !(event->buttons() & Qt::LeftButton)) {
+    if (!m_drag.move(*this, event)) {
         QWidget::mouseMoveEvent(event);
-        return;
     }
-    window()->move(event->globalPosition().toPoint() - *m_pressOffset);
-    event->accept();
 }
 
 void WidgetDragRegion::mouseReleaseEvent(QMouseEvent* event) {
-    if (event->button() == Qt::LeftButton) {
-        m_pressOffset.reset();
-    }
+    m_drag.release(event);
     QWidget::mouseReleaseEvent(event);
 }
 

@@ -1,9 +1,8 @@
 #pragma once
 
-#include <optional>
-
-#include <QPoint>
 #include <QWidget>
+
+#include "views/WindowDrag.h"
 
 namespace ambrel {
 
@@ -27,9 +26,7 @@ protected:
     void mouseReleaseEvent(QMouseEvent* event) override;
 
 private:
-    // Where the press was, relative to the window's top-left corner, while this region moves
-    // the window itself.
-    std::optional<QPoint> m_pressOffset;
+    WindowDrag m_drag;
 };
 
 } // namespace ambrel
