@@ -1,11 +1,11 @@
 #include "shell/DesktopPanel.h"
 
-#include <QMouseEvent>
 #include <QMoveEvent>
 #include <QShowEvent>
 
 #include "shell/PanelPlacement.h"
 #include "shell/X11WindowHints.h"
+#include "views/WindowDrag.h"
 
 namespace ambrel {
 
@@ -17,6 +17,8 @@ DesktopPanel::DesktopPanel(const QString& title, QWidget* parent)
     setAttribute(Qt::WA_NoSystemBackground);
     setWindowTitle(title);
     setFixedSize(PanelPlacement::kPanelSize);
+    // Controls accept their presses, so only presses no child took move the panel.
+    new WindowDrag(this);
 }
 
 void DesktopPanel::setContent(QWidget* content) {
@@ -48,24 +50,6 @@ void DesktopPanel::showEvent(QShowEvent* event) {
         X11WindowHints::markAsDesktopPanel(winId());
     }
     QWidget::showEvent(event);
-}
-
-// Controls accept their presses, so only presses no child took arrive here.
-void DesktopPanel::mousePressEvent(QMouseEvent* event) {
-    if (!m_drag.press(*this, event)) {
-        QWidget::mousePressEvent(event);
-    }
-}
-
-void DesktopPanel::mouseMoveEvent(QMouseEvent* event) {
-    if (!m_drag.move(*this, event)) {
-        QWidget::mouseMoveEvent(event);
-    }
-}
-
-void DesktopPanel::mouseReleaseEvent(QMouseEvent* event) {
-    m_drag.release(event);
-    QWidget::mouseReleaseEvent(event);
 }
 
 } // namespace ambrel

@@ -5,8 +5,6 @@
 #include <QString>
 #include <QWidget>
 
-#include "views/WindowDrag.h"
-
 namespace ambrel {
 
 // The widget's window: frameless, transparent outside the card's own glass, no shadow, fixed at
@@ -30,13 +28,9 @@ public:
 protected:
     void moveEvent(QMoveEvent* event) override;
     void showEvent(QShowEvent* event) override;
-    void mousePressEvent(QMouseEvent* event) override;
-    void mouseMoveEvent(QMouseEvent* event) override;
-    void mouseReleaseEvent(QMouseEvent* event) override;
 
 private:
     QWidget* m_content = nullptr;
-    WindowDrag m_drag;
     std::function<void()> m_moved;
 };
 

@@ -2,8 +2,6 @@
 
 #include <QWidget>
 
-#include "views/WindowDrag.h"
-
 namespace ambrel {
 
 // An invisible surface under the card's title that moves the borderless window: a left press
@@ -19,14 +17,6 @@ public:
 Q_SIGNALS:
     // A left press has started a window move (by the window manager or by the region).
     void moveStarted();
-
-protected:
-    void mousePressEvent(QMouseEvent* event) override;
-    void mouseMoveEvent(QMouseEvent* event) override;
-    void mouseReleaseEvent(QMouseEvent* event) override;
-
-private:
-    WindowDrag m_drag;
 };
 
 } // namespace ambrel

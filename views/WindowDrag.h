@@ -1,27 +1,31 @@
 #pragma once
 
+#include <functional>
 #include <optional>
 
+#include <QObject>
 #include <QPoint>
 
-class QMouseEvent;
 class QWidget;
 
 namespace ambrel {
 
-// Moving a borderless window with a left press on one of its widgets: the press hands the window
+// Moves a borderless window by a left press on one of its widgets: the press hands the window
 // to the window manager as the start of an interactive move, already on the first click. Where
 // the window manager cannot take the move over, the window follows the pointer while the button
-// is held. The widget passes its mouse events on; what is not a drag goes back to it.
-class WindowDrag {
+// is held. Watches the widget's mouse events; every other press, move and release reaches the
+// widget as before.
+class WindowDrag final : public QObject {
 public:
-    // True when `event` was a left press on `widget` and started a move (the event is taken).
-    bool press(QWidget& widget, QMouseEvent* event);
-    // True when it moved the window itself (the event is taken).
-    bool move(QWidget& widget, QMouseEvent* event);
-    void release(const QMouseEvent* event);
+    // Made a child of `widget`; `started` is told of every move a press starts.
+    explicit WindowDrag(QWidget* widget, std::function<void()> started = {});
+
+protected:
+    bool eventFilter(QObject* watched, QEvent* event) override;
 
 private:
+    QWidget* m_widget;
+    std::function<void()> m_started;
     // Where the press was, relative to the window's top-left corner, while the window is moved
     // here rather than by the window manager.
     std::optional<QPoint> m_pressOffset;
