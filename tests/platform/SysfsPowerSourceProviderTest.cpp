@@ -1,6 +1,8 @@
 #include "platform/linux/SysfsPowerSourceProvider.h"
 
+#include <cstdint>
 #include <filesystem>
+#include <string>
 #include <variant>
 
 #include <gtest/gtest.h>
@@ -28,38 +30,38 @@ std::optional<T> valueOf(const PowerSourceDescription& description, const char* 
     return std::get<T>(found->second);
 }
 
+// The capacities, power state and charging `battery` reports.
+void expectReading(const PowerSourceDescription& battery, std::int64_t current, std::int64_t max,
+                   const std::string& state, bool charging) {
+    EXPECT_EQ(valueOf<std::int64_t>(battery, "Current Capacity"), current);
+    EXPECT_EQ(valueOf<std::int64_t>(battery, "Max Capacity"), max);
+    EXPECT_EQ(valueOf<std::string>(battery, "Power Source State"), state);
+    EXPECT_EQ(valueOf<bool>(battery, "Is Charging"), charging);
+}
+
 TEST(SysfsPowerSourceProviderTest, LaptopPrefersEnergyAndSeesMains) {
     const auto sources = sourcesOf("laptop");
     ASSERT_EQ(sources.size(), 1u);
     ASSERT_TRUE(sources[0]);
     const auto& battery = *sources[0];
-    EXPECT_EQ(valueOf<std::int64_t>(battery, "Current Capacity"), 37000000);
-    EXPECT_EQ(valueOf<std::int64_t>(battery, "Max Capacity"), 75000000);
+    expectReading(battery, 37000000, 75000000, "AC Power", true);
     EXPECT_EQ(valueOf<bool>(battery, "Is Present"), true);
     EXPECT_EQ(valueOf<std::string>(battery, "Transport Type"), "Internal");
-    EXPECT_EQ(valueOf<std::string>(battery, "Power Source State"), "AC Power");
-    EXPECT_EQ(valueOf<bool>(battery, "Is Charging"), true);
 }
 
 TEST(SysfsPowerSourceProviderTest, ChargeCountersWhenThereIsNoEnergy) {
     const auto sources = sourcesOf("charge-only");
     ASSERT_EQ(sources.size(), 1u);
     const auto& battery = *sources[0];
-    EXPECT_EQ(valueOf<std::int64_t>(battery, "Current Capacity"), 1000);
-    EXPECT_EQ(valueOf<std::int64_t>(battery, "Max Capacity"), 2000);
-    EXPECT_EQ(valueOf<std::string>(battery, "Power Source State"), "Battery Power");
-    EXPECT_EQ(valueOf<bool>(battery, "Is Charging"), false);
+    expectReading(battery, 1000, 2000, "Battery Power", false);
 }
 
 TEST(SysfsPowerSourceProviderTest, CapacityPercentAsTheLastResort) {
     const auto sources = sourcesOf("capacity-only");
     ASSERT_EQ(sources.size(), 1u);
     const auto& battery = *sources[0];
-    EXPECT_EQ(valueOf<std::int64_t>(battery, "Current Capacity"), 100);
-    EXPECT_EQ(valueOf<std::int64_t>(battery, "Max Capacity"), 100);
     // A full battery is on external power even though the USB supply reads offline.
-    EXPECT_EQ(valueOf<std::string>(battery, "Power Source State"), "AC Power");
-    EXPECT_EQ(valueOf<bool>(battery, "Is Charging"), false);
+    expectReading(battery, 100, 100, "AC Power", false);
 }
 
 TEST(SysfsPowerSourceProviderTest, EntriesComeInByteOrderWithTheirScope) {

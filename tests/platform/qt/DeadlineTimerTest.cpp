@@ -17,6 +17,15 @@ namespace {
 using namespace std::chrono_literals;
 using Clock = DeadlineTimer::Clock;
 
+// Runs `loop` until it quits, or for `limit` at the most.
+void runAtMost(QEventLoop& loop, std::chrono::milliseconds limit) {
+    QTimer guard;
+    guard.setSingleShot(true);
+    QObject::connect(&guard, &QTimer::timeout, &loop, &QEventLoop::quit);
+    guard.start(limit);
+    loop.exec();
+}
+
 // A monotonic clock the test moves by hand.
 struct ManualClock {
     Clock::time_point now = Clock::time_point(1000s);
@@ -186,13 +195,9 @@ TEST_F(DeadlineTimerTest, RealTimersNeverFireEarly) {
                 firedAt = Clock::now();
                 loop.quit();
             });
-            QTimer guard;
-            guard.setSingleShot(true);
-            QObject::connect(&guard, &QTimer::timeout, &loop, &QEventLoop::quit);
             const auto startedAt = Clock::now();
             timer.start(interval, TimerRepeat::once);
-            guard.start(10000);
-            loop.exec();
+            runAtMost(loop, 10s);
             ASSERT_NE(firedAt, Clock::time_point()) << "no firing within 10 s";
             EXPECT_GE(firedAt - startedAt, interval) << "interval " << interval.count() << " ms";
         }
@@ -210,13 +215,9 @@ TEST_F(DeadlineTimerTest, RealRepeatingTimerNeverFiresEarly) {
             loop.quit();
         }
     });
-    QTimer guard;
-    guard.setSingleShot(true);
-    QObject::connect(&guard, &QTimer::timeout, &loop, &QEventLoop::quit);
     const auto startedAt = Clock::now();
     timer.start(kInterval, TimerRepeat::repeating);
-    guard.start(20000);
-    loop.exec();
+    runAtMost(loop, 20s);
     ASSERT_EQ(firings.size(), static_cast<std::size_t>(kFirings));
     for (int index = 0; index < kFirings; ++index) {
         EXPECT_GE(firings[index] - startedAt, kInterval * (index + 1)) << "firing " << index;
