@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <initializer_list>
 #include <string>
 #include <variant>
 
@@ -28,6 +29,13 @@ std::optional<T> valueOf(const PowerSourceDescription& description, const char* 
         return std::nullopt;
     }
     return std::get<T>(found->second);
+}
+
+// `battery` has none of `keys`.
+void expectWithout(const PowerSourceDescription& battery, std::initializer_list<const char*> keys) {
+    for (const char* key : keys) {
+        EXPECT_FALSE(battery.contains(key)) << key;
+    }
 }
 
 // The capacities, power state and charging `battery` reports.
@@ -89,9 +97,7 @@ TEST(SysfsPowerSourceProviderTest, GarbageValuesLeaveTheirKeysOut) {
     const auto sources = sourcesOf("garbage");
     ASSERT_EQ(sources.size(), 2u);
     const auto& first = *sources[0];
-    EXPECT_FALSE(first.contains("Current Capacity"));
-    EXPECT_FALSE(first.contains("Max Capacity"));
-    EXPECT_FALSE(first.contains("Is Present"));
+    expectWithout(first, {"Current Capacity", "Max Capacity", "Is Present"});
     EXPECT_EQ(valueOf<std::string>(first, "Power Source State"), "Battery Power");
     EXPECT_EQ(valueOf<std::int64_t>(*sources[1], "Max Capacity"), 0);
 }
@@ -100,8 +106,7 @@ TEST(SysfsPowerSourceProviderTest, MissingValuesLeaveOnlyWhatIsKnown) {
     const auto sources = sourcesOf("missing-values");
     ASSERT_EQ(sources.size(), 1u);
     const auto& battery = *sources[0];
-    EXPECT_FALSE(battery.contains("Current Capacity"));
-    EXPECT_FALSE(battery.contains("Is Charging"));
+    expectWithout(battery, {"Current Capacity", "Is Charging"});
     EXPECT_EQ(valueOf<std::string>(battery, "Transport Type"), "Internal");
 }
 

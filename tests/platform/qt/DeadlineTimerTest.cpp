@@ -73,6 +73,11 @@ protected:
     std::unique_ptr<DeadlineTimer> makeCountingTimer() {
         return makeTimer([this] { ++m_fired; });
     }
+    // Sets the clock to `now` and lets the alarm go off then.
+    void goOffAt(Clock::time_point now) {
+        m_clock.now = now;
+        m_alarm->goOff();
+    }
 
     ManualClock m_clock;
     ManualAlarm* m_alarm = nullptr;
@@ -99,24 +104,20 @@ TEST_F(DeadlineTimerTest, AnEarlyWakeWaitsOutTheRest) {
     EXPECT_EQ(timer.pendingWait(), 4000ms);
 
     // A coarse timer may go off 5 % early: 3.8 s into a 4 s wait.
-    m_clock.now = start + 3800ms;
-    m_alarm->goOff();
+    goOffAt(start + 3800ms);
     EXPECT_EQ(m_fired, 0);
     EXPECT_TRUE(timer.isActive());
     EXPECT_EQ(timer.pendingWait(), 200ms);
 
-    m_clock.now = start + 4s - 1ns;
-    m_alarm->goOff();
+    goOffAt(start + 4s - 1ns);
     EXPECT_EQ(m_fired, 0);
     EXPECT_EQ(timer.pendingWait(), 1ms);
 
-    m_clock.now = start + 4s;
-    m_alarm->goOff();
+    goOffAt(start + 4s);
     EXPECT_EQ(m_fired, 1);
     EXPECT_FALSE(timer.isActive());
 
-    m_clock.now = start + 10s;
-    m_alarm->goOff();
+    goOffAt(start + 10s);
     EXPECT_EQ(m_fired, 1);
 }
 
@@ -126,20 +127,17 @@ TEST_F(DeadlineTimerTest, RepeatingDeadlinesStayOnTheirGrid) {
     const auto start = m_clock.now;
     timer.start(30s, TimerRepeat::repeating);
 
-    m_clock.now = start + 30s + 2ms;
-    m_alarm->goOff();
+    goOffAt(start + 30s + 2ms);
     EXPECT_EQ(m_fired, 1);
     EXPECT_TRUE(timer.isActive());
     EXPECT_EQ(timer.deadline(), start + 60s);
     EXPECT_EQ(timer.pendingWait(), 29998ms);
 
-    m_clock.now = start + 59s;
-    m_alarm->goOff();
+    goOffAt(start + 59s);
     EXPECT_EQ(m_fired, 1);
     EXPECT_EQ(timer.pendingWait(), 1000ms);
 
-    m_clock.now = start + 60s;
-    m_alarm->goOff();
+    goOffAt(start + 60s);
     EXPECT_EQ(m_fired, 2);
     EXPECT_EQ(timer.deadline(), start + 90s);
 }
@@ -149,8 +147,7 @@ TEST_F(DeadlineTimerTest, ALongStallFiresOnceAndSkipsTheMissedPeriods) {
     DeadlineTimer& timer = *owned;
     const auto start = m_clock.now;
     timer.start(30s, TimerRepeat::repeating);
-    m_clock.now = start + 10 * 30s + 1s;
-    m_alarm->goOff();
+    goOffAt(start + 10 * 30s + 1s);
     EXPECT_EQ(m_fired, 1);
     EXPECT_EQ(timer.deadline(), start + 11 * 30s);
     EXPECT_EQ(timer.pendingWait(), 29000ms);
