@@ -14,6 +14,7 @@
 #include "tests/fakes/ChildProcess.h"
 #include "tests/fakes/ProgramBundle.h"
 #include "tests/fakes/TemporaryFolder.h"
+#include "tests/simphone/Scenario.h"
 
 namespace ambrel::testing {
 
@@ -132,5 +133,8 @@ std::string batteryAnswer(int percentage, bool charging = false);
 // A script body for ideviceinfo answering the battery query with `batteryScript` and the
 // name and model keys with a phone's.
 std::string infoTool(const std::string& batteryScript);
+
+// idevice_id that lists the phone (kUdid) over Wi-Fi only.
+inline const std::string kListsWiFiPhone = "case \"$1\" in -n) echo " + kUdid + " ;; esac\n";
 
 } // namespace ambrel::testing

@@ -27,10 +27,6 @@ namespace fs = std::filesystem;
 using namespace std::chrono_literals;
 using nlohmann::json;
 
-const std::string kUdid = "00008110-001A2B3C4D5E6F70";
-
-// idevice_id that lists the phone over Wi-Fi only.
-const std::string kListsWiFiPhone = "case \"$1\" in -n) echo " + kUdid + " ;; esac\n";
 // A tool that prints nothing and succeeds.
 const std::string kSilent = "exit 0\n";
 // A tool that ignores SIGTERM and waits until it is killed. Its process id goes to the file

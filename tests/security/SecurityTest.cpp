@@ -28,11 +28,16 @@ namespace fs = std::filesystem;
 using namespace std::chrono_literals;
 using nlohmann::json;
 
-const std::string kUdid = "00008110-001A2B3C4D5E6F70";
 const std::string kConnectedOverWiFi = "Connected over Wi-Fi \u00B7 checks every 5 min";
 const std::string kConnectedByUsb = "Connected by USB \u00B7 unplug to test Wi-Fi";
 const std::string kNotFound = "iPhone not found. Pair once by USB, enable Finder\u2019s Wi-Fi "
                               "option, and use the same Wi-Fi.";
+
+// Tools of a phone that answers over Wi-Fi with 64 %, so that a whole read runs.
+void writeAnsweringPhone(const FaultBundle& bundle) {
+    bundle.writeTool("idevice_id", kListsWiFiPhone);
+    bundle.writeTool("ideviceinfo", infoTool(batteryAnswer(64)));
+}
 
 std::vector<std::string> lines(const fs::path& file) {
     std::vector<std::string> result;
@@ -100,8 +105,7 @@ TEST(Security, TheWidgetListensOnNoNetworkSocketOnlyOnItsMuxers) {
     FaultBundle bundle(folder.path());
     ASSERT_EQ(bundle.failure(), "");
     // A phone that answers, so the whole read runs while the sockets are watched.
-    bundle.writeTool("idevice_id", "case \"$1\" in -n) echo " + kUdid + " ;; esac\n");
-    bundle.writeTool("ideviceinfo", infoTool(batteryAnswer(64)));
+    writeAnsweringPhone(bundle);
     ChildProcess server({"/usr/bin/xvfb-run", "-a", "-s", "-screen 0 1440x900x24 -noreset",
                          bundle.executable().string()},
                         bundle.environmentForXvfbRun(), folder.path() / "stderr.txt");
@@ -228,8 +232,7 @@ TEST(Security, SavedReadingStaysPrivateUnderAPermissiveUmask) {
     TemporaryFolder folder;
     FaultBundle bundle(folder.path());
     ASSERT_EQ(bundle.failure(), "");
-    bundle.writeTool("idevice_id", "case \"$1\" in -n) echo " + kUdid + " ;; esac\n");
-    bundle.writeTool("ideviceinfo", infoTool(batteryAnswer(64)));
+    writeAnsweringPhone(bundle);
     // Its folder does not exist yet, nor the one above it: both are made by the program.
     const fs::path dataHome = bundle.dataHome();
     fs::remove_all(dataHome);
