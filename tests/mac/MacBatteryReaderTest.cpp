@@ -1,6 +1,9 @@
 #include "mac/MacBatteryReader.h"
 
 #include <cmath>
+#include <cstdint>
+#include <optional>
+#include <string>
 
 #include <gtest/gtest.h>
 
@@ -18,6 +21,17 @@ const Date kNow = Date::fromSecondsSinceReferenceDate(790000000.0);
 
 PowerSourceDescription battery(PowerSourceValue current, PowerSourceValue max) {
     return {{"Current Capacity", current}, {"Max Capacity", max}};
+}
+
+// A battery at `current` of 100 in the power state `state`, with the charging flag when given.
+PowerSourceDescription batteryIn(std::int64_t current, const std::string& state,
+                                 std::optional<PowerSourceValue> charging = std::nullopt) {
+    auto source = battery(current, std::int64_t{100});
+    source["Power Source State"] = state;
+    if (charging) {
+        source["Is Charging"] = *charging;
+    }
+    return source;
 }
 
 class MacBatteryReaderTest : public ::testing::Test {
@@ -55,10 +69,7 @@ TEST_F(MacBatteryReaderTest, PercentageHelper) {
 }
 
 TEST_F(MacBatteryReaderTest, SnapshotFields) {
-    auto source = battery(std::int64_t{80}, std::int64_t{100});
-    source["Power Source State"] = std::string("AC Power");
-    source["Is Charging"] = true;
-    const auto outcome = readWith({source});
+    const auto outcome = readWith({batteryIn(80, "AC Power", true)});
     ASSERT_TRUE(outcome.snapshot);
     const auto& snapshot = *outcome.snapshot;
     EXPECT_EQ(snapshot.id(), "mac");
@@ -126,10 +137,7 @@ TEST_F(MacBatteryReaderTest, FirstUsableSourceWins) {
 }
 
 TEST_F(MacBatteryReaderTest, ChargingOnBatteryPowerReadsOnBattery) {
-    auto source = battery(std::int64_t{60}, std::int64_t{100});
-    source["Power Source State"] = std::string("Battery Power");
-    source["Is Charging"] = true;
-    const auto outcome = readWith({source});
+    const auto outcome = readWith({batteryIn(60, "Battery Power", true)});
     ASSERT_TRUE(outcome.snapshot);
     EXPECT_EQ(outcome.status, "On battery");
     EXPECT_TRUE(outcome.snapshot->isCharging());
@@ -137,9 +145,7 @@ TEST_F(MacBatteryReaderTest, ChargingOnBatteryPowerReadsOnBattery) {
 }
 
 TEST_F(MacBatteryReaderTest, AcPowerWithoutChargingFlagIsConnected) {
-    auto source = battery(std::int64_t{60}, std::int64_t{100});
-    source["Power Source State"] = std::string("AC Power");
-    const auto outcome = readWith({source});
+    const auto outcome = readWith({batteryIn(60, "AC Power")});
     EXPECT_EQ(outcome.status, "Connected to power");
     ASSERT_TRUE(outcome.snapshot);
     EXPECT_FALSE(outcome.snapshot->isCharging());
@@ -147,10 +153,7 @@ TEST_F(MacBatteryReaderTest, AcPowerWithoutChargingFlagIsConnected) {
 }
 
 TEST_F(MacBatteryReaderTest, StateComparisonIsExact) {
-    auto source = battery(std::int64_t{60}, std::int64_t{100});
-    source["Power Source State"] = std::string("ac power");
-    source["Is Charging"] = std::int64_t{1};
-    const auto outcome = readWith({source});
+    const auto outcome = readWith({batteryIn(60, "ac power", std::int64_t{1})});
     EXPECT_EQ(outcome.status, "On battery");
     EXPECT_FALSE(outcome.snapshot->isCharging());
 }
