@@ -47,6 +47,11 @@ protected:
                     std::filesystem::path("/nonexistent/cache.json")) {
         return std::make_unique<BatteryMonitor>(services(), std::move(tools), std::move(cache));
     }
+    std::unique_ptr<BatteryMonitor> startedMonitor() {
+        auto monitor = makeMonitor();
+        monitor->start();
+        return monitor;
+    }
 
     int m_phoneReads = 0;
 };
@@ -91,8 +96,7 @@ TEST_F(MonitorMacTest, WithoutApplicationSupportTheCacheLivesInTheTemporaryFolde
 }
 
 TEST_F(MonitorMacTest, StartTwiceReadsOnceAndMakesOneTimer) {
-    const auto monitor = makeMonitor();
-    monitor->start();
+    const auto monitor = startedMonitor();
     monitor->start();
     EXPECT_EQ(power->calls, 1);
     EXPECT_EQ(worker->pendingJobs(), 1u);
@@ -104,8 +108,7 @@ TEST_F(MonitorMacTest, StartTwiceReadsOnceAndMakesOneTimer) {
 }
 
 TEST_F(MonitorMacTest, MacTimerFiresEverySixtySeconds) {
-    const auto monitor = makeMonitor();
-    monitor->start();
+    const auto monitor = startedMonitor();
     scheduler->advance(59.9);
     EXPECT_EQ(power->calls, 1);
     scheduler->advance(0.1);
@@ -131,8 +134,7 @@ TEST_F(MonitorMacTest, RefreshAllBeforeStartReadsWithoutTimers) {
 }
 
 TEST_F(MonitorMacTest, RefreshAllDuringAPhoneReadReadsOnlyTheMacAgain) {
-    const auto monitor = makeMonitor();
-    monitor->start();
+    const auto monitor = startedMonitor();
     monitor->refreshAll();
     EXPECT_EQ(power->calls, 2);
     EXPECT_EQ(worker->pendingJobs(), 1u);
@@ -161,8 +163,7 @@ TEST_F(MonitorMacTest, FailedReadKeepsThePreviousSnapshot) {
 
 TEST_F(MonitorMacTest, DesktopWithoutBatteryNeverGetsASnapshot) {
     power->sources = PowerSourceList{};
-    const auto monitor = makeMonitor();
-    monitor->start();
+    const auto monitor = startedMonitor();
     scheduler->advance(120);
     EXPECT_FALSE(monitor->mac());
     EXPECT_EQ(monitor->macStatus(), "No built-in battery found");
