@@ -5,6 +5,7 @@
 #include <memory>
 #include <set>
 #include <string>
+#include <vector>
 
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
@@ -44,6 +45,14 @@ protected:
         return nlohmann::json::parse(text, nullptr, false);
     }
 
+    // Runs the program with `arguments`: it succeeds and prints its one JSON object, `report`.
+    void runForReport(const std::vector<std::string>& arguments, nlohmann::json& report) const {
+        const auto result = m_tree->runProgram(arguments);
+        ASSERT_TRUE(result.succeeded()) << result.describe();
+        report = jsonLine(result);
+        ASSERT_TRUE(report.is_object()) << result.standardOutput;
+    }
+
     // Runs "--diagnose" and hands back its first check, the one of the tools and the helper.
     void diagnoseTools(nlohmann::json& tools) const {
         const auto result = m_tree->runProgram({"--diagnose"});
@@ -59,10 +68,8 @@ protected:
 };
 
 TEST_F(InstalledProgramTest, ReadingsFindTheLinkedTools) {
-    const auto result = m_tree->runProgram({"--readings"});
-    ASSERT_TRUE(result.succeeded()) << result.describe();
-    const auto report = jsonLine(result);
-    ASSERT_TRUE(report.is_object()) << result.standardOutput;
+    nlohmann::json report;
+    ASSERT_NO_FATAL_FAILURE(runForReport({"--readings"}, report));
     for (const auto* key : {"mac", "macStatus", "phone", "phoneSetupState", "phoneStatus"}) {
         EXPECT_TRUE(report.contains(key)) << key;
     }
@@ -79,10 +86,8 @@ TEST_F(InstalledProgramTest, ReadingsWithoutTheToolLinksReportTheMissingHelper) 
     for (const auto* tool : {"idevice_id", "ideviceinfo"}) {
         fs::remove(m_tree->resources() / "Runtime" / "bin" / tool);
     }
-    const auto result = m_tree->runProgram({"--readings"});
-    ASSERT_TRUE(result.succeeded()) << result.describe();
-    const auto report = jsonLine(result);
-    ASSERT_TRUE(report.is_object()) << result.standardOutput;
+    nlohmann::json report;
+    ASSERT_NO_FATAL_FAILURE(runForReport({"--readings"}, report));
     EXPECT_EQ(report.value("phoneStatus", ""), kHelperMissing);
     EXPECT_EQ(report.value("phoneSetupState", ""), "unavailable");
 }
@@ -107,10 +112,8 @@ TEST_F(InstalledProgramTest, DiagnoseWithoutTheHelperNamesIt) {
 }
 
 TEST_F(InstalledProgramTest, LoginStatusDescribesTheInstalledCopy) {
-    const auto result = m_tree->runProgram({"--login-status"});
-    ASSERT_TRUE(result.succeeded()) << result.describe();
-    const auto report = jsonLine(result);
-    ASSERT_TRUE(report.is_object()) << result.standardOutput;
+    nlohmann::json report;
+    ASSERT_NO_FATAL_FAILURE(runForReport({"--login-status"}, report));
     EXPECT_EQ(report.value("status", ""), "notRegistered");
     EXPECT_EQ(report.value("enabled", true), false);
     EXPECT_EQ(report.value("bundleIdentifier", ""), "com.quenby.Tovrin");
@@ -123,10 +126,8 @@ TEST_F(InstalledProgramTest, LoginStatusDescribesTheInstalledCopy) {
 }
 
 TEST_F(InstalledProgramTest, EnableLoginWritesAnAutostartEntryTheDesktopAccepts) {
-    const auto result = m_tree->runProgram({"--enable-login"});
-    ASSERT_TRUE(result.succeeded()) << result.describe();
-    const auto report = jsonLine(result);
-    ASSERT_TRUE(report.is_object()) << result.standardOutput;
+    nlohmann::json report;
+    ASSERT_NO_FATAL_FAILURE(runForReport({"--enable-login"}, report));
     EXPECT_EQ(report.value("status", ""), "enabled");
     EXPECT_EQ(report.value("enabled", false), true);
 
