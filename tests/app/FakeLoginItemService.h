@@ -24,19 +24,21 @@ public:
         return current;
     }
     LoginItemResult registerItem() override {
-        ++registerCalls;
-        if (registerFailure) {
-            return unexpected(*registerFailure);
-        }
-        current = afterRegister;
-        return std::monostate{};
+        return change(registerCalls, registerFailure, afterRegister);
     }
     LoginItemResult unregisterItem() override {
-        ++unregisterCalls;
-        if (unregisterFailure) {
-            return unexpected(*unregisterFailure);
+        return change(unregisterCalls, unregisterFailure, afterUnregister);
+    }
+
+private:
+    // One more call: it fails with `failure` when set, else the status becomes `after`.
+    LoginItemResult change(int& calls, const std::optional<LoginItemError>& failure,
+                           LoginItemStatus after) {
+        ++calls;
+        if (failure) {
+            return unexpected(*failure);
         }
-        current = afterUnregister;
+        current = after;
         return std::monostate{};
     }
 };
