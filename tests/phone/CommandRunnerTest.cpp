@@ -39,6 +39,14 @@ milliseconds limit(double seconds) {
     return std::chrono::duration_cast<milliseconds>(Seconds(seconds));
 }
 
+// Runs `program` on a fake launcher that ends it as `result`.
+CommandOutput runEndingAs(const LaunchResult& result, const std::string& program,
+                          milliseconds timeout) {
+    testing::FakeProcessLauncher fake;
+    fake.enqueue(result);
+    return CommandRunner::run(fake, program, {}, timeout);
+}
+
 // One launcher for the tests that run real children, as the program has one.
 SpawnProcessLauncher& launcher() {
     static SpawnProcessLauncher instance;
@@ -342,13 +350,11 @@ TEST(CommandRunnerOnFakeLauncherTest, AskedForTheContractsLimitsAndCap) {
 }
 
 TEST(CommandRunnerOnFakeLauncherTest, NotStartedIsTheLaunchFailureWhateverWasCaptured) {
-    testing::FakeProcessLauncher fake;
     LaunchResult refused;
     refused.end = LaunchEnd::notStarted;
     refused.standardOutput = "stray";
     refused.standardError = "cannot run /missing: No such file or directory";
-    fake.enqueue(refused);
-    const auto output = CommandRunner::run(fake, "/missing", {}, milliseconds(5000));
+    const auto output = runEndingAs(refused, "/missing", milliseconds(5000));
     EXPECT_EQ(output.stdoutText, "");
     EXPECT_EQ(output.stderrText, "Unable to launch iPhone helper");
     EXPECT_EQ(output.status, -1);
@@ -356,9 +362,8 @@ TEST(CommandRunnerOnFakeLauncherTest, NotStartedIsTheLaunchFailureWhateverWasCap
 }
 
 TEST(CommandRunnerOnFakeLauncherTest, ToolPrintingTheLaunchFailureTextIsNoLaunchFailure) {
-    testing::FakeProcessLauncher fake;
-    fake.enqueue(testing::exitedWith(0, "", "Unable to launch iPhone helper"));
-    const auto output = CommandRunner::run(fake, "/bin/tool", {}, milliseconds(5000));
+    const auto output = runEndingAs(testing::exitedWith(0, "", "Unable to launch iPhone helper"),
+                                    "/bin/tool", milliseconds(5000));
     EXPECT_EQ(output.status, 0);
     EXPECT_TRUE(output.succeeded());
 }
@@ -403,9 +408,8 @@ TEST(CommandRunnerOnFakeLauncherTest, EachEndBecomesItsStatus) {
 }
 
 TEST(CommandRunnerOnFakeLauncherTest, BytesAreDecodedLossily) {
-    testing::FakeProcessLauncher fake;
-    fake.enqueue(testing::exitedWith(0, "caf\xC3\xA9 \xFF", "\xE2\x82"));
-    const auto output = CommandRunner::run(fake, "/bin/tool", {}, limit(1.0));
+    const auto output = runEndingAs(testing::exitedWith(0, "caf\xC3\xA9 \xFF", "\xE2\x82"),
+                                    "/bin/tool", limit(1.0));
     EXPECT_EQ(output.stdoutText, "caf\xC3\xA9 \xEF\xBF\xBD");
     EXPECT_EQ(output.stderrText, "\xEF\xBF\xBD");
 }
