@@ -66,6 +66,14 @@ std::vector<std::string> keyCommand(const std::string& udid, bool network, const
     return joined({"ideviceinfo"}, keyArguments(udid, network, key));
 }
 
+// The commands of `listing`, then those of a whole read of `udid`: battery, name and model.
+CommandLines thenRead(CommandLines listing, const std::string& udid, bool network) {
+    listing.push_back(batteryCommand(udid, network));
+    listing.push_back(keyCommand(udid, network, "DeviceName"));
+    listing.push_back(keyCommand(udid, network, "ProductType"));
+    return listing;
+}
+
 json listRule(bool network, const std::string& output) {
     return answerRule("idevice_id", {network ? "-n" : "-l"}, output);
 }
@@ -147,9 +155,7 @@ TEST_F(PhoneReaderTest, OnlyUsbPhoneIsReadOverUsb) {
     EXPECT_EQ(reading.udid, kPhone);
     EXPECT_EQ(reading.identity, (PhoneIdentity{kPhone, "Anna\u2019s iPhone", "iPhone14,2"}));
     EXPECT_EQ(tools.commandLines(),
-              (CommandLines{listCommand(true), listCommand(false), batteryCommand(kPhone, false),
-                            keyCommand(kPhone, false, "DeviceName"),
-                            keyCommand(kPhone, false, "ProductType")}));
+              thenRead({listCommand(true), listCommand(false)}, kPhone, false));
 }
 
 TEST_F(PhoneReaderTest, PhoneReachableBothWaysIsReadOverWiFi) {
@@ -159,9 +165,7 @@ TEST_F(PhoneReaderTest, PhoneReachableBothWaysIsReadOverWiFi) {
     const auto result = read();
     ASSERT_TRUE(result.hasValue());
     EXPECT_EQ(result.value().snapshot.source(), "Wi-Fi");
-    EXPECT_EQ(tools.commandLines(), (CommandLines{listCommand(true), batteryCommand(kPhone, true),
-                                                  keyCommand(kPhone, true, "DeviceName"),
-                                                  keyCommand(kPhone, true, "ProductType")}));
+    EXPECT_EQ(tools.commandLines(), thenRead({listCommand(true)}, kPhone, true));
 }
 
 TEST_F(PhoneReaderTest, ToolFolderWorksWithoutTrailingSlash) {
@@ -212,9 +216,7 @@ TEST_F(PhoneReaderTest, PreferredPhoneIsReadFirstAndOthersAreNotAsked) {
     const auto result = read(kSecond);
     ASSERT_TRUE(result.hasValue());
     EXPECT_EQ(result.value().udid, kSecond);
-    EXPECT_EQ(tools.commandLines(), (CommandLines{listCommand(true), batteryCommand(kSecond, true),
-                                                  keyCommand(kSecond, true, "DeviceName"),
-                                                  keyCommand(kSecond, true, "ProductType")}));
+    EXPECT_EQ(tools.commandLines(), thenRead({listCommand(true)}, kSecond, true));
 }
 
 TEST_F(PhoneReaderTest, PreferredIdentifierMustMatchExactly) {
@@ -238,9 +240,7 @@ TEST_F(PhoneReaderTest, MalformedIdentifierLinesAreIgnored) {
     const auto result = read();
     ASSERT_TRUE(result.hasValue());
     EXPECT_EQ(result.value().udid, kPhone);
-    EXPECT_EQ(tools.commandLines(), (CommandLines{listCommand(true), batteryCommand(kPhone, true),
-                                                  keyCommand(kPhone, true, "DeviceName"),
-                                                  keyCommand(kPhone, true, "ProductType")}));
+    EXPECT_EQ(tools.commandLines(), thenRead({listCommand(true)}, kPhone, true));
 }
 
 TEST_F(PhoneReaderTest, DuplicateIdentifiersAreEachQueried) {
@@ -427,9 +427,7 @@ TEST_F(PhoneReaderTest, NonPhoneIsSkippedSilently) {
     expectIssue(result, PhoneSetupState::notFound, PhoneIssueClassifier::kTemporarilyUnavailable,
                 false);
     EXPECT_EQ(tools.commandLines(),
-              (CommandLines{listCommand(true), listCommand(false), batteryCommand(kPhone, false),
-                            keyCommand(kPhone, false, "DeviceName"),
-                            keyCommand(kPhone, false, "ProductType")}));
+              thenRead({listCommand(true), listCommand(false)}, kPhone, false));
 }
 
 TEST_F(PhoneReaderTest, NonPhoneIsSkippedAndThePhoneAfterItIsRead) {
@@ -651,9 +649,7 @@ TEST_F(PhoneReaderRealChildrenTest, OnlyUsbPhoneIsReadOverUsb) {
     EXPECT_EQ(result.value().snapshot.source(), "USB");
     EXPECT_EQ(result.value().identity, (PhoneIdentity{kPhone, "Anna\u2019s iPhone", "iPhone14,2"}));
     EXPECT_EQ(tools.commandLines(),
-              (CommandLines{listCommand(true), listCommand(false), batteryCommand(kPhone, false),
-                            keyCommand(kPhone, false, "DeviceName"),
-                            keyCommand(kPhone, false, "ProductType")}));
+              thenRead({listCommand(true), listCommand(false)}, kPhone, false));
 }
 
 TEST_F(PhoneReaderRealChildrenTest, BatteryQueryTimingOutIsStoppedAtItsLimit) {
