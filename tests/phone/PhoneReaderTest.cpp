@@ -98,6 +98,22 @@ std::vector<json> phoneRules(const std::string& udid, bool network,
             keyRule(udid, network, "ProductType", model)};
 }
 
+// The phone is listed over Wi-Fi, but its battery query answers only after `delay` seconds;
+// nothing is listed on USB.
+json slowWifiBatteryRules(int delay) {
+    return json::array(
+        {listRule(true, kPhone + "\n"),
+         {{"tool", "ideviceinfo"}, {"args", batteryArguments(kPhone, true)}, {"delay", delay}},
+         listRule(false, "")});
+}
+
+// Time limits with a battery query cut short at 0.6 s.
+PhoneReadTimeouts shortBatteryLimit() {
+    PhoneReadTimeouts limits;
+    limits.battery = std::chrono::milliseconds(600);
+    return limits;
+}
+
 json rules(std::initializer_list<std::vector<json>> groups) {
     json all = json::array();
     for (const auto& group : groups) {
@@ -534,14 +550,9 @@ TEST_F(PhoneReaderTest, LaterFailureWinsOverEarlierOne) {
 }
 
 TEST_F(PhoneReaderTest, BatteryQueryTimingOutOverWiFiIsTransient) {
-    tools.setRules(json::array(
-        {listRule(true, kPhone + "\n"),
-         {{"tool", "ideviceinfo"}, {"args", batteryArguments(kPhone, true)}, {"delay", 20}},
-         listRule(false, "")}));
-    PhoneReadTimeouts shortLimits;
-    shortLimits.battery = std::chrono::milliseconds(600);
+    tools.setRules(slowWifiBatteryRules(20));
     const auto result = PhoneReader::readAttempt(tools.toolDirectory(), std::nullopt, std::nullopt,
-                                                 clock, tools.launcher(), shortLimits);
+                                                 clock, tools.launcher(), shortBatteryLimit());
     // The USB list that follows succeeds with nothing listed, so the timed-out query stays the
     // last failure.
     expectIssue(result, PhoneSetupState::notFound, PhoneIssueClassifier::kTimedOut, true);
@@ -655,15 +666,10 @@ TEST_F(PhoneReaderRealChildrenTest, OnlyUsbPhoneIsReadOverUsb) {
 TEST_F(PhoneReaderRealChildrenTest, BatteryQueryTimingOutIsStoppedAtItsLimit) {
     // The battery query would answer only after an hour: the read can only have ended by
     // stopping it at its limit, which the timed-out issue says.
-    tools.setRules(json::array(
-        {listRule(true, kPhone + "\n"),
-         {{"tool", "ideviceinfo"}, {"args", batteryArguments(kPhone, true)}, {"delay", 3600}},
-         listRule(false, "")}));
-    PhoneReadTimeouts shortLimits;
-    shortLimits.battery = std::chrono::milliseconds(600);
+    tools.setRules(slowWifiBatteryRules(3600));
     const auto start = std::chrono::steady_clock::now();
     const auto result = PhoneReader::readAttempt(tools.toolDirectory(), std::nullopt, std::nullopt,
-                                                 clock, launcher, shortLimits);
+                                                 clock, launcher, shortBatteryLimit());
     const std::chrono::duration<double> elapsed = std::chrono::steady_clock::now() - start;
     expectIssueOf(result, PhoneIssueClassifier::kTimedOut, true);
     EXPECT_GE(elapsed.count(), 0.6);
