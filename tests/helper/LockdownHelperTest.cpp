@@ -51,6 +51,13 @@ protected:
         return singleJsonLine(run(TOVRIN_LOCKDOWN_HELPER, arguments), exitCode);
     }
 
+    // Turning the Wi-Fi connections on fails with `error` and exit code `exitCode`.
+    void expectTurningOnFails(const std::string& error, int exitCode) const {
+        int code = -1;
+        EXPECT_EQ(helper({"wifi", kUdid, "on"}, code)["error"], error);
+        EXPECT_EQ(code, exitCode);
+    }
+
     json setValueRequests() const { return m_phone->stats()["devices"][kSerial]["setValue"]; }
 
     TemporaryFolder m_folder;
@@ -96,9 +103,7 @@ TEST_F(LockdownHelperTest, APhoneThatDoesNotTrustThisComputerIsNotTrusted) {
 
 TEST_F(LockdownHelperTest, NoPairRecordIsNotTrustedAndStartsNoPairing) {
     startPhone(phone("usb", {{"fault", "missing_pair_record"}}));
-    int code = -1;
-    EXPECT_EQ(helper({"wifi", kUdid, "on"}, code)["error"], "MissingPairRecord");
-    EXPECT_EQ(code, protocol::kExitNotTrusted);
+    expectTurningOnFails("MissingPairRecord", protocol::kExitNotTrusted);
     const auto requests = m_phone->stats()["devices"][kSerial]["requests"];
     EXPECT_FALSE(requests.contains("Pair"));
     EXPECT_TRUE(m_phone->stats()["pairRecordsSaved"].empty());
@@ -106,9 +111,7 @@ TEST_F(LockdownHelperTest, NoPairRecordIsNotTrustedAndStartsNoPairing) {
 
 TEST_F(LockdownHelperTest, ALockedPhoneIsPassedThroughByName) {
     startPhone(phone("usb", {{"fault", "locked"}}));
-    int code = -1;
-    EXPECT_EQ(helper({"wifi", kUdid, "on"}, code)["error"], "PasswordProtected");
-    EXPECT_EQ(code, protocol::kExitLockdownError);
+    expectTurningOnFails("PasswordProtected", protocol::kExitLockdownError);
 }
 
 TEST_F(LockdownHelperTest, ARefusedChangeIsPassedThroughByName) {
@@ -121,16 +124,13 @@ TEST_F(LockdownHelperTest, ARefusedChangeIsPassedThroughByName) {
 }
 
 TEST_F(LockdownHelperTest, APhoneOnlyOnWifiCannotBeChangedOverUsb) {
-    startPhone(phone("usb", {{"connection", "network"}}));
-    int code = -1;
-    EXPECT_EQ(helper({"wifi", kUdid, "on"}, code)["error"], "NoDevice");
-    EXPECT_EQ(code, protocol::kExitNoDevice);
+    startPhone(phone("network"));
+    expectTurningOnFails("NoDevice", protocol::kExitNoDevice);
 }
 
 TEST_F(LockdownHelperTest, NoMuxerIsMuxerUnavailable) {
+    expectTurningOnFails("MuxerUnavailable", protocol::kExitMuxerUnavailable);
     int code = -1;
-    EXPECT_EQ(helper({"wifi", kUdid, "on"}, code)["error"], "MuxerUnavailable");
-    EXPECT_EQ(code, protocol::kExitMuxerUnavailable);
     EXPECT_EQ(helper({"list"}, code), (json{{"error", "MuxerUnavailable"}}));
     EXPECT_EQ(code, protocol::kExitMuxerUnavailable);
 }
