@@ -230,8 +230,7 @@ TEST_F(AmbrelViewTest, IdleCardRunsOnlyItsThirtySecondClock) {
 }
 
 TEST_F(AmbrelViewTest, GaugesShowTheMonitorsReadings) {
-    m_harness.setMacBattery(50);
-    m_harness.monitor().refreshMac();
+    m_harness.readMacBattery(50);
     auto view = makeView();
     const auto* mac = view->macGauge();
     EXPECT_EQ(mac->titleLine()->text(), q("MacBook Pro"));
@@ -271,8 +270,7 @@ TEST_F(AmbrelViewTest, PhoneGaugeFollowsTheReadCycle) {
 }
 
 TEST_F(AmbrelViewTest, ClockTickAgesTheTimeStamps) {
-    m_harness.setMacBattery(50);
-    m_harness.monitor().refreshMac();
+    m_harness.readMacBattery(50);
     auto view = makeView();
     EXPECT_EQ(view->macGauge()->statusLine()->text(), q("Updated \u00b7 9:41\u202fAM"));
     // A day later without any change published, only the clock brings the card up to date.
@@ -441,8 +439,7 @@ TEST_F(AmbrelViewTest, LookChangeRestylesTheMenuAndTheSheet) {
 
 TEST_F(AmbrelViewTest, LookChangeRedrawsTheGlassAndTheRings) {
     m_style->appearance().setForcedLook(Look::light);
-    m_harness.setMacBattery(50);
-    m_harness.monitor().refreshMac();
+    m_harness.readMacBattery(50);
     auto view = makeView();
     testing::showAndSettle(*view);
     const GaugeRing* ring = view->macGauge()->ring();

@@ -72,16 +72,14 @@ TEST_P(CardArtifactsTest, CardWithoutReadings) {
 }
 
 TEST_P(CardArtifactsTest, CardWithGoodReadings) {
-    m_harness.setMacBattery(82, true, true);
-    m_harness.monitor().refreshMac();
+    m_harness.readMacBattery(82, true, true);
     m_harness.answerPhone(64, "Anna\u2019s iPhone");
     m_harness.readPhoneNow();
     saveCard(QStringLiteral("good"));
 }
 
 TEST_P(CardArtifactsTest, CardWithStaleAndFailedReadings) {
-    m_harness.setMacBattery(8, true, true);
-    m_harness.monitor().refreshMac();
+    m_harness.readMacBattery(8, true, true);
     m_harness.answerPhone(17, "Anna\u2019s iPhone");
     m_harness.readPhoneNow();
     m_harness.scheduler().shiftClock(24 * 3600.0);

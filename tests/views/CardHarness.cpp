@@ -40,6 +40,11 @@ void CardHarness::setMacBattery(std::int64_t percentage, bool charging, bool plu
     m_fakes.power->sources = PowerSourceList{battery};
 }
 
+void CardHarness::readMacBattery(std::int64_t percentage, bool charging, bool pluggedIn) {
+    setMacBattery(percentage, charging, pluggedIn);
+    m_monitor->refreshMac();
+}
+
 void CardHarness::answerPhone(std::int64_t percentage, const std::string& name,
                               const std::string& source) {
     m_answer->percentage = percentage;

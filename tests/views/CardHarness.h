@@ -32,6 +32,8 @@ public:
 
     // This computer's battery at `percentage` of capacity from now on.
     void setMacBattery(std::int64_t percentage, bool charging = false, bool pluggedIn = false);
+    // The same, and the monitor reads it now.
+    void readMacBattery(std::int64_t percentage, bool charging = false, bool pluggedIn = false);
     // The next phone reads succeed with this reading, dated at the moment of the read.
     void answerPhone(std::int64_t percentage, const std::string& name = "Work iPhone",
                      const std::string& source = "Wi-Fi");

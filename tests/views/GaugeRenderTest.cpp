@@ -35,8 +35,7 @@ protected:
     }
 
     QColor macRingAt(std::int64_t percentage, double degrees, qreal devicePixelRatio = 1.0) {
-        m_harness.setMacBattery(percentage);
-        m_harness.monitor().refreshMac();
+        m_harness.readMacBattery(percentage);
         AmbrelView view(m_style, m_harness.monitor(), m_harness.locale(), {}, {}, {});
         testing::showAndSettle(view);
         return ringColour(view, *view.macGauge(), degrees, devicePixelRatio);
