@@ -39,6 +39,14 @@ QString shown(const QAction* action) {
     return title.replace(QStringLiteral("&&"), QStringLiteral("&"));
 }
 
+// Sends `widget` a mouse event of `type` at the screen point `global`.
+void sendMouse(QWidget* widget, QEvent::Type type, QPoint global, Qt::MouseButton button,
+               Qt::MouseButtons buttons) {
+    QMouseEvent event(type, QPointF(widget->mapFromGlobal(global)), QPointF(global), button,
+                      buttons, Qt::NoModifier);
+    QApplication::sendEvent(widget, &event);
+}
+
 class AmbrelViewTest : public ::testing::Test {
 protected:
     // Views made from now on show `displayName` as the product name, as read from a bundle.
@@ -50,6 +58,13 @@ protected:
         auto view = std::make_unique<AmbrelView>(
             *m_style, m_harness.monitor(), m_locale, [this] { ++m_hides; }, [this] { ++m_quits; },
             [this](QWidget* parent) { m_connectionWindowParents.push_back(parent); });
+        return view;
+    }
+    // A view on screen with the setup sheet open over it.
+    std::unique_ptr<AmbrelView> viewShowingSetup() {
+        auto view = makeView();
+        testing::showAndSettle(*view);
+        view->showSetup();
         return view;
     }
 
@@ -348,24 +363,14 @@ TEST_F(AmbrelViewTest, DragMovesTheWindowWhenTheWindowManagerCannot) {
     view->move(100, 80);
     testing::showAndSettle(*view);
     WidgetDragRegion* region = view->titleArea()->dragRegion();
-    const QPoint local(60, 8);
-    const QPoint global = region->mapToGlobal(local);
-    QMouseEvent press(QEvent::MouseButtonPress, QPointF(local), QPointF(global), Qt::LeftButton,
-                      Qt::LeftButton, Qt::NoModifier);
-    QApplication::sendEvent(region, &press);
+    const QPoint global = region->mapToGlobal(QPoint(60, 8));
+    sendMouse(region, QEvent::MouseButtonPress, global, Qt::LeftButton, Qt::LeftButton);
     // The offscreen platform has no window manager to hand the move to.
     const QPoint moved = global + QPoint(30, 20);
-    QMouseEvent move(QEvent::MouseMove, QPointF(region->mapFromGlobal(moved)), QPointF(moved),
-                     Qt::NoButton, Qt::LeftButton, Qt::NoModifier);
-    QApplication::sendEvent(region, &move);
+    sendMouse(region, QEvent::MouseMove, moved, Qt::NoButton, Qt::LeftButton);
     EXPECT_EQ(view->pos(), QPoint(130, 100));
-    QMouseEvent release(QEvent::MouseButtonRelease, QPointF(local), QPointF(moved), Qt::LeftButton,
-                        Qt::NoButton, Qt::NoModifier);
-    QApplication::sendEvent(region, &release);
-    const QPoint later = moved + QPoint(50, 50);
-    QMouseEvent stray(QEvent::MouseMove, QPointF(region->mapFromGlobal(later)), QPointF(later),
-                      Qt::NoButton, Qt::NoButton, Qt::NoModifier);
-    QApplication::sendEvent(region, &stray);
+    sendMouse(region, QEvent::MouseButtonRelease, moved, Qt::LeftButton, Qt::NoButton);
+    sendMouse(region, QEvent::MouseMove, moved + QPoint(50, 50), Qt::NoButton, Qt::NoButton);
     EXPECT_EQ(view->pos(), QPoint(130, 100));
 }
 
@@ -474,9 +479,7 @@ TEST_F(AmbrelViewTest, SetupSheetOpensFromTheMenuAndTheHelpButton) {
 }
 
 TEST_F(AmbrelViewTest, OpeningTheSheetTwiceKeepsOneSheet) {
-    auto view = makeView();
-    testing::showAndSettle(*view);
-    view->showSetup();
+    auto view = viewShowingSetup();
     IPhoneSetupView* first = view->setupView();
     view->showSetup();
     EXPECT_EQ(view->setupView(), first);
@@ -485,9 +488,7 @@ TEST_F(AmbrelViewTest, OpeningTheSheetTwiceKeepsOneSheet) {
 }
 
 TEST_F(AmbrelViewTest, CheckBatteriesThreeTimesRefreshesThreeTimesAndStaysOpen) {
-    auto view = makeView();
-    testing::showAndSettle(*view);
-    view->showSetup();
+    auto view = viewShowingSetup();
     IPhoneSetupView* sheet = view->setupView();
     ASSERT_NE(sheet, nullptr);
     const int readsBefore = m_harness.macReads();
@@ -501,9 +502,7 @@ TEST_F(AmbrelViewTest, CheckBatteriesThreeTimesRefreshesThreeTimesAndStaysOpen) 
 }
 
 TEST_F(AmbrelViewTest, OpenFinderOnTheSheetOpensTheConnectionWindowOverIt) {
-    auto view = makeView();
-    testing::showAndSettle(*view);
-    view->showSetup();
+    auto view = viewShowingSetup();
     IPhoneSetupView* sheet = view->setupView();
     ASSERT_NE(sheet, nullptr);
     QTest::mouseClick(sheet->openFinderButton(), Qt::LeftButton);
