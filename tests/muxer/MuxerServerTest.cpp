@@ -28,6 +28,8 @@ using namespace std::string_literals;
 
 const std::string kSerial = "00008110001A2B3C4D5E6F70";
 const std::string kUdid = "00008110-001A2B3C4D5E6F70";
+// Another phone's serial.
+const std::string kOtherSerial = "00008030-000A11112222333E";
 
 MuxDevice wifiPhone(std::uint32_t id, const std::string& serial, std::uint16_t port = 62078) {
     MuxDevice device;
@@ -180,6 +182,14 @@ protected:
         return true;
     }
 
+    // The devices listed with this phone on USB as `usbId` and another on Wi-Fi as `wifiId`.
+    std::vector<MuxDevice> listedWithPhones(std::uint32_t usbId, std::uint32_t wifiId) {
+        startMuxer();
+        m_system->addUsbDevice(usbId, kSerial);
+        m_network.setDevices({wifiPhone(wifiId, kOtherSerial)});
+        return listedDevices();
+    }
+
     // The devices the muxer lists to a new client.
     std::vector<MuxDevice> listedDevices() const {
         auto c = client();
@@ -228,10 +238,7 @@ TEST_F(MuxerServerTest, ASocketLeftByACrashedRunIsReplaced) {
 }
 
 TEST_F(MuxerServerTest, ListDevicesMergesUsbAndWiFiPhones) {
-    startMuxer();
-    m_system->addUsbDevice(3, kSerial);
-    m_network.setDevices({wifiPhone(0x10001, "00008030-000A11112222333E")});
-    const auto devices = listedDevices();
+    const auto devices = listedWithPhones(3, 0x10001);
     ASSERT_EQ(devices.size(), 2u);
     EXPECT_EQ(devices[0].deviceId, 3u);
     EXPECT_EQ(devices[0].connection, MuxDevice::Connection::usb);
@@ -246,10 +253,7 @@ TEST_F(MuxerServerTest, ListDevicesMergesUsbAndWiFiPhones) {
 }
 
 TEST_F(MuxerServerTest, AWiFiEntryThatWouldClashWithAUsbIdIsLeftOut) {
-    startMuxer();
-    m_system->addUsbDevice(5, kSerial);
-    m_network.setDevices({wifiPhone(5, "00008030-000A11112222333E")});
-    const auto devices = listedDevices();
+    const auto devices = listedWithPhones(5, 5);
     ASSERT_EQ(devices.size(), 1u);
     EXPECT_EQ(devices[0].connection, MuxDevice::Connection::usb);
 }
@@ -296,7 +300,7 @@ TEST_F(MuxerServerTest, ListingsComeFromAStandingListenAndFollowEveryChange) {
     startMuxer();
     m_system->addUsbDevice(3, kSerial);
     ASSERT_TRUE(standingListenWithin(30s));
-    m_network.setDevices({wifiPhone(0x10001, "00008030-000A11112222333E")});
+    m_network.setDevices({wifiPhone(0x10001, kOtherSerial)});
     const auto devices = listedDevices();
     ASSERT_EQ(devices.size(), 2u);
     EXPECT_EQ(devices[0].deviceId, 3u);
@@ -308,7 +312,7 @@ TEST_F(MuxerServerTest, ListingsComeFromAStandingListenAndFollowEveryChange) {
 
     // A change is listed as soon as the system muxer made it: by asking while the watch has not
     // taken the change in yet, from the watch once it has.
-    m_system->addUsbDevice(4, "00008030-000A11112222333E");
+    m_system->addUsbDevice(4, kOtherSerial);
     EXPECT_EQ(listedUsbIds(), (std::vector<std::uint32_t>{3, 4}));
     m_system->removeUsbDevice(3);
     EXPECT_EQ(listedUsbIds(), std::vector<std::uint32_t>{4});
