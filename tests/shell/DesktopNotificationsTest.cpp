@@ -179,6 +179,12 @@ protected:
     bool callsReach(std::size_t count) {
         return pumpUntil([&] { return m_server.calls.size() >= count; });
     }
+    // The second call the server got closed the first alert.
+    void expectFirstAlertClosed() {
+        ASSERT_TRUE(callsReach(2));
+        EXPECT_EQ(m_server.calls[1],
+                  "CloseNotification(" + std::to_string(m_server.notified[0].id) + ")");
+    }
 
     static inline int s_connections = 0;
     int m_closedOnDesktop = 0;
@@ -245,9 +251,7 @@ TEST_F(DesktopNotificationsTest, RearmedAfterRecoveringFivePoints) {
     feed(24);
     feed(19);
     feed(25);
-    ASSERT_TRUE(callsReach(2));
-    EXPECT_EQ(m_server.calls[1],
-              "CloseNotification(" + std::to_string(m_server.notified[0].id) + ")");
+    ASSERT_NO_FATAL_FAILURE(expectFirstAlertClosed());
     feed(20);
     ASSERT_TRUE(callsReach(3));
     ASSERT_EQ(m_server.notified.size(), 2U);
@@ -259,9 +263,7 @@ TEST_F(DesktopNotificationsTest, ChargingClosesTheAlert) {
     feed(18);
     ASSERT_TRUE(callsReach(1));
     feed(18, true);
-    ASSERT_TRUE(callsReach(2));
-    EXPECT_EQ(m_server.calls[1],
-              "CloseNotification(" + std::to_string(m_server.notified[0].id) + ")");
+    ASSERT_NO_FATAL_FAILURE(expectFirstAlertClosed());
     // Unplugged again while still low: that is a new fall.
     feed(17);
     ASSERT_TRUE(callsReach(3));
@@ -272,9 +274,7 @@ TEST_F(DesktopNotificationsTest, ChargingBeforeTheIdArrivesStillCloses) {
     // Both asked in one go, before the server has answered the first call.
     feed(18);
     feed(18, true);
-    ASSERT_TRUE(callsReach(2));
-    EXPECT_EQ(m_server.calls[1],
-              "CloseNotification(" + std::to_string(m_server.notified[0].id) + ")");
+    ASSERT_NO_FATAL_FAILURE(expectFirstAlertClosed());
 }
 
 TEST_F(DesktopNotificationsTest, SnoozeQuietsForThirtyMinutes) {
