@@ -51,6 +51,26 @@ protected:
         return singleJsonLine(tovrin(arguments, program), exitCode);
     }
 
+    // Runs "--enable-wifi" with one phone on USB with `settings`: it exits 1 with `error` and
+    // `message`. Its line.
+    json enableWifiFailing(const json& settings, const std::string& error,
+                           const std::string& message) {
+        startPhone(json::array({phone("usb", settings)}));
+        int code = -1;
+        const auto line = jsonOf({"--enable-wifi"}, code);
+        EXPECT_EQ(code, 1);
+        EXPECT_EQ(line["error"], error);
+        EXPECT_EQ(line["message"], message);
+        return line;
+    }
+
+    // The --diagnose line with the simulated phone serving `devices`.
+    json diagnosisWith(const json& devices) {
+        startPhone(devices);
+        int code = -1;
+        return jsonOf({"--diagnose"}, code);
+    }
+
     // The statuses of a --diagnose line, in order.
     static std::vector<std::string> statuses(const json& line) {
         std::vector<std::string> list;
@@ -110,24 +130,17 @@ TEST_F(ConnectionCommandsTest, EnableWifiWithoutAPhoneOnUsbFails) {
 }
 
 TEST_F(ConnectionCommandsTest, EnableWifiOnAnUntrustingPhoneSaysHowToTrust) {
-    startPhone(json::array({phone("usb", {{"fault", "invalid_host_id"}})}));
-    int code = -1;
-    const auto line = jsonOf({"--enable-wifi"}, code);
-    EXPECT_EQ(code, 1);
-    EXPECT_EQ(line["error"], "InvalidHostID");
+    const auto line = enableWifiFailing({{"fault", "invalid_host_id"}}, "InvalidHostID",
+                                        "Click Trust in the connection window (or run "
+                                        "idevicepair pair), then unlock your iPhone and choose "
+                                        "Trust.");
     EXPECT_EQ(line["udid"], kUdid);
-    EXPECT_EQ(line["message"], "Click Trust in the connection window (or run idevicepair pair), "
-                               "then unlock your iPhone and choose Trust.");
     EXPECT_FALSE(phoneWifiOn());
 }
 
 TEST_F(ConnectionCommandsTest, EnableWifiRefusedByThePhoneFails) {
-    startPhone(json::array({phone("usb", {{"wifiSetReply", "MCProtected"}})}));
-    int code = -1;
-    const auto line = jsonOf({"--enable-wifi"}, code);
-    EXPECT_EQ(code, 1);
-    EXPECT_EQ(line["error"], "MCProtected");
-    EXPECT_EQ(line["message"], "Unlock your iPhone and check again (it answered MCProtected).");
+    enableWifiFailing({{"wifiSetReply", "MCProtected"}}, "MCProtected",
+                      "Unlock your iPhone and check again (it answered MCProtected).");
 }
 
 TEST_F(ConnectionCommandsTest, EnableWifiWithoutAMuxerFails) {
@@ -169,18 +182,15 @@ TEST_F(ConnectionCommandsTest, DiagnoseNamesASilentSystemMuxer) {
 }
 
 TEST_F(ConnectionCommandsTest, DiagnoseNamesNoPhoneOnUsb) {
-    startPhone(json::array());
-    int code = -1;
-    const auto line = jsonOf({"--diagnose"}, code);
+    const auto line = diagnosisWith(json::array());
     EXPECT_EQ(statuses(line),
               (std::vector<std::string>{"passed", "passed", "failed", "skipped", "skipped",
                                         "failed", "skipped", "skipped", "skipped", "skipped"}));
 }
 
 TEST_F(ConnectionCommandsTest, DiagnoseNamesAnUntrustedComputer) {
-    startPhone(json::array({phone("usb", {{"fault", "missing_pair_record"}})}));
-    int code = -1;
-    const auto line = jsonOf({"--diagnose"}, code);
+    const auto line =
+        diagnosisWith(json::array({phone("usb", {{"fault", "missing_pair_record"}})}));
     EXPECT_EQ(line["checks"][3]["status"], "failed");
     EXPECT_EQ(line["checks"][4]["status"], "skipped");
     // Checking trust never starts a pairing behind the user's back.
@@ -188,9 +198,7 @@ TEST_F(ConnectionCommandsTest, DiagnoseNamesAnUntrustedComputer) {
 }
 
 TEST_F(ConnectionCommandsTest, DiagnoseNamesALockedPhone) {
-    startPhone(json::array({phone("usb", {{"fault", "locked"}})}));
-    int code = -1;
-    const auto line = jsonOf({"--diagnose"}, code);
+    const auto line = diagnosisWith(json::array({phone("usb", {{"fault", "locked"}})}));
     EXPECT_EQ(line["checks"][3]["status"], "failed");
     EXPECT_EQ(line["checks"][3]["message"], "Unlock your iPhone and check again.");
 }
