@@ -195,26 +195,16 @@ void BM_SyncFromMonitor(benchmark::State& state) {
     }
 }
 
-BENCHMARK(BM_RenderCard1x)
-    ->Unit(benchmark::kMicrosecond)
-    ->Repetitions(5)
-    ->ReportAggregatesOnly(true);
-BENCHMARK(BM_RenderCard2x)
-    ->Unit(benchmark::kMicrosecond)
-    ->Repetitions(5)
-    ->ReportAggregatesOnly(true);
-BENCHMARK(BM_NewReadingAndRenderCard1x)
-    ->Unit(benchmark::kMicrosecond)
-    ->Repetitions(5)
-    ->ReportAggregatesOnly(true);
-BENCHMARK(BM_NewReadingAndRenderCard2x)
-    ->Unit(benchmark::kMicrosecond)
-    ->Repetitions(5)
-    ->ReportAggregatesOnly(true);
-BENCHMARK(BM_SyncFromMonitor)
-    ->Unit(benchmark::kMicrosecond)
-    ->Repetitions(5)
-    ->ReportAggregatesOnly(true);
+// Every card benchmark: five runs, reported as their aggregates, in microseconds.
+void fiveRunsInMicroseconds(benchmark::internal::Benchmark* family) {
+    family->Unit(benchmark::kMicrosecond)->Repetitions(5)->ReportAggregatesOnly(true);
+}
+
+BENCHMARK(BM_RenderCard1x)->Apply(fiveRunsInMicroseconds);
+BENCHMARK(BM_RenderCard2x)->Apply(fiveRunsInMicroseconds);
+BENCHMARK(BM_NewReadingAndRenderCard1x)->Apply(fiveRunsInMicroseconds);
+BENCHMARK(BM_NewReadingAndRenderCard2x)->Apply(fiveRunsInMicroseconds);
+BENCHMARK(BM_SyncFromMonitor)->Apply(fiveRunsInMicroseconds);
 
 } // namespace
 
