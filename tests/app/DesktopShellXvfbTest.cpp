@@ -90,6 +90,14 @@ double meanLuminance(const QImage& image) {
     return count == 0 ? -1 : sum / count;
 }
 
+// The panel stands at (x, y) at its fixed size.
+void expectPanelAt(const PanelWindow& panel, int x, int y) {
+    EXPECT_EQ(panel.x, x);
+    EXPECT_EQ(panel.y, y);
+    EXPECT_EQ(panel.width, 360);
+    EXPECT_EQ(panel.height, 170);
+}
+
 class DesktopShellXvfbTest : public ::testing::Test {
 protected:
     DesktopShellXvfbTest() : executable(testing::makeBundle(folder.path() / "install")) {}
@@ -174,10 +182,7 @@ TEST_F(DesktopShellXvfbTest, FirstRunSitsTopRightAndIsRemembered) {
     auto widget = launch();
     const auto panels = waitForPanels();
     ASSERT_EQ(panels.size(), 1u) << widget->errorOutput();
-    EXPECT_EQ(panels.front().width, 360);
-    EXPECT_EQ(panels.front().height, 170);
-    EXPECT_EQ(panels.front().x, 1056);
-    EXPECT_EQ(panels.front().y, 24);
+    expectPanelAt(panels.front(), 1056, 24);
     EXPECT_TRUE(testing::eventually(
         [this] {
             return testing::readText(settingsFile())
@@ -192,10 +197,7 @@ TEST_F(DesktopShellXvfbTest, SavedFrameOfAnotherSizeComesBackAtPanelSize) {
     auto widget = launch();
     const auto panels = waitForPanels();
     ASSERT_EQ(panels.size(), 1u) << widget->errorOutput();
-    EXPECT_EQ(panels.front().x, 100);
-    EXPECT_EQ(panels.front().y, 200);
-    EXPECT_EQ(panels.front().width, 360);
-    EXPECT_EQ(panels.front().height, 170);
+    expectPanelAt(panels.front(), 100, 200);
 }
 
 TEST_F(DesktopShellXvfbTest, SavedFrameOffEveryScreenComesBackOnTheMainScreen) {
