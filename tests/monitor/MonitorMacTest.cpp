@@ -47,6 +47,11 @@ protected:
                     std::filesystem::path("/nonexistent/cache.json")) {
         return std::make_unique<BatteryMonitor>(services(), std::move(tools), std::move(cache));
     }
+    // This computer's battery was read `reads` times, and one phone read waits on the worker.
+    void expectMacReadsWithAPhoneReadWaiting(int reads) const {
+        EXPECT_EQ(power->calls, reads);
+        EXPECT_EQ(worker->pendingJobs(), 1u);
+    }
     std::unique_ptr<BatteryMonitor> startedMonitor() {
         auto monitor = makeMonitor();
         monitor->start();
@@ -98,8 +103,7 @@ TEST_F(MonitorMacTest, WithoutApplicationSupportTheCacheLivesInTheTemporaryFolde
 TEST_F(MonitorMacTest, StartTwiceReadsOnceAndMakesOneTimer) {
     const auto monitor = startedMonitor();
     monitor->start();
-    EXPECT_EQ(power->calls, 1);
-    EXPECT_EQ(worker->pendingJobs(), 1u);
+    expectMacReadsWithAPhoneReadWaiting(1);
     EXPECT_EQ(scheduler->validTimerCount(), 1);
     EXPECT_EQ(scheduler->scheduledIntervals(), std::vector<double>{60.0});
     ASSERT_TRUE(monitor->mac());
@@ -126,8 +130,7 @@ TEST_F(MonitorMacTest, MacTimerFiresEverySixtySeconds) {
 TEST_F(MonitorMacTest, RefreshAllBeforeStartReadsWithoutTimers) {
     const auto monitor = makeMonitor();
     monitor->refreshAll();
-    EXPECT_EQ(power->calls, 1);
-    EXPECT_EQ(worker->pendingJobs(), 1u);
+    expectMacReadsWithAPhoneReadWaiting(1);
     EXPECT_EQ(scheduler->validTimerCount(), 0);
     monitor->refresh();
     EXPECT_EQ(power->calls, 2);
@@ -136,8 +139,7 @@ TEST_F(MonitorMacTest, RefreshAllBeforeStartReadsWithoutTimers) {
 TEST_F(MonitorMacTest, RefreshAllDuringAPhoneReadReadsOnlyTheMacAgain) {
     const auto monitor = startedMonitor();
     monitor->refreshAll();
-    EXPECT_EQ(power->calls, 2);
-    EXPECT_EQ(worker->pendingJobs(), 1u);
+    expectMacReadsWithAPhoneReadWaiting(2);
     EXPECT_TRUE(monitor->isRefreshingPhone());
 }
 
