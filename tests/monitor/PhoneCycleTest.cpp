@@ -31,6 +31,13 @@ protected:
         EXPECT_EQ(monitor.lastPhoneAttempt(), due);
     }
 
+    // A monitor whose phone read has just started.
+    std::unique_ptr<BatteryMonitor> monitorReadingPhone() {
+        auto monitor = h.makeMonitor();
+        monitor->refreshPhone();
+        return monitor;
+    }
+
     CycleHarness h;
 };
 
@@ -113,8 +120,7 @@ TEST_F(PhoneCycleTest, TwoRefreshesInARowStartOneRead) {
 }
 
 TEST_F(PhoneCycleTest, SuccessOverWiFiAppliesInOrderSavesAndArmsTheNextCheck) {
-    auto monitor = h.makeMonitor();
-    monitor->refreshPhone();
+    auto monitor = monitorReadingPhone();
     ChangeLog log(*monitor);
     bool cacheWrittenBeforeIdle = false;
     monitor->addObserver([&](MonitorProperty property, ChangePhase phase) {
@@ -161,8 +167,7 @@ TEST_F(PhoneCycleTest, WiFiStatusIsBuiltFromThePhoneInterval) {
 }
 
 TEST_F(PhoneCycleTest, SuccessOverUsbShowsTheCableText) {
-    auto monitor = h.makeMonitor();
-    monitor->refreshPhone();
+    auto monitor = monitorReadingPhone();
     h.phone.enqueue(success(h.now(), 90, "USB"));
     h.finishReads();
     EXPECT_EQ(monitor->phoneStatus(), kConnectedByUsb);
@@ -186,8 +191,7 @@ TEST_F(PhoneCycleTest, SourceComparisonIsExactAndCaseSensitive) {
 }
 
 TEST_F(PhoneCycleTest, FailureAppliesStateThenMessageAndKeepsTheReading) {
-    auto monitor = h.makeMonitor();
-    monitor->refreshPhone();
+    auto monitor = monitorReadingPhone();
     h.phone.enqueue(success(h.now(), 77, "Wi-Fi", kUdid));
     h.finishReads();
     const std::string savedText = readText(h.cacheFile());
@@ -244,8 +248,7 @@ TEST_F(PhoneCycleTest, EveryIssueStateIsShownAsItComes) {
 }
 
 TEST_F(PhoneCycleTest, NewReadingReplacesTheRememberedPhone) {
-    auto monitor = h.makeMonitor();
-    monitor->refreshPhone();
+    auto monitor = monitorReadingPhone();
     h.phone.enqueue(success(h.now(), 40, "USB", kUdid));
     h.finishReads();
     monitor->refreshPhone();
@@ -262,8 +265,7 @@ TEST_F(PhoneCycleTest, NewReadingReplacesTheRememberedPhone) {
 }
 
 TEST_F(PhoneCycleTest, TransientFailureIsRetriedOnceAfterHalfASecond) {
-    auto monitor = h.makeMonitor();
-    monitor->refreshPhone();
+    auto monitor = monitorReadingPhone();
     ChangeLog log(*monitor);
     const Date started = h.now();
     h.phone.enqueue(failure(PhoneSetupState::notFound, kTemporarilyUnavailable, true));
@@ -293,8 +295,7 @@ TEST_F(PhoneCycleTest, TransientFailureIsRetriedOnceAfterHalfASecond) {
 }
 
 TEST_F(PhoneCycleTest, TwoTransientFailuresShowTheSecondAndNeverTryAThirdTime) {
-    auto monitor = h.makeMonitor();
-    monitor->refreshPhone();
+    auto monitor = monitorReadingPhone();
     h.phone.enqueue(failure(PhoneSetupState::notFound, kTemporarilyUnavailable, true));
     h.phone.enqueue(failure(PhoneSetupState::unavailable, "second transient", true));
     h.worker->runJobs();
@@ -314,8 +315,7 @@ TEST_F(PhoneCycleTest, TwoTransientFailuresShowTheSecondAndNeverTryAThirdTime) {
 }
 
 TEST_F(PhoneCycleTest, TransientThenPermanentFailureShowsThePermanentOne) {
-    auto monitor = h.makeMonitor();
-    monitor->refreshPhone();
+    auto monitor = monitorReadingPhone();
     h.phone.enqueue(failure(PhoneSetupState::notFound, kTemporarilyUnavailable, true));
     h.phone.enqueue(failure(PhoneSetupState::notFound, kLocked, false));
     h.finishReads();
@@ -324,8 +324,7 @@ TEST_F(PhoneCycleTest, TransientThenPermanentFailureShowsThePermanentOne) {
 }
 
 TEST_F(PhoneCycleTest, NonTransientFailureIsNotRetried) {
-    auto monitor = h.makeMonitor();
-    monitor->refreshPhone();
+    auto monitor = monitorReadingPhone();
     h.phone.enqueue(failure(PhoneSetupState::notFound, kLocked, false));
     h.finishReads();
     EXPECT_EQ(h.phone.calls().size(), 1u);
@@ -335,8 +334,7 @@ TEST_F(PhoneCycleTest, NonTransientFailureIsNotRetried) {
 }
 
 TEST_F(PhoneCycleTest, NextCheckIsAbsentDuringAReadAndDueThreeHundredSecondsAfterIt) {
-    auto monitor = h.makeMonitor();
-    monitor->refreshPhone();
+    auto monitor = monitorReadingPhone();
     EXPECT_FALSE(monitor->nextPhoneCheck().has_value());
     // The read takes 7 s; the clock for the next check starts when its outcome is applied.
     h.phone.enqueue(success(h.now()));
@@ -360,8 +358,7 @@ TEST_F(PhoneCycleTest, NextCheckIsAbsentDuringAReadAndDueThreeHundredSecondsAfte
 }
 
 TEST_F(PhoneCycleTest, AutomaticReadsFollowEveryThreeHundredSecondsAfterEachEnd) {
-    auto monitor = h.makeMonitor();
-    monitor->refreshPhone();
+    auto monitor = monitorReadingPhone();
     std::vector<Date> starts;
     for (int round = 0; round < 4; ++round) {
         h.phone.enqueue(round % 2 == 0 ? success(h.now())
@@ -380,8 +377,7 @@ TEST_F(PhoneCycleTest, AutomaticReadsFollowEveryThreeHundredSecondsAfterEachEnd)
 }
 
 TEST_F(PhoneCycleTest, ManualRefreshBeforeADueCheckCancelsIt) {
-    auto monitor = h.makeMonitor();
-    monitor->refreshPhone();
+    auto monitor = monitorReadingPhone();
     h.phone.enqueue(success(h.now()));
     h.finishReads();
     const Date firstEnd = h.now();
@@ -406,8 +402,7 @@ TEST_F(PhoneCycleTest, ManualRefreshBeforeADueCheckCancelsIt) {
 }
 
 TEST_F(PhoneCycleTest, RefreshAllDuringAReadReadsTheMacAgainButNotThePhone) {
-    auto monitor = h.makeMonitor();
-    monitor->refreshPhone();
+    auto monitor = monitorReadingPhone();
     const int macReads = h.power->calls;
     monitor->refreshAll();
     EXPECT_EQ(h.power->calls, macReads + 1);
@@ -430,8 +425,7 @@ TEST_F(PhoneCycleTest, StartTwiceReadsThePhoneOnce) {
 }
 
 TEST_F(PhoneCycleTest, OutcomeForAMonitorThatIsGoneIsDropped) {
-    auto monitor = h.makeMonitor();
-    monitor->refreshPhone();
+    auto monitor = monitorReadingPhone();
     h.phone.enqueue(success(h.now()));
     h.worker->runJobs();
     // The outcome is on its way to the main thread when the monitor goes.
@@ -444,8 +438,7 @@ TEST_F(PhoneCycleTest, OutcomeForAMonitorThatIsGoneIsDropped) {
 }
 
 TEST_F(PhoneCycleTest, ReadNotYetStartedForAMonitorThatIsGoneNeverRuns) {
-    auto monitor = h.makeMonitor();
-    monitor->refreshPhone();
+    auto monitor = monitorReadingPhone();
     monitor.reset();
     EXPECT_EQ(h.worker->runJobs(), 1);
     EXPECT_THAT(h.phone.calls(), IsEmpty());
@@ -476,8 +469,7 @@ TEST_F(PhoneCycleTest, MonitorGoneDuringATransientFailureIsNotRetried) {
 }
 
 TEST_F(PhoneCycleTest, PendingCheckOfAMonitorThatIsGoneDoesNothing) {
-    auto monitor = h.makeMonitor();
-    monitor->refreshPhone();
+    auto monitor = monitorReadingPhone();
     h.phone.enqueue(success(h.now()));
     h.finishReads();
     EXPECT_EQ(h.scheduler->validTimerCount(), 1);
@@ -488,8 +480,7 @@ TEST_F(PhoneCycleTest, PendingCheckOfAMonitorThatIsGoneDoesNothing) {
 }
 
 TEST_F(PhoneCycleTest, ReadingStaysOnScreenAndTurnsStaleAcrossFailures) {
-    auto monitor = h.makeMonitor();
-    monitor->refreshPhone();
+    auto monitor = monitorReadingPhone();
     h.phone.enqueue(success(h.now()));
     h.finishReads();
     const Date taken = monitor->phone()->lastUpdated();
