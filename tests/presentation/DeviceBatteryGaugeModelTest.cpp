@@ -127,14 +127,11 @@ TEST_F(DeviceBatteryGaugeModelTest, ColourBands) {
 }
 
 TEST_F(DeviceBatteryGaugeModelTest, ChargingNeverChangesTheColour) {
-    Reading reading = phoneAt(8, true, true);
-    EXPECT_EQ(phone(reading).gaugeColor(), ColorRole::red);
+    EXPECT_EQ(phone(phoneAt(8, true, true)).gaugeColor(), ColorRole::red);
 }
 
 TEST_F(DeviceBatteryGaugeModelTest, StaleReadingIsOrangeFadedAndLastKnown) {
-    Reading reading = phoneAt(95);
-    const Date now = kNineFortyOne.addingSeconds(601);
-    const auto gauge = phone(reading, false, false, now);
+    const auto gauge = phone(phoneAt(95), false, false, kNineFortyOne.addingSeconds(601));
     EXPECT_TRUE(gauge.isDoubtful());
     EXPECT_EQ(gauge.gaugeColor(), ColorRole::orange);
     EXPECT_DOUBLE_EQ(gauge.arcOpacity(), 0.75);
@@ -242,24 +239,21 @@ TEST_F(DeviceBatteryGaugeModelTest, UpdateHelpOfAConfirmedReading) {
 }
 
 TEST_F(DeviceBatteryGaugeModelTest, ChargingAndPluggedInShowTheBolt) {
-    Reading reading = phoneAt(54, true, true);
-    const auto gauge = phone(reading);
+    const auto gauge = phone(phoneAt(54, true, true));
     EXPECT_EQ(gauge.powerSymbol(), GaugeSymbol::charging);
     EXPECT_EQ(gauge.accessibilityLabel(), "Work iPhone, 54 percent, charging");
     EXPECT_EQ(gauge.updateHelp().rfind("Charging \u00b7 USB \u00b7 ", 0), 0u);
 }
 
 TEST_F(DeviceBatteryGaugeModelTest, PluggedInNotChargingShowsThePlug) {
-    Reading reading = phoneAt(100, false, true);
-    const auto gauge = phone(reading);
+    const auto gauge = phone(phoneAt(100, false, true));
     EXPECT_EQ(gauge.powerSymbol(), GaugeSymbol::pluggedIn);
     EXPECT_EQ(gauge.accessibilityLabel(), "Work iPhone, 100 percent, plugged in");
     EXPECT_EQ(gauge.updateHelp().rfind("Plugged in \u00b7 ", 0), 0u);
 }
 
 TEST_F(DeviceBatteryGaugeModelTest, ChargingWithoutPowerShowsNoSymbolButSaysCharging) {
-    Reading reading = phoneAt(54, true);
-    const auto gauge = phone(reading);
+    const auto gauge = phone(phoneAt(54, true));
     EXPECT_FALSE(gauge.powerSymbol().has_value());
     EXPECT_EQ(gauge.accessibilityLabel(), "Work iPhone, 54 percent, charging");
 }
