@@ -53,6 +53,21 @@ LockdownError malformed() {
     return {LockdownFailure::helperBroken, "HelperFailed"};
 }
 
+// The value under `key` in the helper's reply: the reply's own error, or a malformed one when
+// the value is missing or not of the kind `isKind` asks for.
+Expected<json, LockdownError> replyValue(const CommandOutput& output, const char* key,
+                                         bool (json::*isKind)() const noexcept) {
+    auto reply = replyOf(output);
+    if (!reply) {
+        return unexpected(reply.error());
+    }
+    const auto found = reply.value().find(key);
+    if (found == reply.value().end() || !((*found).*isKind)()) {
+        return unexpected(malformed());
+    }
+    return *found;
+}
+
 PhoneLink linkOf(const json& value) {
     return value == protocol::kNetworkConnection ? PhoneLink::wifi : PhoneLink::usb;
 }
@@ -117,16 +132,12 @@ Expected<bool, std::string> LockdownHelper::pair(const std::string& udid) const 
 
 Expected<std::vector<PhoneOnMuxer>, LockdownError>
 LockdownHelper::parseList(const CommandOutput& output) {
-    auto reply = replyOf(output);
-    if (!reply) {
-        return unexpected(reply.error());
-    }
-    const auto found = reply.value().find(protocol::kDevicesKey);
-    if (found == reply.value().end() || !found->is_array()) {
-        return unexpected(malformed());
+    const auto devices = replyValue(output, protocol::kDevicesKey, &json::is_array);
+    if (!devices) {
+        return unexpected(devices.error());
     }
     std::vector<PhoneOnMuxer> phones;
-    for (const auto& entry : *found) {
+    for (const auto& entry : devices.value()) {
         if (!entry.is_object() || !entry.contains(protocol::kUdidKey) ||
             !entry[protocol::kUdidKey].is_string()) {
             return unexpected(malformed());
@@ -163,15 +174,11 @@ Expected<PhoneDetails, LockdownError> LockdownHelper::parseDetails(const Command
 }
 
 Expected<bool, LockdownError> LockdownHelper::parseWifi(const CommandOutput& output) {
-    auto reply = replyOf(output);
-    if (!reply) {
-        return unexpected(reply.error());
+    const auto value = replyValue(output, protocol::kWifiConnectionsKey, &json::is_boolean);
+    if (!value) {
+        return unexpected(value.error());
     }
-    const auto found = reply.value().find(protocol::kWifiConnectionsKey);
-    if (found == reply.value().end() || !found->is_boolean()) {
-        return unexpected(malformed());
-    }
-    return found->get<bool>();
+    return value.value().get<bool>();
 }
 
 } // namespace ambrel
