@@ -106,6 +106,18 @@ plist_t typedItem(plist_t dictionary, const char* key, plist_type type) {
     return node != nullptr && plist_get_node_type(node) == type ? node : nullptr;
 }
 
+// The bytes of the value under `key` when it is of `type`, read with `read` and their length.
+std::optional<std::string> bytesIn(plist_t dictionary, const char* key, plist_type type,
+                                   const char* (*read)(plist_t, std::uint64_t*)) {
+    const plist_t node = typedItem(dictionary, key, type);
+    if (node == nullptr) {
+        return std::nullopt;
+    }
+    std::uint64_t length = 0;
+    const char* bytes = read(node, &length);
+    return bytes != nullptr ? std::string(bytes, length) : std::string();
+}
+
 } // namespace
 
 std::optional<MuxHeader> decodeMuxHeader(std::string_view bytes) {
@@ -159,14 +171,8 @@ PlistNode parseMuxPlist(std::string_view xml) {
 }
 
 std::optional<std::string> stringIn(plist_t dictionary, const char* key) {
-    const plist_t node = typedItem(dictionary, key, PLIST_STRING);
-    if (node == nullptr) {
-        return std::nullopt;
-    }
     // Read with its length: plist_get_string_val asserts on a text with a NUL inside.
-    std::uint64_t length = 0;
-    const char* text = plist_get_string_ptr(node, &length);
-    return text != nullptr ? std::string(text, length) : std::string();
+    return bytesIn(dictionary, key, PLIST_STRING, plist_get_string_ptr);
 }
 
 std::optional<std::uint64_t> integerIn(plist_t dictionary, const char* key) {
@@ -180,13 +186,7 @@ std::optional<std::uint64_t> integerIn(plist_t dictionary, const char* key) {
 }
 
 std::optional<std::string> dataIn(plist_t dictionary, const char* key) {
-    const plist_t node = typedItem(dictionary, key, PLIST_DATA);
-    if (node == nullptr) {
-        return std::nullopt;
-    }
-    std::uint64_t length = 0;
-    const char* bytes = plist_get_data_ptr(node, &length);
-    return bytes != nullptr ? std::string(bytes, length) : std::string();
+    return bytesIn(dictionary, key, PLIST_DATA, plist_get_data_ptr);
 }
 
 std::optional<MuxRequest> parseMuxRequest(std::string_view payload) {
