@@ -1,6 +1,7 @@
 #include "muxer/MuxMessage.h"
 
 #include <string>
+#include <string_view>
 
 #include <gtest/gtest.h>
 
@@ -47,29 +48,34 @@ TEST(MuxMessageTest, HeadersOutsideTheProtocolAreRefused) {
     EXPECT_FALSE(isAcceptableMuxHeader({0xFFFFFFFFu, 1, 8, 1}));
 }
 
+// `payload` parses as a request of `type`, which goes to `request`.
+void parseAs(std::string_view payload, MuxRequestType type, MuxRequest& request) {
+    const auto parsed = parseMuxRequest(payload);
+    ASSERT_TRUE(parsed);
+    EXPECT_EQ(parsed->type, type);
+    request = *parsed;
+}
+
 TEST(MuxMessageTest, RequestsAreClassifiedByMessageType) {
-    const auto list = parseMuxRequest(kListDevicesPayload);
-    ASSERT_TRUE(list);
-    EXPECT_EQ(list->type, MuxRequestType::listDevices);
-    EXPECT_EQ(list->messageType, "ListDevices");
+    MuxRequest list;
+    ASSERT_NO_FATAL_FAILURE(parseAs(kListDevicesPayload, MuxRequestType::listDevices, list));
+    EXPECT_EQ(list.messageType, "ListDevices");
 
-    const auto connect =
-        parseMuxRequest(plistDocument("<key>DeviceID</key><integer>7</integer>"
-                                      "<key>MessageType</key><string>Connect</string>"
-                                      "<key>PortNumber</key><integer>32498</integer>"));
-    ASSERT_TRUE(connect);
-    EXPECT_EQ(connect->type, MuxRequestType::connect);
-    EXPECT_EQ(connect->deviceId, 7u);
+    MuxRequest connect;
+    ASSERT_NO_FATAL_FAILURE(parseAs(plistDocument("<key>DeviceID</key><integer>7</integer>"
+                                                  "<key>MessageType</key><string>Connect</string>"
+                                                  "<key>PortNumber</key><integer>32498</integer>"),
+                                    MuxRequestType::connect, connect));
+    EXPECT_EQ(connect.deviceId, 7u);
     // libusbmuxd sends the port in network order read as a number: 62078 arrives as 32498.
-    EXPECT_EQ(connect->port, 62078);
+    EXPECT_EQ(connect.port, 62078);
 
-    const auto record =
-        parseMuxRequest(plistDocument("<key>MessageType</key><string>ReadPairRecord</string>"
-                                      "<key>PairRecordID</key>"
-                                      "<string>00008110-001A2B3C4D5E6F70</string>"));
-    ASSERT_TRUE(record);
-    EXPECT_EQ(record->type, MuxRequestType::readPairRecord);
-    EXPECT_EQ(record->pairRecordId, "00008110-001A2B3C4D5E6F70");
+    MuxRequest record;
+    ASSERT_NO_FATAL_FAILURE(
+        parseAs(plistDocument("<key>MessageType</key><string>ReadPairRecord</string>"
+                              "<key>PairRecordID</key><string>00008110-001A2B3C4D5E6F70</string>"),
+                MuxRequestType::readPairRecord, record));
+    EXPECT_EQ(record.pairRecordId, "00008110-001A2B3C4D5E6F70");
 
     const struct {
         const char* name;
@@ -80,11 +86,12 @@ TEST(MuxMessageTest, RequestsAreClassifiedByMessageType) {
                   {"DeletePairRecord", MuxRequestType::deletePairRecord},
                   {"ListListeners", MuxRequestType::other}};
     for (const auto& other : others) {
-        const auto request = parseMuxRequest(
-            plistDocument("<key>MessageType</key><string>"s + other.name + "</string>"));
-        ASSERT_TRUE(request) << other.name;
-        EXPECT_EQ(request->type, other.type) << other.name;
-        EXPECT_EQ(request->messageType, other.name);
+        SCOPED_TRACE(other.name);
+        MuxRequest request;
+        ASSERT_NO_FATAL_FAILURE(
+            parseAs(plistDocument("<key>MessageType</key><string>"s + other.name + "</string>"),
+                    other.type, request));
+        EXPECT_EQ(request.messageType, other.name);
     }
 }
 
