@@ -183,7 +183,7 @@ TEST_F(DesktopShellXvfbTest, FirstRunSitsTopRightAndIsRemembered) {
             return testing::readText(settingsFile())
                        .find("AmbrelPosition=@Rect(1056 24 360 170)") != std::string::npos;
         },
-        std::chrono::seconds(30)))
+        testing::kPatience))
         << testing::readText(settingsFile());
 }
 
@@ -212,8 +212,8 @@ TEST_F(DesktopShellXvfbTest, CaptureAppearsAfterItsDelayAndTheProgramStays) {
     const auto png = folder.path() / "card.png";
     const auto started = std::chrono::steady_clock::now();
     auto widget = launch({"--capture-preview", png.string()});
-    ASSERT_TRUE(testing::eventually([&png] { return std::filesystem::exists(png); },
-                                    std::chrono::seconds(30)))
+    ASSERT_TRUE(
+        testing::eventually([&png] { return std::filesystem::exists(png); }, testing::kPatience))
         << widget->errorOutput();
     // Measured from before the launch, so the panel was shown later still.
     EXPECT_GE(std::chrono::steady_clock::now() - started, AmbrelDelegate::kCaptureDelay);
@@ -239,7 +239,7 @@ TEST_F(DesktopShellXvfbTest, LightAndDarkCapturesDiffer) {
             return std::filesystem::exists(light) && std::filesystem::exists(dark) &&
                    std::filesystem::exists(both);
         },
-        std::chrono::seconds(20)));
+        testing::kPatience));
     const double lightLuminance = meanLuminance(QImage(QString::fromStdString(light.string())));
     const double darkLuminance = meanLuminance(QImage(QString::fromStdString(dark.string())));
     const double bothLuminance = meanLuminance(QImage(QString::fromStdString(both.string())));
@@ -264,11 +264,11 @@ TEST_F(DesktopShellXvfbTest, SecondLaunchBringsTheFirstPanelForwardAndEnds) {
     EXPECT_EQ(*topBefore, other->pid());
 
     const auto again =
-        testing::runProcess({executable.string()}, session("anna"), std::chrono::seconds(30));
+        testing::runProcess({executable.string()}, session("anna"), testing::kPatience);
     EXPECT_EQ(again.exitCode, 0);
     EXPECT_FALSE(again.timedOut);
-    EXPECT_TRUE(testing::eventually([&] { return stackedLast() == first->pid(); },
-                                    std::chrono::seconds(30)))
+    EXPECT_TRUE(
+        testing::eventually([&] { return stackedLast() == first->pid(); }, testing::kPatience))
         << "the first panel did not come forward: " << first->errorOutput();
     EXPECT_EQ(panelWindows(server.display()).size(), 2u) << "no third panel";
     EXPECT_TRUE(first->isRunning());
@@ -283,15 +283,14 @@ TEST_F(DesktopShellXvfbTest, CaptureAskedOfTheRunningCopyIsTakenInTheAskedLook) 
     const auto started = std::chrono::steady_clock::now();
     const auto darkLaunch = testing::runProcess(
         {executable.string(), "--capture-preview", dark.string(), "--preview-dark"}, session(),
-        std::chrono::seconds(30));
+        testing::kPatience);
     EXPECT_EQ(darkLaunch.exitCode, 0);
-    const auto asIsLaunch =
-        testing::runProcess({executable.string(), "--capture-preview", asIs.string()}, session(),
-                            std::chrono::seconds(30));
+    const auto asIsLaunch = testing::runProcess(
+        {executable.string(), "--capture-preview", asIs.string()}, session(), testing::kPatience);
     EXPECT_EQ(asIsLaunch.exitCode, 0);
     ASSERT_TRUE(testing::eventually(
         [&] { return std::filesystem::exists(dark) && std::filesystem::exists(asIs); },
-        std::chrono::seconds(20)))
+        testing::kPatience))
         << running->errorOutput();
     // Taken as at launch: no sooner than four seconds after the request.
     EXPECT_GE(std::chrono::steady_clock::now() - started, AmbrelDelegate::kCaptureDelay);

@@ -59,7 +59,8 @@ protected:
                 EnvironmentChanges{{"DISPLAY", server.display()},
                                    {"HOME", (folder.path() / "wm").string()},
                                    {"XDG_CONFIG_HOME", (folder.path() / "wm").string()}});
-            testing::eventually([&] { return managed() || !windowManager->isRunning(); }, 20s);
+            testing::eventually([&] { return managed() || !windowManager->isRunning(); },
+                                testing::kPatience);
         }
         if (!managed()) {
             // Says whether openbox could not be started, ended (and how), or never took the screen.
@@ -203,12 +204,13 @@ protected:
         const QPoint button = onPanel(*frame, kOnMenuButton);
         pointer(
             {"mousemove", std::to_string(button.x()), std::to_string(button.y()), "click", "1"});
-        if (!testing::eventually([&] { return visibleProgramWindows() == 2u; }, 30s)) {
+        if (!testing::eventually([&] { return visibleProgramWindows() == 2u; },
+                                 testing::kPatience)) {
             return false;
         }
         // Refresh, set up, (the byline is not selectable), Hide.
         pointer({"key", "Down", "Down", "Down", "Return"});
-        return testing::eventually([&] { return !isViewable(*panel); }, 30s);
+        return testing::eventually([&] { return !isViewable(*panel); }, testing::kPatience);
     }
 
     bool frameSaved(const WindowGeometry& frame) const {
@@ -263,7 +265,7 @@ TEST_F(WindowManagerXvfbTest, PanelIsShownOnEveryWorkspace) {
                     std::string("= ") + workspace);
             },
             30s));
-        EXPECT_TRUE(testing::eventually([&] { return isViewable(*panel); }, 30s))
+        EXPECT_TRUE(testing::eventually([&] { return isViewable(*panel); }, testing::kPatience))
             << "not shown on workspace " << workspace;
     }
 }
@@ -307,7 +309,8 @@ TEST_F(WindowManagerXvfbTest, PressOnTheOptionsButtonOpensTheMenuAndDoesNotMove)
     const QPoint button = onPanel(*frame, kOnMenuButton);
     pointer(
         {"mousemove", std::to_string(button.x()), std::to_string(button.y()), "mousedown", "1"});
-    EXPECT_TRUE(testing::eventually([&] { return visibleProgramWindows() == 2u; }, 30s))
+    EXPECT_TRUE(
+        testing::eventually([&] { return visibleProgramWindows() == 2u; }, testing::kPatience))
         << "the options menu did not open";
     pointer({"mousemove", std::to_string(button.x() - 150), std::to_string(button.y() + 200)});
     pointer({"mousemove", std::to_string(button.x() - 300), std::to_string(button.y() + 300)});
@@ -328,12 +331,12 @@ TEST_F(WindowManagerXvfbTest, HiddenFromTheCardAndShownAgainItComesBackInPlaceWi
 
     const auto normal = openNormalWindow("Active window");
     ASSERT_NE(normal, 0u);
-    ASSERT_TRUE(testing::eventually([&] { return activeWindow() == normal; }, 30s));
+    ASSERT_TRUE(testing::eventually([&] { return activeWindow() == normal; }, testing::kPatience));
 
     // Launching the program again shows the panel.
-    const auto again = testing::runProcess({executable.string()}, session(), 10s);
+    const auto again = testing::runProcess({executable.string()}, session(), testing::kPatience);
     EXPECT_EQ(again.exitCode, 0);
-    ASSERT_TRUE(testing::eventually([&] { return isViewable(*panel); }, 10s));
+    ASSERT_TRUE(testing::eventually([&] { return isViewable(*panel); }, testing::kPatience));
     const auto shown = panelGeometry();
     ASSERT_TRUE(shown);
     EXPECT_EQ(shown->x, frame->x);
@@ -369,7 +372,8 @@ public:
             std::vector<std::string>{"/usr/bin/dbus-daemon", "--nofork", "--nopidfile",
                                      "--config-file=" + config.string()},
             EnvironmentChanges{});
-        m_ready = testing::eventually([this] { return std::filesystem::exists(m_socket); }, 10s);
+        m_ready = testing::eventually([this] { return std::filesystem::exists(m_socket); },
+                                      testing::kPatience);
     }
 
     bool isReady() const { return m_ready; }
@@ -397,7 +401,8 @@ public:
             std::vector<std::string>{helper("tovrin_test_login1").string(), m_trigger.string()},
             EnvironmentChanges{{"DBUS_SYSTEM_BUS_ADDRESS", m_bus.address()}});
         m_ready = testing::eventually(
-            [this] { return std::filesystem::exists(m_trigger.string() + ".ready"); }, 10s);
+            [this] { return std::filesystem::exists(m_trigger.string() + ".ready"); },
+            testing::kPatience);
     }
 
     bool isReady() const { return m_ready; }
@@ -444,14 +449,14 @@ TEST_F(WindowManagerXvfbTest, WakeFromSleepRunsOneFullRefresh) {
     auto widget =
         launch({{"TOVRIN_FAKE_SCENARIO", scenario.string()}, {"TOVRIN_FAKE_LOG", log.string()}});
     ASSERT_TRUE(panel) << widget->errorOutput();
-    ASSERT_TRUE(testing::eventually([&] { return reads() == std::pair(1, 1); }, 20s))
+    ASSERT_TRUE(testing::eventually([&] { return reads() == std::pair(1, 1); }, testing::kPatience))
         << testing::readText(log) << widget->errorOutput();
     // The read at start is over, and the next one is minutes away.
     EXPECT_FALSE(testing::eventually([&] { return reads() != std::pair(1, 1); }, 1500ms))
         << testing::readText(log);
 
     bus.wake();
-    EXPECT_TRUE(testing::eventually([&] { return reads() == std::pair(2, 2); }, 20s))
+    EXPECT_TRUE(testing::eventually([&] { return reads() == std::pair(2, 2); }, testing::kPatience))
         << testing::readText(log);
     EXPECT_FALSE(testing::eventually([&] { return reads() != std::pair(2, 2); }, 1500ms))
         << "one wake, one refresh: " << testing::readText(log);
@@ -465,7 +470,8 @@ std::string gdbusCall(const std::string& address, const std::string& destination
                                      address,          "--dest", destination,
                                      "--object-path",  path,     "--method"};
     command.insert(command.end(), method.begin(), method.end());
-    const auto result = testing::runProcess(command, testing::EnvironmentChanges{}, 10s);
+    const auto result =
+        testing::runProcess(command, testing::EnvironmentChanges{}, testing::kPatience);
     return result.out + result.err;
 }
 
@@ -509,8 +515,9 @@ TEST_F(WindowManagerXvfbTest, WithoutATrayTheCardWorksAndTheItemComesWithTheHost
 
     // No tray: the card still hides, and a second launch shows it again.
     ASSERT_TRUE(hideFromCardMenu());
-    EXPECT_EQ(testing::runProcess({executable.string()}, session(), 10s).exitCode, 0);
-    ASSERT_TRUE(testing::eventually([&] { return isViewable(*panel); }, 10s));
+    EXPECT_EQ(testing::runProcess({executable.string()}, session(), testing::kPatience).exitCode,
+              0);
+    ASSERT_TRUE(testing::eventually([&] { return isViewable(*panel); }, testing::kPatience));
     EXPECT_TRUE(widget->isRunning());
 
     // A tray host shows up: the item registers with it by itself.
@@ -562,10 +569,10 @@ TEST_F(WindowManagerXvfbTest, WithoutATrayTheCardWorksAndTheItemComesWithTheHost
     ASSERT_TRUE(hideFromCardMenu());
     const auto normal = openNormalWindow("Active window");
     ASSERT_NE(normal, 0u);
-    ASSERT_TRUE(testing::eventually([&] { return activeWindow() == normal; }, 30s));
+    ASSERT_TRUE(testing::eventually([&] { return activeWindow() == normal; }, testing::kPatience));
     gdbusCall(bus.address(), item, "/MenuBar",
               {"com.canonical.dbusmenu.Event", showId, "clicked", "<0>", "0"});
-    ASSERT_TRUE(testing::eventually([&] { return isViewable(*panel); }, 10s));
+    ASSERT_TRUE(testing::eventually([&] { return isViewable(*panel); }, testing::kPatience));
     const auto shown = panelGeometry();
     ASSERT_TRUE(shown);
     EXPECT_EQ(shown->x, frame->x);
