@@ -125,7 +125,7 @@ protected:
                 windows = panelWindows(server.display());
                 return windows.size() >= count;
             },
-            std::chrono::seconds(15));
+            testing::kPatience);
         return windows;
     }
 
@@ -147,7 +147,7 @@ TEST_F(DesktopShellXvfbTest, PanelCarriesTheDesktopPanelHints) {
             state = property(server.display(), id, "_NET_WM_STATE");
             return contains(state, "_NET_WM_STATE_BELOW");
         },
-        10s);
+        testing::kPatience);
     EXPECT_NE(state.find("_NET_WM_STATE_BELOW"), std::string::npos) << state;
     EXPECT_NE(state.find("_NET_WM_STATE_STICKY"), std::string::npos) << state;
     EXPECT_NE(state.find("_NET_WM_STATE_SKIP_TASKBAR"), std::string::npos) << state;
@@ -306,8 +306,12 @@ TEST_F(DesktopShellXvfbTest, CaptureAskedOfTheRunningCopyIsTakenInTheAskedLook) 
 
 // No window manager to hand the move to: the panel follows the pointer itself.
 TEST_F(DesktopShellXvfbTest, WithoutAWindowManagerDraggingTheBodyMovesThePanel) {
-    auto widget = launch();
+    auto widget = launch({"--report-first-paint"});
     ASSERT_EQ(waitForPanels(1).size(), 1u) << widget->errorOutput();
+    // The window is listed before it is shown: a press before its first paint would go nowhere.
+    ASSERT_TRUE(testing::eventually([&] { return contains(widget->errorOutput(), "first-paint "); },
+                                    testing::kPatience))
+        << widget->errorOutput();
     const auto& display = server.display();
     // Bare glass between the two gauges of the panel at 1056, 24.
     const int fromX = 1056 + 180;
@@ -324,7 +328,7 @@ TEST_F(DesktopShellXvfbTest, WithoutAWindowManagerDraggingTheBodyMovesThePanel) 
             const auto panels = panelWindows(display);
             return !panels.empty() && panels.front().x != 1056;
         },
-        10s));
+        testing::kPatience));
     testing::xdotool(display, {"mousemove", std::to_string(fromX - 500),
                                std::to_string(fromY + 300), "mouseup", "1"});
     std::vector<PanelWindow> panels;
@@ -334,13 +338,13 @@ TEST_F(DesktopShellXvfbTest, WithoutAWindowManagerDraggingTheBodyMovesThePanel) 
             return !panels.empty() && panels.front().x == 1056 - 500 &&
                    panels.front().y == 24 + 300;
         },
-        10s));
+        testing::kPatience));
     EXPECT_TRUE(testing::eventually(
         [this] {
             return contains(testing::readText(settingsFile()),
                             "AmbrelPosition=@Rect(556 324 360 170)");
         },
-        30s))
+        testing::kPatience))
         << testing::readText(settingsFile());
 }
 
@@ -360,7 +364,7 @@ TEST_F(DesktopShellXvfbTest, ShrunkScreenBringsThePanelBackInside) {
             panels = panelWindows(screen.display());
             return !panels.empty() && panels.front().x == 1000;
         },
-        30s))
+        testing::kPatience))
         << widget.errorOutput();
     ASSERT_EQ(panels.front().x, 1000);
     ASSERT_EQ(panels.front().y, 650);
@@ -378,7 +382,7 @@ TEST_F(DesktopShellXvfbTest, ShrunkScreenBringsThePanelBackInside) {
             return !panels.empty() && panels.front().x == 1024 - 8 - 360 &&
                    panels.front().y == 768 - 8 - 170;
         },
-        10s))
+        testing::kPatience))
         << (panels.empty()
                 ? std::string("no panel")
                 : std::to_string(panels.front().x) + "," + std::to_string(panels.front().y));
