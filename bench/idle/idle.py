@@ -23,10 +23,13 @@ import sys
 import tempfile
 import time
 
+sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "footprint"))
+from footprint import start_xvfb  # noqa: E402  (the X server the footprint benchmark starts)
+
 CLOCK_TICKS = os.sysconf("SC_CLK_TCK")
 
 
-def read_number_from(pipe_end, what, timeout=10):
+def read_line_from(pipe_end, what, timeout=10):
     text = b""
     deadline = time.monotonic() + timeout
     while b"\n" not in text and time.monotonic() < deadline:
@@ -39,16 +42,6 @@ def read_number_from(pipe_end, what, timeout=10):
     if b"\n" not in text:
         sys.exit(f"{what} did not start")
     return text.decode().strip()
-
-
-def start_xvfb():
-    read_end, write_end = os.pipe()
-    server = subprocess.Popen(
-        ["Xvfb", "-displayfd", str(write_end), "-noreset", "-screen", "0", "1440x900x24",
-         "-nolisten", "tcp"],
-        pass_fds=(write_end,), stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
-    os.close(write_end)
-    return server, ":" + read_number_from(read_end, "Xvfb")
 
 
 def start_bus(root):
@@ -67,7 +60,7 @@ def start_bus(root):
          f"--print-address={write_end}"],
         pass_fds=(write_end,), stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
     os.close(write_end)
-    return bus, read_number_from(read_end, "dbus-daemon")
+    return bus, read_line_from(read_end, "dbus-daemon")
 
 
 def session(root, display, bus_address):
