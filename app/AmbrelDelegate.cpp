@@ -112,7 +112,7 @@ void AmbrelDelegate::applicationDidFinishLaunching() {
     actions.quit = [] { QCoreApplication::quit(); };
     actions.openAutostartSettings = [this] {
         AutostartSettings::open(m_loginItems->settingsFolder().value_or(std::filesystem::path()),
-                                m_environment->value("XDG_CURRENT_DESKTOP").value_or(""));
+                                *m_environment);
     };
     // Tray hosts show the application name as the item's title; the settings file is named
     // apart from it.

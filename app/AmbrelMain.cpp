@@ -140,7 +140,6 @@ int runWidget(int argc, char** argv, const std::vector<std::string>& arguments,
     SignalEvents signalEvents;
     const QuitSignals quitSignals(signalEvents);
     heldQuitSignals.release();
-    setup.loginItems = loginItemService(*bundle, environment);
     AmbrelDelegate delegate(arguments, std::move(bundle), std::move(environment), std::move(setup));
     QObject::connect(&application, &QCoreApplication::aboutToQuit, &delegate,
                      [&delegate] { delegate.applicationWillTerminate(); });
@@ -218,9 +217,10 @@ int main(int argc, char** argv) {
         return exitCode;
     }
     AmbrelDelegate::Setup setup;
+    // The one login service: the switches above were given the same.
+    setup.loginItems = std::move(loginItems);
     setup.launcher = launcher;
-    setup.connection =
-        connectionProbeSetup(*bundle, *environment, userMuxerAddress, dataFolder, launcher);
+    setup.connection = connectionSetup();
     return runWidget(argc, argv, arguments, std::move(bundle), environment, std::move(setup),
                      heldQuitSignals);
 }

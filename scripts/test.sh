@@ -7,7 +7,9 @@
 #
 # While one build's tests run, the next build compiles beside them at the lowest priority: the
 # tests spend most of their time waiting (for timers, tools and X servers) and keep the processor
-# whenever they want it, the compiler takes what they leave.
+# whenever they want it, the compiler takes what they leave. When the tests end first, the build
+# starts again at the script's own priority (ninja keeps what it finished), so that on a machine
+# busy with other work it does not crawl on at the lowest.
 #
 # TOVRIN_FUZZ_SECONDS sets the seconds per fuzz target (15 unless set; see fuzz/README.md for
 # long runs); TOVRIN_TEST_JOBS the tests run at once (3 unless set).
@@ -79,6 +81,28 @@ finish_tests() {
     note_stage "$test_title" "$test_started" "$(cat "$scratch/$test_name.seconds" 2>/dev/null || echo 0)"
 }
 
+# Builds one preset at the lowest priority while the tests started last run. If the tests end
+# first, the build is stopped and run again at this script's priority (an unprivileged process
+# cannot raise its own priority back, so it has to start afresh; ninja keeps its finished work).
+build_beside_tests() {
+    local preset=$1 build_pid done_file=$scratch/build-$1.status
+    setsid nice -n 19 bash -c "source '$TOVRIN_ROOT/scripts/common.sh'; set +e
+        build_preset $preset; echo \$? >'$done_file.new'; mv '$done_file.new' '$done_file'" &
+    build_pid=$!
+    while [ ! -e "$done_file" ] && [ ! -e "$scratch/$test_name.status" ]; do
+        sleep 1
+    done
+    if [ ! -e "$done_file" ]; then
+        say "The tests ended first: building ($preset) on at normal priority"
+        kill -TERM -- "-$build_pid" 2>/dev/null || true
+        wait "$build_pid" || true
+        build_preset "$preset"
+        return
+    fi
+    wait "$build_pid" || true
+    [ "$(cat "$done_file")" = 0 ] || exit 1
+}
+
 started=$SECONDS
 say "Checking the layout of the C++ sources (clang-format)"
 if ! (cd "$TOVRIN_ROOT" && git ls-files -z -- '*.cpp' '*.h' | xargs -0 -r clang-format --dry-run --Werror); then
@@ -94,7 +118,7 @@ for preset in default asan tsan; do
     started=$SECONDS
     if [ -n "$test_pid" ]; then
         say "Building ($preset) beside the tests of the last build"
-        nice -n 19 bash -c "source '$TOVRIN_ROOT/scripts/common.sh'; build_preset $preset"
+        build_beside_tests "$preset"
         note_stage "Build ($preset), beside the tests" "$started"
         finish_tests
     else

@@ -30,6 +30,16 @@ bool mentions(const std::string& desktops, const std::string& wanted) {
 
 } // namespace
 
+ProgramLookup programsOn(const std::string& searchPath) {
+    const QStringList folders =
+        QString::fromStdString(searchPath).split(QLatin1Char(':'), Qt::SkipEmptyParts);
+    return [folders](const std::string& program) {
+        // Qt searches the process's own PATH when given no folders.
+        return !folders.isEmpty() &&
+               !QStandardPaths::findExecutable(QString::fromStdString(program), folders).isEmpty();
+    };
+}
+
 std::vector<std::string> command(const std::string& desktops, const ProgramLookup& isInstalled,
                                  const std::filesystem::path& autostartFolder) {
     if (mentions(desktops, "KDE")) {
@@ -45,15 +55,11 @@ std::vector<std::string> command(const std::string& desktops, const ProgramLooku
     return {"xdg-open", autostartFolder.string()};
 }
 
-void open(const std::filesystem::path& autostartFolder, const std::string& desktops) {
+void open(const std::filesystem::path& autostartFolder, const Environment& environment) {
     std::error_code ignored;
     std::filesystem::create_directories(autostartFolder, ignored);
-    const auto parts = command(
-        desktops,
-        [](const std::string& program) {
-            return !QStandardPaths::findExecutable(QString::fromStdString(program)).isEmpty();
-        },
-        autostartFolder);
+    const auto parts = command(environment.value("XDG_CURRENT_DESKTOP").value_or(""),
+                               programsOn(environment.value("PATH").value_or("")), autostartFolder);
     QStringList arguments;
     for (std::size_t i = 1; i < parts.size(); ++i) {
         arguments << QString::fromStdString(parts[i]);

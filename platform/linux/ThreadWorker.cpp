@@ -12,8 +12,6 @@ namespace ambrel {
 
 namespace {
 
-constexpr int kBackgroundNice = 10;
-
 // Lowers the calling thread to the background nice value. On Linux the nice value belongs to the
 // thread, so the main thread keeps its own; the tools the job starts inherit it. A thread that
 // is already nicer (the whole program started under `nice -n 19`, say) is left alone, since
@@ -22,10 +20,10 @@ void lowerThreadPriority() {
     const auto thread = static_cast<id_t>(gettid());
     errno = 0;
     const int current = getpriority(PRIO_PROCESS, thread);
-    if (errno == 0 && current >= kBackgroundNice) {
+    if (errno == 0 && current >= ThreadWorker::kBackgroundNice) {
         return;
     }
-    setpriority(PRIO_PROCESS, thread, kBackgroundNice);
+    setpriority(PRIO_PROCESS, thread, ThreadWorker::kBackgroundNice);
 }
 
 } // namespace

@@ -28,6 +28,11 @@ std::filesystem::path makeBundle(const std::filesystem::path& root);
 std::string readText(const std::filesystem::path& path);
 void writeText(const std::filesystem::path& path, const std::string& text);
 
+// How long a test waits for what must happen (a window mapped, a file written, a program
+// ended) before it gives up. Generous on purpose: it costs time only when the test fails
+// anyway, and a loaded machine may take many seconds to start a program on an X server.
+inline constexpr std::chrono::seconds kPatience{60};
+
 // Polls `condition` every 50 ms until it holds or `timeout` passes.
 template <typename Condition>
 bool eventually(Condition condition, std::chrono::milliseconds timeout) {

@@ -239,8 +239,8 @@ TEST_F(TovrinCommandTest, CaptureWorksOnTheOffscreenPlatform) {
     offscreen["QT_QPA_PLATFORM"] = "offscreen";
     const auto png = folder.path() / "offscreen.png";
     ChildProcess widget({executable.string(), "--capture-preview", png.string()}, offscreen);
-    EXPECT_TRUE(testing::eventually([&png] { return std::filesystem::exists(png); },
-                                    std::chrono::seconds(10)));
+    EXPECT_TRUE(
+        testing::eventually([&png] { return std::filesystem::exists(png); }, testing::kPatience));
     EXPECT_TRUE(widget.isRunning()) << "the program keeps running after a capture";
     const QImage image(QString::fromStdString(png.string()));
     EXPECT_EQ(image.size(), QSize(360, 170));
@@ -256,7 +256,7 @@ TEST_F(TovrinCommandTest, TerminateSignalQuitsInOrderAndSavesThePosition) {
     std::filesystem::remove(settings);
     ASSERT_EQ(::kill(widget.pid(), SIGTERM), 0);
     // A session logging out sends SIGTERM: the program ends normally, through its quit sequence.
-    EXPECT_EQ(widget.waitForExit(std::chrono::seconds(30)), 0) << widget.errorOutput();
+    EXPECT_EQ(widget.waitForExit(testing::kPatience), 0) << widget.errorOutput();
     ASSERT_TRUE(std::filesystem::exists(settings));
     EXPECT_NE(readText(settings).find("AmbrelPosition"), std::string::npos);
 }

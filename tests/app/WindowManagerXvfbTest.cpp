@@ -59,7 +59,8 @@ protected:
                 EnvironmentChanges{{"DISPLAY", server.display()},
                                    {"HOME", (folder.path() / "wm").string()},
                                    {"XDG_CONFIG_HOME", (folder.path() / "wm").string()}});
-            testing::eventually([&] { return managed() || !windowManager->isRunning(); }, 20s);
+            testing::eventually([&] { return managed() || !windowManager->isRunning(); },
+                                testing::kPatience);
         }
         if (!managed()) {
             // Says whether openbox could not be started, ended (and how), or never took the screen.
@@ -203,12 +204,13 @@ protected:
         const QPoint button = onPanel(*frame, kOnMenuButton);
         pointer(
             {"mousemove", std::to_string(button.x()), std::to_string(button.y()), "click", "1"});
-        if (!testing::eventually([&] { return visibleProgramWindows() == 2u; }, 30s)) {
+        if (!testing::eventually([&] { return visibleProgramWindows() == 2u; },
+                                 testing::kPatience)) {
             return false;
         }
         // Refresh, set up, (the byline is not selectable), Hide.
         pointer({"key", "Down", "Down", "Down", "Return"});
-        return testing::eventually([&] { return !isViewable(*panel); }, 30s);
+        return testing::eventually([&] { return !isViewable(*panel); }, testing::kPatience);
     }
 
     // Hides the panel from the card's menu and opens another window, which takes the focus:
@@ -217,12 +219,13 @@ protected:
         ASSERT_TRUE(hideFromCardMenu()) << "Hide widget did not hide the panel";
         normal = openNormalWindow("Active window");
         ASSERT_NE(normal, 0u);
-        ASSERT_TRUE(testing::eventually([&] { return activeWindow() == normal; }, 30s));
+        ASSERT_TRUE(
+            testing::eventually([&] { return activeWindow() == normal; }, testing::kPatience));
     }
 
     // The hidden panel, shown again, comes back at `frame` and leaves the focus on `normal`.
     void expectShownInPlaceWithoutFocus(const WindowGeometry& frame, unsigned long normal) const {
-        ASSERT_TRUE(testing::eventually([&] { return isViewable(*panel); }, 10s));
+        ASSERT_TRUE(testing::eventually([&] { return isViewable(*panel); }, testing::kPatience));
         const auto shown = panelGeometry();
         ASSERT_TRUE(shown);
         EXPECT_EQ(shown->x, frame.x);
@@ -282,7 +285,7 @@ TEST_F(WindowManagerXvfbTest, PanelIsShownOnEveryWorkspace) {
                     std::string("= ") + workspace);
             },
             30s));
-        EXPECT_TRUE(testing::eventually([&] { return isViewable(*panel); }, 30s))
+        EXPECT_TRUE(testing::eventually([&] { return isViewable(*panel); }, testing::kPatience))
             << "not shown on workspace " << workspace;
     }
 }
@@ -326,7 +329,8 @@ TEST_F(WindowManagerXvfbTest, PressOnTheOptionsButtonOpensTheMenuAndDoesNotMove)
     const QPoint button = onPanel(*frame, kOnMenuButton);
     pointer(
         {"mousemove", std::to_string(button.x()), std::to_string(button.y()), "mousedown", "1"});
-    EXPECT_TRUE(testing::eventually([&] { return visibleProgramWindows() == 2u; }, 30s))
+    EXPECT_TRUE(
+        testing::eventually([&] { return visibleProgramWindows() == 2u; }, testing::kPatience))
         << "the options menu did not open";
     pointer({"mousemove", std::to_string(button.x() - 150), std::to_string(button.y() + 200)});
     pointer({"mousemove", std::to_string(button.x() - 300), std::to_string(button.y() + 300)});
@@ -347,7 +351,7 @@ TEST_F(WindowManagerXvfbTest, HiddenFromTheCardAndShownAgainItComesBackInPlaceWi
     ASSERT_NO_FATAL_FAILURE(hideAndFocusAnotherWindow(normal));
 
     // Launching the program again shows the panel.
-    const auto again = testing::runProcess({executable.string()}, session(), 10s);
+    const auto again = testing::runProcess({executable.string()}, session(), testing::kPatience);
     EXPECT_EQ(again.exitCode, 0);
     ASSERT_NO_FATAL_FAILURE(expectShownInPlaceWithoutFocus(*frame, normal));
     EXPECT_LT(stackingIndex(*panel), stackingIndex(normal));
@@ -380,7 +384,8 @@ public:
             std::vector<std::string>{"/usr/bin/dbus-daemon", "--nofork", "--nopidfile",
                                      "--config-file=" + config.string()},
             EnvironmentChanges{});
-        m_ready = testing::eventually([this] { return std::filesystem::exists(m_socket); }, 10s);
+        m_ready = testing::eventually([this] { return std::filesystem::exists(m_socket); },
+                                      testing::kPatience);
     }
 
     bool isReady() const { return m_ready; }
@@ -408,7 +413,8 @@ public:
             std::vector<std::string>{helper("tovrin_test_login1").string(), m_trigger.string()},
             EnvironmentChanges{{"DBUS_SYSTEM_BUS_ADDRESS", m_bus.address()}});
         m_ready = testing::eventually(
-            [this] { return std::filesystem::exists(m_trigger.string() + ".ready"); }, 10s);
+            [this] { return std::filesystem::exists(m_trigger.string() + ".ready"); },
+            testing::kPatience);
     }
 
     bool isReady() const { return m_ready; }
@@ -455,14 +461,14 @@ TEST_F(WindowManagerXvfbTest, WakeFromSleepRunsOneFullRefresh) {
     auto widget =
         launch({{"TOVRIN_FAKE_SCENARIO", scenario.string()}, {"TOVRIN_FAKE_LOG", log.string()}});
     ASSERT_TRUE(panel) << widget->errorOutput();
-    ASSERT_TRUE(testing::eventually([&] { return reads() == std::pair(1, 1); }, 20s))
+    ASSERT_TRUE(testing::eventually([&] { return reads() == std::pair(1, 1); }, testing::kPatience))
         << testing::readText(log) << widget->errorOutput();
     // The read at start is over, and the next one is minutes away.
     EXPECT_FALSE(testing::eventually([&] { return reads() != std::pair(1, 1); }, 1500ms))
         << testing::readText(log);
 
     bus.wake();
-    EXPECT_TRUE(testing::eventually([&] { return reads() == std::pair(2, 2); }, 20s))
+    EXPECT_TRUE(testing::eventually([&] { return reads() == std::pair(2, 2); }, testing::kPatience))
         << testing::readText(log);
     EXPECT_FALSE(testing::eventually([&] { return reads() != std::pair(2, 2); }, 1500ms))
         << "one wake, one refresh: " << testing::readText(log);
@@ -476,7 +482,8 @@ std::string gdbusCall(const std::string& address, const std::string& destination
                                      address,          "--dest", destination,
                                      "--object-path",  path,     "--method"};
     command.insert(command.end(), method.begin(), method.end());
-    const auto result = testing::runProcess(command, testing::EnvironmentChanges{}, 10s);
+    const auto result =
+        testing::runProcess(command, testing::EnvironmentChanges{}, testing::kPatience);
     return result.out + result.err;
 }
 
@@ -520,8 +527,9 @@ TEST_F(WindowManagerXvfbTest, WithoutATrayTheCardWorksAndTheItemComesWithTheHost
 
     // No tray: the card still hides, and a second launch shows it again.
     ASSERT_TRUE(hideFromCardMenu());
-    EXPECT_EQ(testing::runProcess({executable.string()}, session(), 10s).exitCode, 0);
-    ASSERT_TRUE(testing::eventually([&] { return isViewable(*panel); }, 10s));
+    EXPECT_EQ(testing::runProcess({executable.string()}, session(), testing::kPatience).exitCode,
+              0);
+    ASSERT_TRUE(testing::eventually([&] { return isViewable(*panel); }, testing::kPatience));
     EXPECT_TRUE(widget->isRunning());
 
     // A tray host shows up: the item registers with it by itself.

@@ -51,6 +51,7 @@ constexpr const char* kMarker = "TOVRIN_TEST_ENV";
 constexpr std::chrono::seconds kDefaultTimeLimit{290};
 constexpr std::chrono::seconds kBusStartLimit{20};
 constexpr std::chrono::milliseconds kLeftoverGrace{1500};
+constexpr std::chrono::milliseconds kSettleTime{1000};
 
 void say(const std::string& text) {
     const std::string line = "ambrel_test_env: " + text + "\n";
@@ -323,6 +324,17 @@ void reapAll() {
 std::vector<std::string> stopLeftovers() {
     std::vector<std::string> names;
     std::set<pid_t> seen;
+    // What ends by itself within a moment is not left running: a process the test has just
+    // killed, or a helper that ends when its parent goes (the sanitizers' symbolizer reads until
+    // the test's end closes its input).
+    const auto settled = Clock::now() + kSettleTime;
+    while (Clock::now() < settled) {
+        reapAll();
+        if (children().empty()) {
+            return names;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    }
     for (int round = 0; round < 50; ++round) {
         reapAll();
         const auto left = children();

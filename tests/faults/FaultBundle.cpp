@@ -155,6 +155,26 @@ Readings FaultBundle::readings(std::chrono::duration<double> limit,
     return result;
 }
 
+namespace {
+
+// The parent of process `pid`, or 0 when it cannot be read.
+pid_t parentOf(pid_t pid) {
+    std::ifstream stat("/proc/" + std::to_string(pid) + "/stat");
+    std::string text;
+    if (!std::getline(stat, text)) {
+        return 0;
+    }
+    // The parent is the second field after the command name, which may hold anything.
+    const auto close = text.rfind(')');
+    std::istringstream rest(close == std::string::npos ? std::string() : text.substr(close + 1));
+    std::string state;
+    pid_t parent = 0;
+    rest >> state >> parent;
+    return parent;
+}
+
+} // namespace
+
 std::vector<pid_t> processesRunning(const fs::path& executable) {
     std::vector<pid_t> found;
     std::error_code error;
@@ -171,6 +191,11 @@ std::vector<pid_t> processesRunning(const fs::path& executable) {
             found.push_back(static_cast<pid_t>(std::stol(name)));
         }
     }
+    // A child of one of them with the same program is a tool being started, caught between its
+    // fork and its exec: it is not another copy of the program.
+    std::erase_if(found, [&found](pid_t pid) {
+        return std::find(found.begin(), found.end(), parentOf(pid)) != found.end();
+    });
     return found;
 }
 

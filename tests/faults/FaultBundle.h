@@ -113,7 +113,8 @@ private:
     std::string m_failure;
 };
 
-// The processes whose executable is `executable`.
+// The processes whose executable is `executable`, leaving out a child of one of them that is
+// caught between its fork and its exec.
 std::vector<pid_t> processesRunning(const std::filesystem::path& executable);
 
 // Whether process `pid` exists and has not ended (a zombie has ended).

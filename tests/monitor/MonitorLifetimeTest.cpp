@@ -133,7 +133,7 @@ TEST_F(MonitorLifetimeTest,
     EXPECT_FALSE(monitor->isRefreshingPhone());
     ASSERT_EQ(probe->threads.size(), 1u);
     EXPECT_NE(probe->threads[0], std::this_thread::get_id());
-    EXPECT_EQ(probe->niceValues[0], std::max(mainNice, 10));
+    EXPECT_EQ(probe->niceValues[0], std::max(mainNice, ThreadWorker::kBackgroundNice));
     // The main thread's own priority is untouched.
     EXPECT_EQ(currentThreadNice(), mainNice);
     monitor.reset();

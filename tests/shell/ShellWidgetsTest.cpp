@@ -1,3 +1,6 @@
+#include <filesystem>
+#include <fstream>
+
 #include <QAction>
 #include <QApplication>
 #include <QImage>
@@ -18,6 +21,7 @@
 #include "tests/app/OffscreenApplication.h"
 #include "tests/app/ProcessHarness.h"
 #include "tests/fakes/FakeEnvironment.h"
+#include "tests/fakes/TemporaryFolder.h"
 
 namespace ambrel {
 namespace {
@@ -318,6 +322,25 @@ TEST(PreviewCaptureTest, FailuresAreQuiet) {
     EXPECT_FALSE(
         PreviewCapture::capture(&content, 1.0, QString::fromStdString(unwritable.string())));
     EXPECT_FALSE(std::filesystem::exists(unwritable));
+}
+
+TEST(AutostartSettingsTest, ProgramsAreLookedUpOnTheGivenSearchPath) {
+    const testing::TemporaryFolder folder;
+    const auto bin = folder.path() / "bin";
+    std::filesystem::create_directories(bin);
+    std::ofstream(bin / "gnome-session-properties") << "#!/bin/sh\n";
+    std::filesystem::permissions(bin / "gnome-session-properties",
+                                 std::filesystem::perms::owner_all);
+    std::ofstream(bin / "systemsettings") << "not a program\n";
+    std::filesystem::permissions(bin / "systemsettings", std::filesystem::perms::owner_read);
+
+    const auto onPath = AutostartSettings::programsOn("/nonexistent:" + bin.string());
+    EXPECT_TRUE(onPath("gnome-session-properties"));
+    EXPECT_FALSE(onPath("systemsettings"));
+    EXPECT_FALSE(onPath("kcmshell6"));
+    // Nothing is found without a search path, whatever this process's own PATH holds.
+    EXPECT_FALSE(AutostartSettings::programsOn("")("sh"));
+    EXPECT_TRUE(AutostartSettings::programsOn("/bin:/usr/bin")("sh"));
 }
 
 TEST(AutostartSettingsTest, PlasmaOpensItsAutostartModule) {

@@ -16,7 +16,7 @@ namespace {
 class WidgetPiecesTest : public ::testing::Test {
 protected:
     testing::TestStyle m_style;
-    const ViewFonts m_fonts;
+    ViewFonts m_fonts;
 };
 
 TEST_F(WidgetPiecesTest, TextThatFitsIsDrawnWhole) {
