@@ -273,7 +273,17 @@ TEST_F(ReadingsEndToEnd, SilentWiFiPhoneIsTriedTwiceThenGivenUp) {
 TEST_F(ReadingsEndToEnd, NoDevicesMeansNotFound) {
     startPhoneWith(json::array());
     expectFailure(readingsReport(), "notFound", kNotFound);
-    EXPECT_EQ(m_phone->stats()["usbmuxd"]["requests"]["ListDevices"], 2);
+    const auto& requests = m_phone->stats()["usbmuxd"]["requests"];
+    if (!TestBundle::isThroughProgramsMuxer()) {
+        EXPECT_EQ(requests["ListDevices"], 2);
+        return;
+    }
+    // The program's muxer answers a listing from its standing Listen once that is up, and asks
+    // the system muxer only until then: how many listings reach it depends on that moment, but
+    // the system muxer was asked, by a listing or by the Listen.
+    const int listings = requests.value("ListDevices", 0);
+    EXPECT_LE(listings, 2);
+    EXPECT_GE(listings + requests.value("Listen", 0), 1);
 }
 
 TEST_F(ReadingsEndToEnd, ServiceAbsentMeansUnreachable) {
