@@ -273,9 +273,10 @@ TEST_F(ReadingsEndToEnd, SilentWiFiPhoneIsTriedTwiceThenGivenUp) {
 TEST_F(ReadingsEndToEnd, NoDevicesMeansNotFound) {
     startPhoneWith(json::array());
     expectFailure(readingsReport(), "notFound", kNotFound);
-    const auto& requests = m_phone->stats()["usbmuxd"]["requests"];
+    const json stats = m_phone->stats();
+    const json requests = stats.at("usbmuxd").value("requests", json::object());
     if (!TestBundle::isThroughProgramsMuxer()) {
-        EXPECT_EQ(requests["ListDevices"], 2);
+        EXPECT_EQ(requests.value("ListDevices", 0), 2);
         return;
     }
     // The program's muxer answers a listing from its standing Listen once that is up, and asks
