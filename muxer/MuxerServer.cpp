@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <cstring>
 #include <poll.h>
+#include <pthread.h>
 #include <sys/eventfd.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -33,8 +34,9 @@ bool MuxerServer::start() {
     std::memcpy(address.sun_path, path.data(), path.size());
 
     m_stopFd.reset(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
+    m_workerEndedFd.reset(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
     m_listenFd.reset(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
-    if (!m_stopFd.isValid() || !m_listenFd.isValid()) {
+    if (!m_stopFd.isValid() || !m_workerEndedFd.isValid() || !m_listenFd.isValid()) {
         m_failure = std::strerror(errno);
         return false;
     }
@@ -65,7 +67,10 @@ bool MuxerServer::start() {
                                                          m_options.systemMuxerLimit);
         m_usbWatch->start();
     }
-    m_acceptThread = std::thread([this] { acceptLoop(); });
+    m_acceptThread = std::thread([this] {
+        ::pthread_setname_np(::pthread_self(), "mux-accept");
+        acceptLoop();
+    });
     return true;
 }
 
@@ -123,14 +128,21 @@ void MuxerServer::reapFinishedWorkers(bool all) {
 
 void MuxerServer::acceptLoop() {
     for (;;) {
-        pollfd fds[2] = {{m_listenFd.get(), POLLIN, 0}, {m_stopFd.get(), POLLIN, 0}};
-        if (::poll(fds, 2, 1000) < 0 && errno != EINTR) {
+        // No time-out: the thread sleeps until a client connects, a worker ends or the stop.
+        pollfd fds[3] = {{m_listenFd.get(), POLLIN, 0},
+                         {m_stopFd.get(), POLLIN, 0},
+                         {m_workerEndedFd.get(), POLLIN, 0}};
+        if (::poll(fds, 3, -1) < 0 && errno != EINTR) {
             return;
         }
         if ((fds[1].revents & POLLIN) != 0) {
             return;
         }
-        reapFinishedWorkers(false);
+        if ((fds[2].revents & POLLIN) != 0) {
+            std::uint64_t ended = 0;
+            [[maybe_unused]] const auto taken = ::read(m_workerEndedFd.get(), &ended, sizeof ended);
+            reapFinishedWorkers(false);
+        }
         if ((fds[0].revents & POLLIN) == 0) {
             continue;
         }
@@ -153,7 +165,10 @@ void MuxerServer::acceptLoop() {
                 auto worker = std::make_unique<Worker>();
                 Worker& started = *worker;
                 m_workers.push_back(std::move(worker));
-                started.thread = std::thread([this, &started] { work(started); });
+                started.thread = std::thread([this, &started] {
+                    ::pthread_setname_np(::pthread_self(), "mux-client");
+                    work(started);
+                });
             }
         }
         // Outside the lock, so that the woken worker does not wait for it.
@@ -184,6 +199,8 @@ void MuxerServer::work(Worker& worker) {
         lock.lock();
     }
     worker.finished.store(true);
+    const std::uint64_t one = 1;
+    [[maybe_unused]] const auto written = ::write(m_workerEndedFd.get(), &one, sizeof one);
 }
 
 void MuxerServer::serve(int clientFd) {
