@@ -2,7 +2,11 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <filesystem>
 #include <poll.h>
+#include <pthread.h>
+#include <sys/inotify.h>
+#include <unistd.h>
 
 #include "muxer/MuxChannel.h"
 #include "muxer/MuxMessage.h"
@@ -20,7 +24,10 @@ SystemDeviceWatch::~SystemDeviceWatch() {
 
 void SystemDeviceWatch::start() {
     if (!m_thread.joinable()) {
-        m_thread = std::thread([this] { run(); });
+        m_thread = std::thread([this] {
+            ::pthread_setname_np(::pthread_self(), "usb-watch");
+            run();
+        });
     }
 }
 
@@ -44,25 +51,107 @@ std::optional<std::vector<MuxDevice>> SystemDeviceWatch::usbDevices() const {
     return m_devices;
 }
 
-bool SystemDeviceWatch::stopped(std::chrono::milliseconds wait) const {
-    pollfd stop{m_stopFd, POLLIN, 0};
-    const int ready = ::poll(&stop, 1, static_cast<int>(wait.count()));
-    return ready > 0 && (stop.revents & POLLIN) != 0;
+namespace {
+
+// An inotify descriptor that reports names made, moved in or changed in the folder of `path`
+// (the socket's file is made by bind() and then given its mode); invalid if the folder cannot be
+// watched.
+UniqueFd watchFolderOf(const std::string& path) {
+    UniqueFd watch(::inotify_init1(IN_CLOEXEC | IN_NONBLOCK));
+    const auto folder = std::filesystem::path(path).parent_path();
+    if (!watch.isValid() || folder.empty() ||
+        ::inotify_add_watch(watch.get(), folder.c_str(), IN_CREATE | IN_MOVED_TO | IN_ATTRIB) < 0) {
+        return UniqueFd();
+    }
+    return watch;
 }
 
-void SystemDeviceWatch::run() {
+// Reads every waiting event; true when one names `name`.
+bool takeEvents(int watch, const std::string& name) {
+    bool named = false;
+    alignas(inotify_event) char buffer[4096];
     for (;;) {
-        stand();
-        if (stopped(kRetry)) {
-            return;
+        const ssize_t size = ::read(watch, buffer, sizeof buffer);
+        if (size <= 0) {
+            return named;
+        }
+        for (ssize_t at = 0; at < size;) {
+            const auto* event = reinterpret_cast<const inotify_event*>(buffer + at);
+            if (event->len > 0 && name == event->name) {
+                named = true;
+            }
+            at += static_cast<ssize_t>(sizeof(inotify_event) + event->len);
         }
     }
 }
 
-void SystemDeviceWatch::stand() {
+} // namespace
+
+SystemDeviceWatch::Wake SystemDeviceWatch::waitFor(std::optional<std::chrono::milliseconds> wait,
+                                                   int folderWatch) const {
+    const std::string name = std::filesystem::path(m_systemMuxerPath).filename().string();
+    const auto until =
+        std::chrono::steady_clock::now() + wait.value_or(std::chrono::milliseconds(0));
+    for (;;) {
+        int timeout = -1;
+        if (wait) {
+            const auto left = std::chrono::ceil<std::chrono::milliseconds>(
+                until - std::chrono::steady_clock::now());
+            timeout = static_cast<int>(std::max<std::chrono::milliseconds::rep>(left.count(), 0));
+        }
+        pollfd fds[2] = {{m_stopFd, POLLIN, 0}, {folderWatch, POLLIN, 0}};
+        const int ready = ::poll(fds, folderWatch >= 0 ? 2 : 1, timeout);
+        if (ready > 0 && (fds[0].revents & POLLIN) != 0) {
+            return Wake::stop;
+        }
+        if (ready == 0) {
+            return Wake::timeUp;
+        }
+        if (ready > 0 && (fds[1].revents & POLLIN) != 0 && takeEvents(folderWatch, name)) {
+            return Wake::socketChanged;
+        }
+    }
+}
+
+void SystemDeviceWatch::run() {
+    // Watched before the first try, so that a socket made right after a failed connect is seen.
+    const UniqueFd folderWatch = watchFolderOf(m_systemMuxerPath);
+    int quickTries = 0;
+    for (;;) {
+        if (folderWatch.isValid()) {
+            takeEvents(folderWatch.get(), {});
+        }
+        const Stand outcome = stand();
+        // With nothing at the path, the next try is worth making only once something is put
+        // there, and then soon: a socket's file exists a moment before it accepts. A folder that
+        // cannot be watched is looked at again after kRetry.
+        std::optional<std::chrono::milliseconds> wait = kRetry;
+        if (outcome == Stand::unreachable && folderWatch.isValid()) {
+            wait = std::nullopt;
+            if (quickTries > 0) {
+                --quickTries;
+                wait = kSettle;
+            }
+        }
+        const Wake wake = waitFor(wait, folderWatch.get());
+        if (wake == Wake::stop) {
+            return;
+        }
+        if (wake == Wake::socketChanged) {
+            quickTries = kQuickTries;
+        } else if (outcome != Stand::unreachable) {
+            quickTries = 0;
+        }
+    }
+}
+
+SystemDeviceWatch::Stand SystemDeviceWatch::stand() {
     UniqueFd system = connectUnixSocket(m_systemMuxerPath);
     if (!system.isValid()) {
-        return;
+        // A full backlog, or a shortage of descriptors, passes by itself: worth a retry.
+        const bool nobodyThere = errno == ENOENT || errno == ECONNREFUSED || errno == EACCES ||
+                                 errno == EPERM || errno == ENOTDIR;
+        return nobodyThere ? Stand::unreachable : Stand::ended;
     }
     const MuxChannel channel(system.get(), m_stopFd);
     const auto request = encodeMuxMessage(
@@ -70,11 +159,11 @@ void SystemDeviceWatch::stand() {
     MuxFrame frame;
     if (channel.writeAll(request, m_systemMuxerLimit) != ChannelStatus::ok ||
         channel.readFrame(frame, m_systemMuxerLimit) != ChannelStatus::ok) {
-        return;
+        return Stand::ended;
     }
     const auto accepted = parseMuxReply(frame.payload);
     if (!accepted || accepted->kind != MuxReply::Kind::result || accepted->number != 0) {
-        return;
+        return Stand::ended;
     }
     {
         const std::lock_guard lock(m_mutex);
@@ -145,6 +234,7 @@ void SystemDeviceWatch::stand() {
     m_settled = false;
     m_reading = false;
     m_devices.clear();
+    return Stand::ended;
 }
 
 } // namespace ambrel

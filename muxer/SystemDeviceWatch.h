@@ -34,18 +34,34 @@ public:
     // known for certain. Thread-safe.
     std::optional<std::vector<MuxDevice>> usbDevices() const;
 
-    // How soon a Listen that ended or could not be made is tried again. Debian's usbmuxd only
-    // runs while a phone is plugged in; until then the caller asks the system muxer itself.
+    // How soon a Listen that the system muxer refused or did not answer is asked for again.
+    // When there is no system muxer to ask (Debian's usbmuxd only runs while a phone is plugged
+    // in), the watch sleeps until its socket appears instead; meanwhile the caller asks the
+    // system muxer itself.
     static constexpr std::chrono::milliseconds kRetry{2000};
     // The system muxer announces every device it has right after it accepted the Listen; the
     // list counts as complete once none came for this long.
     static constexpr std::chrono::milliseconds kSettle{100};
+    // A socket's file that was just made may not accept yet: tried this many more times, kSettle
+    // apart, before the watch sleeps until the file changes again.
+    static constexpr int kQuickTries = 20;
 
 private:
+    enum class Stand {
+        // Nothing answers at the socket's path (no file there, or no process behind it).
+        unreachable,
+        // The system muxer answered but refused the Listen, or did not answer in time, or the
+        // Listen it accepted has ended.
+        ended,
+    };
+
     void run();
     // One Listen, from connecting until it ends or the stop.
-    void stand();
-    bool stopped(std::chrono::milliseconds wait) const;
+    Stand stand();
+    enum class Wake { stop, timeUp, socketChanged };
+    // Waits for the stop, for `wait` to pass (none: without end) or, with a folder watch, for
+    // the socket's file to be made or changed, and says which came first.
+    Wake waitFor(std::optional<std::chrono::milliseconds> wait, int folderWatch) const;
 
     std::string m_systemMuxerPath;
     int m_stopFd;
