@@ -5,6 +5,7 @@
 #include <system_error>
 #include <thread>
 
+#include <pthread.h>
 #include <sys/resource.h>
 #include <unistd.h>
 
@@ -31,6 +32,7 @@ void lowerThreadPriority() {
 void ThreadWorker::run(std::function<void()> job) {
     try {
         std::thread([job]() {
+            ::pthread_setname_np(::pthread_self(), "background-job");
             lowerThreadPriority();
             job();
         }).detach();

@@ -17,6 +17,7 @@
 
 #include "muxer/MuxMessage.h"
 #include "tests/fakes/TemporaryFolder.h"
+#include "tests/fakes/ThreadActivity.h"
 #include "tests/muxer/FakeNetworkPhones.h"
 #include "tests/muxer/FakeSystemMuxer.h"
 
@@ -126,6 +127,19 @@ std::vector<MuxDevice> listed(const std::optional<MuxReply>& reply) {
         return {};
     }
     return *devices;
+}
+
+// The one thread named `name`, once it is asleep; 0 if there is none or it does not sleep.
+pid_t sleepingThreadNamed(const std::string& name) {
+    const auto deadline = std::chrono::steady_clock::now() + 60s;
+    while (std::chrono::steady_clock::now() < deadline) {
+        const auto threads = ThreadActivity::threadsNamed(name);
+        if (threads.size() == 1 && ThreadActivity::isAsleep(threads[0])) {
+            return threads[0];
+        }
+        std::this_thread::sleep_for(10ms);
+    }
+    return 0;
 }
 
 class MuxerServerTest : public ::testing::Test {
@@ -638,6 +652,67 @@ TEST_F(MuxerServerTest, StopEndsIdleListeningAndRelayingClientsAtOnce) {
     EXPECT_TRUE(idle.isHungUp());
     EXPECT_TRUE(relaying.isHungUp());
     EXPECT_FALSE(std::filesystem::exists(m_muxer->socketPath()));
+}
+
+TEST_F(MuxerServerTest, IdleThreadsSleepUntilThereIsWorkAndEndWithTheStop) {
+    // No system muxer and no client: the accepting thread and the USB watch have nothing to do
+    // and must not wake for it, not even once in twice the watch's retry period.
+    startMuxer(FakeSystemMuxer::Behaviour::normal, false);
+    const pid_t accepting = sleepingThreadNamed("mux-accept");
+    const pid_t watching = sleepingThreadNamed("usb-watch");
+    ASSERT_NE(accepting, 0);
+    ASSERT_NE(watching, 0);
+    const auto acceptingBefore = ThreadActivity::voluntarySwitches(accepting);
+    const auto watchingBefore = ThreadActivity::voluntarySwitches(watching);
+    ASSERT_TRUE(acceptingBefore && watchingBefore);
+
+    std::this_thread::sleep_for(SystemDeviceWatch::kRetry * 2 + 500ms);
+
+    EXPECT_EQ(ThreadActivity::voluntarySwitches(accepting), acceptingBefore);
+    EXPECT_EQ(ThreadActivity::voluntarySwitches(watching), watchingBefore);
+    // And still wide awake to work: a client is served, a system muxer that appears is
+    // listened to.
+    expectServing();
+    m_system = std::make_unique<FakeSystemMuxer>(m_folder.path() / "system");
+    m_system->addUsbDevice(3, kSerial);
+    ASSERT_TRUE(standingListenWithin(30s));
+    EXPECT_EQ(listedUsbIds(), std::vector<std::uint32_t>{3});
+
+    // stop() returns with both threads gone: it joined them, there was no period to wait out.
+    m_muxer->stop();
+    EXPECT_TRUE(ThreadActivity::threadsNamed("mux-accept").empty());
+    EXPECT_TRUE(ThreadActivity::threadsNamed("usb-watch").empty());
+}
+
+TEST_F(MuxerServerTest, AServedClientsThreadIsJoinedWhenItEnds) {
+    startMuxer();
+    expectServing();
+    // The client's thread lingers for another client, then ends; the accepting thread, woken
+    // by its end, joins it.
+    const auto deadline = std::chrono::steady_clock::now() + MuxerServer::kWorkerLinger + 60s;
+    while (!ThreadActivity::threadsNamed("mux-client").empty() &&
+           std::chrono::steady_clock::now() < deadline) {
+        std::this_thread::sleep_for(50ms);
+    }
+    EXPECT_TRUE(ThreadActivity::threadsNamed("mux-client").empty());
+    expectServing();
+}
+
+TEST_F(MuxerServerTest, ASystemMuxerInAFolderMadeLaterIsFoundByRetrying) {
+    // A folder that does not exist cannot be watched: the watch falls back to trying again.
+    MuxerServer::Options options;
+    options.socketPath = m_folder.path() / "muxer";
+    options.systemMuxerPath = (m_folder.path() / "later" / "system").string();
+    options.network = &m_network;
+    options.systemMuxerLimit = 500ms;
+    m_muxer = std::make_unique<MuxerServer>(options);
+    ASSERT_TRUE(m_muxer->start()) << m_muxer->failure();
+    ASSERT_NE(sleepingThreadNamed("usb-watch"), 0);
+    std::filesystem::create_directory(m_folder.path() / "later");
+    m_system = std::make_unique<FakeSystemMuxer>(m_folder.path() / "later" / "system");
+    m_system->addUsbDevice(3, kSerial);
+    ASSERT_TRUE(standingListenWithin(SystemDeviceWatch::kRetry + 30s));
+    EXPECT_EQ(listedUsbIds(), std::vector<std::uint32_t>{3});
 }
 
 } // namespace
