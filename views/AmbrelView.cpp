@@ -121,15 +121,39 @@ AmbrelView::AmbrelView(const ViewStyle& style, BatteryMonitor& monitor, const Us
             syncFromMonitor();
         }
     });
-    // The clock only keeps the time stamps (today or another day) current; it reads nothing.
-    m_clock.start(kClockInterval, TimerRepeat::repeating);
-
     applyLook();
     syncFromMonitor();
 }
 
 AmbrelView::~AmbrelView() {
     m_monitor.removeObserver(m_observer);
+}
+
+void AmbrelView::showEvent(QShowEvent* event) {
+    QWidget::showEvent(event);
+    updateClock();
+}
+
+void AmbrelView::hideEvent(QHideEvent* event) {
+    QWidget::hideEvent(event);
+    updateClock();
+}
+
+void AmbrelView::setScreenLocked(bool locked) {
+    m_screenLocked = locked;
+    updateClock();
+}
+
+void AmbrelView::updateClock() {
+    // The clock only keeps the time stamps (today or another day) current; it reads nothing. A
+    // card nobody can see has no time stamps to keep.
+    const bool seen = isVisible() && !m_screenLocked;
+    if (seen && !m_clock.isActive()) {
+        syncFromMonitor();
+        m_clock.start(kClockInterval, TimerRepeat::repeating);
+    } else if (!seen) {
+        m_clock.stop();
+    }
 }
 
 void AmbrelView::buildMenu() {
@@ -223,7 +247,6 @@ void AmbrelView::syncFromMonitor() {
                                                    m_locale));
     m_refresh->setBusy(m_monitor.isRefreshingPhone());
     m_help->setToolTip(QString::fromStdString(m_monitor.phoneStatus()));
-    update();
 }
 
 void AmbrelView::resizeEvent(QResizeEvent* event) {

@@ -27,8 +27,9 @@ struct ViewStyle;
 // The whole widget card, 360 x 170: a header (the title that moves the window, a refresh button
 // and an options menu), this computer's and the phone's gauges, and a footer with the refresh
 // cadence and the connection help button. It paints its own glass and is transparent outside
-// it. It reads the monitor, redraws on every published change and on a 30-second clock (for the
-// time stamps), and calls only refreshAll(); the monitor must outlive it. Main thread only.
+// it. It reads the monitor, redraws on every published change and, while shown, on a 30-second
+// clock (for the time stamps), and calls only refreshAll(); the monitor must outlive it. Main
+// thread only.
 class AmbrelView final : public QWidget {
     Q_OBJECT
 
@@ -60,15 +61,24 @@ public:
     IconButton* helpButton() const { return m_help; }
     const DeadlineTimer& clock() const { return m_clock; }
 
-    // Copies the monitor's state into the child views and schedules one repaint; the 30-second
-    // clock calls it to keep the time stamps (today or another day) current.
+    // Copies the monitor's state into the child views, each of which repaints only if what it
+    // shows has changed; the 30-second clock calls it to keep the time stamps (today or another
+    // day) current.
     void syncFromMonitor();
+    // While the screen is locked or blank, nobody sees the card: its clock waits, and the card
+    // catches up at once when the screen comes back.
+    void setScreenLocked(bool locked);
 
 protected:
     void paintEvent(QPaintEvent* event) override;
     void resizeEvent(QResizeEvent* event) override;
+    // The clock runs only while the card is on screen.
+    void showEvent(QShowEvent* event) override;
+    void hideEvent(QHideEvent* event) override;
 
 private:
+    // Runs the clock exactly while the card can be seen; started, it brings the card up to date.
+    void updateClock();
     void buildMenu();
     void applyLook();
     // Gives the menu's items their icons in the look in force, unless they have them already.
@@ -82,6 +92,7 @@ private:
     BatteryMonitor::ObserverId m_observer = 0;
     const UserLocale& m_locale;
     DeadlineTimer m_clock;
+    bool m_screenLocked = false;
     // The glass, drawn once per size, look and pixel ratio: a large translucent fill is the
     // costliest part of a frame.
     QImage m_glass;

@@ -70,12 +70,13 @@ void GaugeRing::setModel(const DeviceBatteryGaugeModel& model) {
     face.numberColor = model.numberColor();
     face.showsPercentSign = model.showsPercentSign();
     face.powerSymbol = model.powerSymbol();
+    setAccessibleName(QString::fromStdString(model.accessibilityLabel()));
+    // The clock passes the same model twice a minute: nothing to draw then.
     if (!(face == m_face)) {
         m_face = std::move(face);
         m_drawing = QImage();
+        update();
     }
-    setAccessibleName(QString::fromStdString(model.accessibilityLabel()));
-    update();
 }
 
 void GaugeRing::setFace(const Face& face) {

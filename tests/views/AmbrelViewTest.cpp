@@ -244,6 +244,84 @@ TEST_F(AmbrelViewTest, IdleCardRunsOnlyItsThirtySecondClock) {
     EXPECT_FALSE(view->menuButton()->spinner()->isAnimating());
 }
 
+TEST_F(AmbrelViewTest, HiddenCardStopsItsClockAndCatchesUpWhenShownAgain) {
+    m_harness.readMacBattery(50);
+    auto view = makeView();
+    EXPECT_FALSE(view->clock().isActive()) << "the clock ran before the card was shown";
+    testing::showAndSettle(*view);
+    EXPECT_TRUE(view->clock().isActive());
+
+    view->hide();
+    EXPECT_FALSE(view->clock().isActive());
+    m_harness.scheduler().advance(24 * 3600.0);
+    EXPECT_EQ(view->macGauge()->statusLine()->text(), q("Updated \u00b7 9:41\u202fAM"));
+
+    testing::showAndSettle(*view);
+    EXPECT_TRUE(view->clock().isActive());
+    EXPECT_EQ(view->macGauge()->statusLine()->text(), q("Last known \u00b7 Nov 14, 9:41\u202fAM"));
+}
+
+TEST_F(AmbrelViewTest, LockedScreenStopsTheClockAndUnlockingCatchesUp) {
+    m_harness.readMacBattery(50);
+    auto view = makeView();
+    testing::showAndSettle(*view);
+    view->setScreenLocked(true);
+    EXPECT_FALSE(view->clock().isActive());
+    m_harness.scheduler().advance(24 * 3600.0);
+    // Hidden and shown while locked (a screen that blanks, say): still no clock.
+    view->hide();
+    testing::showAndSettle(*view);
+    EXPECT_FALSE(view->clock().isActive());
+
+    view->setScreenLocked(false);
+    EXPECT_TRUE(view->clock().isActive());
+    EXPECT_EQ(view->macGauge()->statusLine()->text(), q("Last known \u00b7 Nov 14, 9:41\u202fAM"));
+    // Unlocked while hidden: the clock waits for the card to be shown.
+    view->setScreenLocked(true);
+    view->hide();
+    view->setScreenLocked(false);
+    EXPECT_FALSE(view->clock().isActive());
+}
+
+// Counts the paint events of a widget and all its children.
+class PaintCounter : public QObject {
+public:
+    explicit PaintCounter(QWidget& root) {
+        root.installEventFilter(this);
+        for (QWidget* child : root.findChildren<QWidget*>()) {
+            child->installEventFilter(this);
+        }
+    }
+    int count = 0;
+
+protected:
+    bool eventFilter(QObject*, QEvent* event) override {
+        if (event->type() == QEvent::Paint) {
+            ++count;
+        }
+        return false;
+    }
+};
+
+TEST_F(AmbrelViewTest, ClockTickWithNothingNewPaintsNothing) {
+    m_harness.readMacBattery(50);
+    auto view = makeView();
+    testing::showAndSettle(*view);
+    QApplication::processEvents();
+    PaintCounter paints(*view);
+    // Half a minute on, the same day: every text and ring stays as it was.
+    m_harness.scheduler().advance(30.0);
+    view->syncFromMonitor();
+    QApplication::processEvents();
+    EXPECT_EQ(paints.count, 0) << "an unchanged card was painted again";
+
+    // A day on, the time stamp changes: that is painted.
+    m_harness.scheduler().advance(24 * 3600.0);
+    view->syncFromMonitor();
+    QApplication::processEvents();
+    EXPECT_GT(paints.count, 0);
+}
+
 TEST_F(AmbrelViewTest, GaugesShowTheMonitorsReadings) {
     m_harness.readMacBattery(50);
     auto view = makeView();
