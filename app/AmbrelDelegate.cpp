@@ -17,6 +17,7 @@
 #include "platform/qt/ColorSchemeWatcher.h"
 #include "platform/qt/DeadlineTimer.h"
 #include "platform/qt/QtMainScheduler.h"
+#include "platform/qt/ScreenLockObserver.h"
 #include "platform/qt/WakeObserver.h"
 #include "presentation/WidgetBrand.h"
 #include "shell/AutostartSettings.h"
@@ -136,6 +137,13 @@ void AmbrelDelegate::applicationDidFinishLaunching() {
     m_wakeObserver = std::make_unique<WakeObserver>([self] {
         if (self != nullptr) {
             self->m_monitor->refreshAll();
+        }
+    });
+    m_screenLockObserver = std::make_unique<ScreenLockObserver>([self](bool locked) {
+        if (self != nullptr && self->m_panel) {
+            if (auto* card = qobject_cast<AmbrelView*>(self->m_panel->content())) {
+                card->setScreenLocked(locked);
+            }
         }
     });
     watchScreens();
@@ -291,6 +299,7 @@ void AmbrelDelegate::applicationWillTerminate() {
     }
     m_screenConnections.clear();
     m_wakeObserver.reset();
+    m_screenLockObserver.reset();
     m_colorSchemeWatcher.reset();
     // A phone tool still running would outlive the program otherwise, and a read on its way
     // must not start another one.

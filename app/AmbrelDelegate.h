@@ -36,6 +36,7 @@ class PanelFrameStore;
 class QtMainScheduler;
 class SpawnProcessLauncher;
 class StatusMenu;
+class ScreenLockObserver;
 class WakeObserver;
 
 // A normal run: builds the monitor, the desktop panel with the card and the tray item, keeps
@@ -112,6 +113,7 @@ private:
     std::unique_ptr<DesktopPanel> m_panel;
     std::unique_ptr<StatusMenu> m_statusMenu;
     std::unique_ptr<WakeObserver> m_wakeObserver;
+    std::unique_ptr<ScreenLockObserver> m_screenLockObserver;
     std::unique_ptr<BarStatePublisher> m_barState;
     std::unique_ptr<LowBatteryAlertsController> m_lowBatteryAlerts;
     std::unique_ptr<ColorSchemeWatcher> m_colorSchemeWatcher;
