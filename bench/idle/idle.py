@@ -12,6 +12,7 @@ Threads are looked at twice a second, so one that ends during the stretch (a pho
 still counts with what it had done by its last look.
 
     bench/idle/idle.py --program build/bin/tovrin --warm-up 60 --minutes 5
+    bench/idle/idle.py --hidden      # the card hidden from its menu first, as a user does
 """
 
 import argparse
@@ -133,25 +134,61 @@ def watch(pid, seconds):
     return result
 
 
+def visible_cards(env):
+    """The X windows of the card that are on screen."""
+    found = subprocess.run(["xdotool", "search", "--onlyvisible", "--name", "^Tovrin$"],
+                           env=env, capture_output=True, text=True)
+    return found.stdout.split()
+
+
+def hide_card(env):
+    """Hides the card the way a user does: its options menu, then "Hide widget"."""
+    deadline = time.monotonic() + 60
+    cards = []
+    while not cards and time.monotonic() < deadline:
+        cards = visible_cards(env)
+        time.sleep(0.2)
+    if not cards:
+        sys.exit("the card did not come on screen")
+    geometry = subprocess.run(["xdotool", "getwindowgeometry", "--shell", cards[0]], env=env,
+                              capture_output=True, text=True).stdout
+    values = dict(line.split("=", 1) for line in geometry.split() if "=" in line)
+    # The options button sits at the right of the header: 25 from the right edge, 20 down.
+    x = int(values["X"]) + int(values["WIDTH"]) - 25
+    y = int(values["Y"]) + 20
+    subprocess.run(["xdotool", "mousemove", str(x), str(y), "click", "1"], env=env, check=True)
+    time.sleep(1)
+    # Refresh, set up, (the byline is not selectable), Hide.
+    subprocess.run(["xdotool", "key", "Down", "Down", "Down", "Return"], env=env, check=True)
+    while visible_cards(env) and time.monotonic() < deadline:
+        time.sleep(0.2)
+    if visible_cards(env):
+        sys.exit("the card did not hide")
+
+
 def main():
     parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
     parser.add_argument("--program", default="build/bin/tovrin")
     parser.add_argument("--warm-up", type=float, default=60, help="seconds (60)")
     parser.add_argument("--minutes", type=float, default=5, help="length of the stretch (5)")
+    parser.add_argument("--hidden", action="store_true",
+                        help="hide the card from its menu before the warm-up")
     options = parser.parse_args()
-    for tool in ("Xvfb", "dbus-daemon"):
+    for tool in ("Xvfb", "dbus-daemon", "xdotool"):
         if shutil.which(tool) is None:
-            sys.exit(f"{tool} is missing: sudo apt-get install xvfb dbus")
+            sys.exit(f"{tool} is missing: sudo apt-get install xvfb dbus-daemon xdotool")
 
     root = tempfile.mkdtemp(prefix="tovrin-idle-")
     server = bus = widget = None
     try:
         server, display = start_xvfb()
         bus, address = start_bus(root)
-        widget = subprocess.Popen([os.path.abspath(options.program)],
-                                  env=session(root, display, address),
+        env = session(root, display, address)
+        widget = subprocess.Popen([os.path.abspath(options.program)], env=env,
                                   stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL,
                                   stderr=subprocess.DEVNULL, cwd=root)
+        if options.hidden:
+            hide_card(env)
         time.sleep(options.warm_up)
         if widget.poll() is not None:
             sys.exit(f"the widget ended during the warm-up (exit {widget.returncode})")
@@ -175,7 +212,8 @@ def main():
 
     minutes = seconds / 60
     per_hour = 3600 / seconds / CLOCK_TICKS
-    print(f"Idle for {minutes:g} min after {options.warm_up:g} s of warm-up; "
+    shown = "hidden" if options.hidden else "shown"
+    print(f"Idle for {minutes:g} min, card {shown}, after {options.warm_up:g} s of warm-up; "
           f"{len(threads)} threads seen")
     print(f"{'thread':<18} {'tid':>8} {'wake-ups/min':>13} {'CPU s/hour':>11}")
     for tid, (name, switches, ticks) in sorted(threads.items(), key=lambda item: -item[1][1]):
