@@ -21,15 +21,23 @@ std::string firstLine(const std::filesystem::path& file) {
 
 } // namespace
 
-std::vector<pid_t> ThreadActivity::threadsNamed(const std::string& name) {
-    std::vector<pid_t> threads;
+std::vector<pid_t> ThreadActivity::threads() {
+    std::vector<pid_t> all;
     std::error_code error;
     for (const auto& entry : std::filesystem::directory_iterator("/proc/self/task", error)) {
-        if (firstLine(entry.path() / "comm") == name) {
-            threads.push_back(static_cast<pid_t>(std::stol(entry.path().filename().string())));
+        all.push_back(static_cast<pid_t>(std::stol(entry.path().filename().string())));
+    }
+    return all;
+}
+
+std::vector<pid_t> ThreadActivity::threadsNamed(const std::string& name) {
+    std::vector<pid_t> named;
+    for (const pid_t thread : threads()) {
+        if (firstLine(taskFolder(thread) / "comm") == name) {
+            named.push_back(thread);
         }
     }
-    return threads;
+    return named;
 }
 
 std::optional<long> ThreadActivity::voluntarySwitches(pid_t thread) {

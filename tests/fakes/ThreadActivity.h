@@ -12,6 +12,8 @@ namespace ambrel::testing {
 // name, whether one is asleep, and how often it has gone to sleep of its own accord. A thread
 // that waits on its descriptors without a time-out goes to sleep once and stays there.
 struct ThreadActivity {
+    // The ids of all this process's threads.
+    static std::vector<pid_t> threads();
     // The ids of this process's threads named `name` (the name a thread gave itself).
     static std::vector<pid_t> threadsNamed(const std::string& name);
     // How many times the thread gave up the processor to wait; nothing once it has ended.

@@ -1,5 +1,6 @@
 #include "muxer/PrivateMuxer.h"
 
+#include <algorithm>
 #include <chrono>
 #include <cstdlib>
 #include <cstring>
@@ -15,8 +16,10 @@
 #include <gtest/gtest.h>
 
 #include "muxer/MuxMessage.h"
+#include "muxer/SystemDeviceWatch.h"
 #include "tests/fakes/FakeEnvironment.h"
 #include "tests/fakes/TemporaryFolder.h"
+#include "tests/fakes/ThreadActivity.h"
 #include "tests/muxer/FakeSystemMuxer.h"
 
 namespace ambrel::testing {
@@ -185,6 +188,70 @@ TEST(PrivateMuxerTest, ASilentSystemBusDelaysNeitherStartNorListingsNorQuitting)
 
     // Nor does quitting wait for it.
     muxer.reset();
+}
+
+// The threads of this process that `before` did not have.
+std::vector<pid_t> newThreads(const std::vector<pid_t>& before) {
+    std::vector<pid_t> added;
+    for (const pid_t thread : ThreadActivity::threads()) {
+        if (std::find(before.begin(), before.end(), thread) == before.end()) {
+            added.push_back(thread);
+        }
+    }
+    return added;
+}
+
+// How often the threads have gone to sleep, together; -1 once any has ended.
+long switchesOf(const std::vector<pid_t>& threads) {
+    long total = 0;
+    for (const pid_t thread : threads) {
+        const auto switches = ThreadActivity::voluntarySwitches(thread);
+        if (!switches) {
+            return -1;
+        }
+        total += *switches;
+    }
+    return total;
+}
+
+// A system bus without avahi-daemon on it (the test's own session bus stands in): discovery
+// waits for the daemon to appear, and while it waits neither it nor the muxer wakes; stopping
+// ends every thread they started.
+TEST(PrivateMuxerTest, WaitingForAvahiNothingWakesAndTheStopEndsEveryThread) {
+    const char* sessionBus = std::getenv("DBUS_SESSION_BUS_ADDRESS");
+    ASSERT_NE(sessionBus, nullptr) << "the test has no session bus";
+    const ScopedVariable bus("DBUS_SYSTEM_BUS_ADDRESS", std::string(sessionBus));
+    TemporaryFolder folder;
+    const auto before = ThreadActivity::threads();
+    PrivateMuxer::Setup setup;
+    setup.socketPath = folder.path() / "run" / "usbmuxd";
+    setup.systemMuxerPath = (folder.path() / "no-system-muxer").string();
+    setup.systemRecordsFolder = folder.path() / "lockdown";
+    setup.ownRecordsFolder = folder.path() / "own";
+    setup.discoverWifiPhones = true;
+    PrivateMuxer muxer(setup);
+    ASSERT_TRUE(muxer.start());
+
+    // Settled: the threads that are left all asleep, and none woke for a second.
+    const auto deadline = std::chrono::steady_clock::now() + 60s;
+    std::vector<pid_t> started;
+    bool settled = false;
+    while (!settled && std::chrono::steady_clock::now() < deadline) {
+        started = newThreads(before);
+        const long switches = switchesOf(started);
+        std::this_thread::sleep_for(1s);
+        settled = switches >= 0 && switchesOf(started) == switches &&
+                  std::all_of(started.begin(), started.end(), ThreadActivity::isAsleep);
+    }
+    ASSERT_TRUE(settled);
+    ASSERT_TRUE(muxer.isDiscovering()) << "discovery gave up instead of waiting for avahi";
+    const long asleep = switchesOf(started);
+    ASSERT_GE(asleep, 0);
+    std::this_thread::sleep_for(SystemDeviceWatch::kRetry * 2 + 500ms);
+    EXPECT_EQ(switchesOf(started), asleep) << "a thread woke with nothing to do";
+
+    muxer.stop();
+    EXPECT_TRUE(newThreads(before).empty()) << "a thread outlived the stop";
 }
 
 TEST(PrivateMuxerTest, TheUsersOwnMuxerIsLeftAlone) {
