@@ -33,7 +33,12 @@ note_stage() {
 }
 
 scratch=$(mktemp -d)
-trap 'rm -rf "$scratch"' EXIT
+# The build beside the tests runs in a process group of its own (so that it can be stopped as a
+# whole); it goes with this script however the script ends.
+build_group=""
+trap '[ -z "$build_group" ] || kill -TERM -- "-$build_group" 2>/dev/null; rm -rf "$scratch"' EXIT
+trap 'exit 130' INT
+trap 'exit 143' TERM
 # Processes a test left running are stopped by the test environment; it notes them here.
 export TOVRIN_TEST_LEFTOVER_LOG=$scratch/leftovers
 
@@ -89,6 +94,7 @@ build_beside_tests() {
     setsid nice -n 19 bash -c "source '$TOVRIN_ROOT/scripts/common.sh'; set +e
         build_preset $preset; echo \$? >'$done_file.new'; mv '$done_file.new' '$done_file'" &
     build_pid=$!
+    build_group=$build_pid
     while [ ! -e "$done_file" ] && [ ! -e "$scratch/$test_name.status" ]; do
         sleep 1
     done
@@ -96,10 +102,12 @@ build_beside_tests() {
         say "The tests ended first: building ($preset) on at normal priority"
         kill -TERM -- "-$build_pid" 2>/dev/null || true
         wait "$build_pid" || true
+        build_group=""
         build_preset "$preset"
         return
     fi
     wait "$build_pid" || true
+    build_group=""
     [ "$(cat "$done_file")" = 0 ] || exit 1
 }
 
