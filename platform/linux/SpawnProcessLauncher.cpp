@@ -5,12 +5,15 @@
 #include <condition_variable>
 #include <csignal>
 #include <cstdint>
+#include <deque>
+#include <functional>
 #include <system_error>
 #include <thread>
 #include <utility>
 
 #include <fcntl.h>
 #include <poll.h>
+#include <pthread.h>
 #include <spawn.h>
 #include <sys/eventfd.h>
 #include <sys/types.h>
@@ -255,10 +258,84 @@ private:
     std::optional<int> m_rawStatus;
 };
 
-SpawnProcessLauncher::SpawnProcessLauncher() = default;
+// A thread that only starts children, so that they get its priority rather than that of the
+// thread asking (a child inherits the nice value of the thread that spawned it). The program's
+// background jobs run at a lower priority, but a tool's time limit is wall time: a tool that
+// inherited that priority could miss its limit on a busy machine (a first pairing makes two RSA
+// keys), and lowering a priority can only be undone with privileges. Waits without a time-out.
+class SpawnProcessLauncher::Spawner {
+public:
+    Spawner() {
+        try {
+            m_thread = std::thread([this] { serve(); });
+        } catch (const std::system_error&) {
+            // No thread to be had: the children are started by the threads asking.
+        }
+    }
+    ~Spawner() {
+        {
+            const std::lock_guard lock(m_mutex);
+            m_stopping = true;
+        }
+        m_wake.notify_all();
+        if (m_thread.joinable()) {
+            m_thread.join();
+        }
+    }
+    Spawner(const Spawner&) = delete;
+    Spawner& operator=(const Spawner&) = delete;
+
+    // Runs `spawn` on the spawner's thread and returns what it returned.
+    int spawn(const std::function<int()>& spawn) {
+        if (!m_thread.joinable() || std::this_thread::get_id() == m_thread.get_id()) {
+            return spawn();
+        }
+        Request request{&spawn};
+        std::unique_lock lock(m_mutex);
+        m_requests.push_back(&request);
+        m_wake.notify_all();
+        m_done.wait(lock, [&] { return request.isDone; });
+        return request.result;
+    }
+
+private:
+    struct Request {
+        const std::function<int()>* spawn;
+        int result = -1;
+        bool isDone = false;
+    };
+
+    void serve() {
+        ::pthread_setname_np(::pthread_self(), "tool-spawner");
+        std::unique_lock lock(m_mutex);
+        for (;;) {
+            m_wake.wait(lock, [this] { return m_stopping || !m_requests.empty(); });
+            if (m_requests.empty()) {
+                return;
+            }
+            Request* request = m_requests.front();
+            m_requests.pop_front();
+            lock.unlock();
+            const int result = (*request->spawn)();
+            lock.lock();
+            request->result = result;
+            request->isDone = true;
+            m_done.notify_all();
+        }
+    }
+
+    std::mutex m_mutex;
+    std::condition_variable m_wake;
+    std::condition_variable m_done;
+    std::deque<Request*> m_requests;
+    bool m_stopping = false;
+    std::thread m_thread;
+};
+
+SpawnProcessLauncher::SpawnProcessLauncher() : m_spawner(std::make_unique<Spawner>()) {}
 
 SpawnProcessLauncher::SpawnProcessLauncher(std::vector<std::string> environment)
-    : m_environment(std::move(environment)) {}
+    : m_environment(std::move(environment)), m_spawner(std::make_unique<Spawner>()) {}
 
 SpawnProcessLauncher::~SpawnProcessLauncher() {
     shutDown();
@@ -305,8 +382,12 @@ LaunchResult SpawnProcessLauncher::launch(const LaunchOptions& options) {
         pid_t pid = -1;
         // glibc reports a failed exec (missing file, no permission, not a program) here, so
         // such a path ends at once without a child.
-        if (::posix_spawn(&pid, program.c_str(), settings.actions(), settings.attributes(),
-                          argv.data(), m_environment ? envp.data() : environ) != 0) {
+        char* const* environment = m_environment ? envp.data() : environ;
+        const std::function<int()> spawn = [&] {
+            return ::posix_spawn(&pid, program.c_str(), settings.actions(), settings.attributes(),
+                                 argv.data(), environment);
+        };
+        if (m_spawner->spawn(spawn) != 0) {
             return notStarted;
         }
         try {

@@ -41,6 +41,7 @@ public:
 
 private:
     class Child;
+    class Spawner;
 
     std::mutex m_lock;
     // The children of launches in progress. Spawning happens under the same lock, so a child
@@ -48,6 +49,9 @@ private:
     std::vector<std::shared_ptr<Child>> m_children;
     bool m_isShutDown = false;
     std::optional<std::vector<std::string>> m_environment;
+    // Starts the children on a thread made with the launcher, at the priority of the thread that
+    // made it (see launch()).
+    std::unique_ptr<Spawner> m_spawner;
 };
 
 } // namespace ambrel

@@ -14,7 +14,8 @@ namespace ambrel {
 namespace {
 
 // Lowers the calling thread to the background nice value. On Linux the nice value belongs to the
-// thread, so the main thread keeps its own; the tools the job starts inherit it. A thread that
+// thread, so the main thread keeps its own (and so does the launcher's spawning thread, which
+// starts the tools). A thread that
 // is already nicer (the whole program started under `nice -n 19`, say) is left alone, since
 // going back up would need privileges.
 void lowerThreadPriority() {

@@ -1,5 +1,7 @@
 #include "platform/linux/SpawnProcessLauncher.h"
 
+#include <algorithm>
+#include <cerrno>
 #include <chrono>
 #include <csignal>
 #include <filesystem>
@@ -7,7 +9,9 @@
 #include <thread>
 #include <vector>
 
+#include <sys/resource.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
 #include <gtest/gtest.h>
 
@@ -72,6 +76,28 @@ TEST(SpawnProcessLauncherTest, ExitedChildGivesItsCodeAndOutput) {
     const auto failing = launcher.launch(childOptions({"exit", "42"}));
     EXPECT_EQ(failing.end, LaunchEnd::exited);
     EXPECT_EQ(failing.exitCode, 42);
+}
+
+TEST(SpawnProcessLauncherTest, ChildrenGetTheLaunchersPriorityNotTheAskingThreads) {
+    // The launcher is made here; the launch is asked from a thread that lowered itself, as the
+    // background jobs do. `nice` prints the priority it runs at.
+    errno = 0;
+    const int own = ::getpriority(PRIO_PROCESS, static_cast<id_t>(::gettid()));
+    ASSERT_EQ(errno, 0);
+    SpawnProcessLauncher launcher;
+    LaunchResult result;
+    int asking = 0;
+    std::thread([&] {
+        ::setpriority(PRIO_PROCESS, static_cast<id_t>(::gettid()), std::min(own + 5, 19));
+        asking = ::getpriority(PRIO_PROCESS, static_cast<id_t>(::gettid()));
+        LaunchOptions options;
+        options.program = "/usr/bin/nice";
+        options.timeLimit = std::chrono::minutes(1);
+        result = launcher.launch(options);
+    }).join();
+    ASSERT_EQ(result.end, LaunchEnd::exited);
+    ASSERT_GT(asking, own) << "the asking thread could not lower itself";
+    EXPECT_EQ(result.standardOutput, std::to_string(own) + "\n");
 }
 
 TEST(SpawnProcessLauncherTest, SignalledChildGivesTheSignal) {
