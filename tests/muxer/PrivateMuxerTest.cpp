@@ -222,6 +222,9 @@ TEST(PrivateMuxerTest, WaitingForAvahiNothingWakesAndTheStopEndsEveryThread) {
     ASSERT_NE(sessionBus, nullptr) << "the test has no session bus";
     const ScopedVariable bus("DBUS_SYSTEM_BUS_ADDRESS", std::string(sessionBus));
     TemporaryFolder folder;
+    // A thread started and ended first, so that the threads a runtime adds with the first one
+    // (the thread sanitizer's own, which wakes often) are there before the count.
+    std::thread([] {}).join();
     const auto before = ThreadActivity::threads();
     PrivateMuxer::Setup setup;
     setup.socketPath = folder.path() / "run" / "usbmuxd";
@@ -286,3 +289,12 @@ TEST(PrivateMuxerTest, ItGivesTheToolsItsAddressAndLeavesTheProcessEnvironmentAl
 
 } // namespace
 } // namespace ambrel::testing
+
+// avahi-client's connect and its free take two of libdbus's locks in opposite orders, which the
+// thread sanitizer reports as a possible deadlock once discovery has connected and is stopped.
+// Discovery never runs the two at once (a stop while it connects leaves the closing to the
+// connecting thread), so the cycle cannot close. Debian's libdbus has no symbols, so the
+// library's name is the narrowest match.
+extern "C" const char* __tsan_default_suppressions() {
+    return "deadlock:libdbus-1.so\n";
+}
