@@ -49,6 +49,16 @@ protected:
         }
     }
 
+    // The observer's match rules go to the bus without a reply awaited, and the test's signals
+    // come over another connection, which the bus need not order after them: one call answered
+    // on the observer's connection means the rules sent before it are in place.
+    static void rulesInPlace() {
+        const auto reply = QDBusConnection::sessionBus().call(QDBusMessage::createMethodCall(
+            QStringLiteral("org.freedesktop.DBus"), QStringLiteral("/org/freedesktop/DBus"),
+            QStringLiteral("org.freedesktop.DBus"), QStringLiteral("GetId")));
+        ASSERT_EQ(reply.type(), QDBusMessage::ReplyMessage);
+    }
+
     std::function<void(bool)> recorder() {
         return [this](bool locked) { m_changes.push_back(locked); };
     }
@@ -60,7 +70,9 @@ protected:
 TEST_F(ScreenLockObserverTest, TellsTheFreedesktopScreenSaversLockAndUnlock) {
     ScreenLockObserver observer(recorder());
     ASSERT_TRUE(observer.isListening());
+    rulesInPlace();
     send("/org/freedesktop/ScreenSaver", "org.freedesktop.ScreenSaver", "ActiveChanged", true);
+    waitForChanges(1);
     send("/org/freedesktop/ScreenSaver", "org.freedesktop.ScreenSaver", "ActiveChanged", false);
     waitForChanges(2);
     EXPECT_EQ(m_changes, (std::vector<bool>{true, false}));
@@ -68,6 +80,7 @@ TEST_F(ScreenLockObserverTest, TellsTheFreedesktopScreenSaversLockAndUnlock) {
 
 TEST_F(ScreenLockObserverTest, TellsGnomesScreenSaverToo) {
     ScreenLockObserver observer(recorder());
+    rulesInPlace();
     send("/org/gnome/ScreenSaver", "org.gnome.ScreenSaver", "ActiveChanged", true);
     waitForChanges(1);
     EXPECT_EQ(m_changes, std::vector<bool>{true});
@@ -75,6 +88,7 @@ TEST_F(ScreenLockObserverTest, TellsGnomesScreenSaverToo) {
 
 TEST_F(ScreenLockObserverTest, OtherSignalsAreNotTold) {
     ScreenLockObserver observer(recorder());
+    rulesInPlace();
     send("/org/freedesktop/ScreenSaver", "org.freedesktop.ScreenSaver", "WakeUpScreen", true);
     send("/org/example/ScreenSaver", "org.example.ScreenSaver", "ActiveChanged", true);
     send("/org/freedesktop/ScreenSaver", "org.freedesktop.ScreenSaver", "ActiveChanged", false);
@@ -88,6 +102,7 @@ TEST_F(ScreenLockObserverTest, NothingIsToldOnceItIsGone) {
     { ScreenLockObserver gone(recorder()); }
     ScreenLockObserver observer([this](bool) { m_changes.push_back(true); });
     ScreenLockObserver marker([this](bool) { m_changes.push_back(false); });
+    rulesInPlace();
     send("/org/freedesktop/ScreenSaver", "org.freedesktop.ScreenSaver", "ActiveChanged", true);
     waitForChanges(2);
     // One each from the two that are still there, none from the one that is gone.
