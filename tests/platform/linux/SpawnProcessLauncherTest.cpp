@@ -84,6 +84,9 @@ TEST(SpawnProcessLauncherTest, ChildrenGetTheLaunchersPriorityNotTheAskingThread
     errno = 0;
     const int own = ::getpriority(PRIO_PROCESS, static_cast<id_t>(::gettid()));
     ASSERT_EQ(errno, 0);
+    if (own >= 19) {
+        GTEST_SKIP() << "the tests run at the lowest priority already: no thread can go lower";
+    }
     SpawnProcessLauncher launcher;
     LaunchResult result;
     int asking = 0;
