@@ -63,8 +63,9 @@ bool MuxerServer::start() {
     }
     m_started = true;
     if (m_options.standingListen) {
-        m_usbWatch = std::make_unique<SystemDeviceWatch>(m_options.systemMuxerPath, m_stopFd.get(),
-                                                         m_options.systemMuxerLimit);
+        m_usbWatch =
+            std::make_unique<SystemDeviceWatch>(m_options.systemMuxerPath, m_stopFd.get(),
+                                                m_options.systemMuxerLimit, m_options.arrivals);
         m_usbWatch->start();
     }
     m_acceptThread = std::thread([this] {

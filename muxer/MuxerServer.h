@@ -42,6 +42,8 @@ public:
         // Whether to keep a Listen standing at the system muxer for listings; without it every
         // listing asks the system muxer.
         bool standingListen = true;
+        // Told of every phone plugged in while a Listen stands at the system muxer.
+        PhoneArrivalSink* arrivals = nullptr;
     };
 
     // Clients connected at once beyond this are hung up on at once.

@@ -59,6 +59,8 @@ std::optional<std::string> PrivateMuxer::start() {
     options.socketPath = m_setup.socketPath;
     options.systemMuxerPath = m_setup.systemMuxerPath;
     options.network = &m_directory;
+    options.arrivals = m_setup.arrivals;
+    m_directory.setArrivalSink(m_setup.arrivals);
     m_server = std::make_unique<MuxerServer>(options);
     if (!m_server->start()) {
         m_server.reset();
@@ -95,7 +97,8 @@ std::string systemMuxerSocketPath(const Environment& environment) {
 }
 
 std::unique_ptr<PrivateMuxer> startPrivateMuxer(const Environment& environment,
-                                                const std::filesystem::path& dataFolder) {
+                                                const std::filesystem::path& dataFolder,
+                                                PhoneArrivalSink* arrivals) {
     if (environment.nonEmpty(kAddressVariable)) {
         return nullptr;
     }
@@ -103,6 +106,7 @@ std::unique_ptr<PrivateMuxer> startPrivateMuxer(const Environment& environment,
     setup.socketPath = PrivateMuxer::defaultSocketPath(environment);
     setup.ownRecordsFolder = dataFolder / "pair-records";
     setup.systemMuxerPath = systemMuxerSocketPath(environment);
+    setup.arrivals = arrivals;
     auto muxer = std::make_unique<PrivateMuxer>(setup);
     if (!muxer->start()) {
         return nullptr;

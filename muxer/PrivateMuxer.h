@@ -26,6 +26,9 @@ public:
         std::filesystem::path ownRecordsFolder;
         // Whether to look for Wi-Fi phones through avahi-daemon.
         bool discoverWifiPhones = true;
+        // Told of every phone that is plugged in or whose advert arrives; may be none. Must
+        // outlive the muxer.
+        PhoneArrivalSink* arrivals = nullptr;
     };
 
     // "$XDG_RUNTIME_DIR/tovrin/usbmuxd"; without XDG_RUNTIME_DIR, "<temporary folder>/tovrin-
@@ -66,9 +69,11 @@ std::string systemMuxerSocketPath(const Environment& environment);
 
 // Starts the program's muxer unless `environment` already names one in USBMUXD_SOCKET_ADDRESS
 // (the user's muxer is then used). `dataFolder` is the program's own data folder (empty: no
-// copies of pair records are kept). Nothing when the user's muxer is used or none could be
-// started; the phone tools are then given no address of ours.
+// copies of pair records are kept). `arrivals` is told of the phones that appear. Nothing when
+// the user's muxer is used or none could be started; the phone tools are then given no address
+// of ours.
 std::unique_ptr<PrivateMuxer> startPrivateMuxer(const Environment& environment,
-                                                const std::filesystem::path& dataFolder);
+                                                const std::filesystem::path& dataFolder,
+                                                PhoneArrivalSink* arrivals = nullptr);
 
 } // namespace ambrel

@@ -10,13 +10,15 @@
 
 #include "muxer/MuxChannel.h"
 #include "muxer/MuxMessage.h"
+#include "muxer/PairRecordStore.h"
 
 namespace ambrel {
 
 SystemDeviceWatch::SystemDeviceWatch(std::string systemMuxerPath, int stopFd,
-                                     std::chrono::milliseconds systemMuxerLimit)
+                                     std::chrono::milliseconds systemMuxerLimit,
+                                     PhoneArrivalSink* arrivals)
     : m_systemMuxerPath(std::move(systemMuxerPath)), m_stopFd(stopFd),
-      m_systemMuxerLimit(systemMuxerLimit) {}
+      m_systemMuxerLimit(systemMuxerLimit), m_arrivals(arrivals) {}
 
 SystemDeviceWatch::~SystemDeviceWatch() {
     join();
@@ -209,6 +211,10 @@ SystemDeviceWatch::Stand SystemDeviceWatch::stand() {
         if (!event) {
             break;
         }
+        std::optional<std::string> attached;
+        if (event->kind == MuxReply::Kind::attached && event->device) {
+            attached = udidOfSerial(event->device->serialNumber);
+        }
         {
             const std::lock_guard lock(m_mutex);
             const auto id = event->deviceId;
@@ -224,6 +230,9 @@ SystemDeviceWatch::Stand SystemDeviceWatch::stand() {
                 m_devices.erase(known);
             }
             m_reading = false;
+        }
+        if (attached && m_arrivals != nullptr) {
+            m_arrivals->phoneAppeared(*attached, false);
         }
         if (!settled) {
             settleAt = std::chrono::steady_clock::now() + kSettle;

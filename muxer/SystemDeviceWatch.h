@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "muxer/MuxDevice.h"
+#include "muxer/PhoneArrivalSink.h"
 
 namespace ambrel {
 
@@ -20,8 +21,10 @@ namespace ambrel {
 class SystemDeviceWatch {
 public:
     // `stopFd` ends every wait once it becomes readable; join() then returns at once.
+    // `arrivals`, when given, is told of every device the system muxer announces as attached.
     SystemDeviceWatch(std::string systemMuxerPath, int stopFd,
-                      std::chrono::milliseconds systemMuxerLimit);
+                      std::chrono::milliseconds systemMuxerLimit,
+                      PhoneArrivalSink* arrivals = nullptr);
     // Joins; the stop descriptor must have been made readable first.
     ~SystemDeviceWatch();
     SystemDeviceWatch(const SystemDeviceWatch&) = delete;
@@ -66,6 +69,7 @@ private:
     std::string m_systemMuxerPath;
     int m_stopFd;
     std::chrono::milliseconds m_systemMuxerLimit;
+    PhoneArrivalSink* m_arrivals;
     std::thread m_thread;
 
     // Guards everything below.

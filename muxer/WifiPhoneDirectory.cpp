@@ -25,8 +25,21 @@ WifiPhoneDirectory::WifiPhoneDirectory(PairRecordStore& records, Clock clock)
     : m_records(records), m_clock(std::move(clock)) {}
 
 void WifiPhoneDirectory::advertResolved(const WifiAdvert& advert) {
-    const std::lock_guard lock(m_mutex);
-    auto& entry = m_adverts[{advert.name, advert.interfaceIndex}];
+    bool arrived = false;
+    {
+        const std::lock_guard lock(m_mutex);
+        const auto key = AdvertKey{advert.name, advert.interfaceIndex};
+        const auto known = m_adverts.find(key);
+        // A second address of an advert that is here already is no arrival.
+        arrived = known == m_adverts.end() || known->second.goneSince.has_value();
+        remember(m_adverts[key], advert);
+    }
+    if (arrived && m_arrivals != nullptr) {
+        m_arrivals->phoneAppeared(advert.name, true);
+    }
+}
+
+void WifiPhoneDirectory::remember(Advert& entry, const WifiAdvert& advert) {
     entry.name = advert.name;
     entry.fullServiceName = advert.fullServiceName;
     entry.interfaceIndex = advert.interfaceIndex;

@@ -13,6 +13,7 @@
 #include "muxer/NetworkAddress.h"
 #include "muxer/NetworkPhoneSource.h"
 #include "muxer/PairRecordStore.h"
+#include "muxer/PhoneArrivalSink.h"
 #include "muxer/WifiAdvertSink.h"
 
 namespace ambrel {
@@ -40,6 +41,10 @@ public:
     static constexpr std::uint16_t kLockdownPort = 62078;
 
     WifiPhoneDirectory(PairRecordStore& records, Clock clock);
+
+    // Told of every advert that arrives, or comes back after it had gone; none until set.
+    // Set before discovery starts.
+    void setArrivalSink(PhoneArrivalSink* sink) { m_arrivals = sink; }
 
     // WifiAdvertSink. An advert's IPv4 address is preferred to its IPv6 one; a removed
     // advert starts its grace period.
@@ -76,10 +81,13 @@ private:
     using AdvertKey = std::pair<std::string, std::uint32_t>;
 
     void dropExpired();
+    // Takes in a resolved advert; the caller holds m_mutex.
+    static void remember(Advert& entry, const WifiAdvert& advert);
     std::uint32_t deviceIdOf(const std::string& udid);
 
     PairRecordStore& m_records;
     Clock m_clock;
+    PhoneArrivalSink* m_arrivals = nullptr;
     std::mutex m_mutex;
     std::map<AdvertKey, Advert> m_adverts;
     std::map<std::string, std::uint32_t> m_deviceIds;

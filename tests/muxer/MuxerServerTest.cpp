@@ -20,6 +20,7 @@
 #include "tests/fakes/ThreadActivity.h"
 #include "tests/muxer/FakeNetworkPhones.h"
 #include "tests/muxer/FakeSystemMuxer.h"
+#include "tests/muxer/RecordingArrivals.h"
 
 namespace ambrel::testing {
 namespace {
@@ -158,6 +159,7 @@ protected:
         options.clientLimit = m_clientLimit;
         options.listenPeriod = 50ms;
         options.standingListen = m_standingListen;
+        options.arrivals = &m_arrivals;
         m_muxer = std::make_unique<MuxerServer>(options);
         ASSERT_TRUE(m_muxer->start()) << m_muxer->failure();
     }
@@ -221,6 +223,7 @@ protected:
     }
 
     bool m_standingListen = true;
+    RecordingArrivals m_arrivals;
     std::chrono::milliseconds m_clientLimit = 2000ms;
     TemporaryFolder m_folder;
     FakeNetworkPhones m_network;
@@ -364,6 +367,19 @@ TEST_F(MuxerServerTest, AStandingListenKeepsNoDevicesOfASystemMuxerThatEnded) {
     EXPECT_EQ(listedUsbIds(), std::vector<std::uint32_t>{3});
     EXPECT_EQ(m_system->requestsOf("ListDevices"), asked);
     EXPECT_EQ(m_system->requestsOf("Listen"), 1);
+}
+
+TEST_F(MuxerServerTest, PhonesPluggedInAreToldAsArrivals) {
+    startMuxer();
+    // One already plugged in when the Listen starts (the system muxer started for it).
+    m_system->addUsbDevice(3, kSerial);
+    ASSERT_TRUE(m_arrivals.waitFor(1, 60s));
+    m_system->removeUsbDevice(3);
+    m_system->addUsbDevice(4, "00008030000A11112222333E");
+    ASSERT_TRUE(m_arrivals.waitFor(2, 60s));
+    // Unplugging is no arrival: the two plugs are all there is.
+    EXPECT_EQ(m_arrivals.arrivals(),
+              (std::vector<std::string>{"usb " + kUdid, "usb 00008030-000A11112222333E"}));
 }
 
 TEST_F(MuxerServerTest, WithoutAStandingListenEveryListingAsksTheSystemMuxer) {

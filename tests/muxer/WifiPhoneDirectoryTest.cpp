@@ -6,6 +6,7 @@
 
 #include "tests/fakes/TemporaryFolder.h"
 #include "tests/muxer/PairRecordFixtures.h"
+#include "tests/muxer/RecordingArrivals.h"
 
 namespace ambrel::testing {
 namespace {
@@ -119,6 +120,31 @@ TEST_F(WifiPhoneDirectoryTest, AnAdvertThatComesBackEndsItsGracePeriod) {
     const auto devices = m_directory.networkDevices();
     ASSERT_EQ(devices.size(), 1u);
     EXPECT_EQ(toText(*devices[0].address), "10.0.0.8");
+}
+
+TEST_F(WifiPhoneDirectoryTest, AnAdvertThatArrivesOrComesBackIsAnArrival) {
+    RecordingArrivals arrivals;
+    m_directory.setArrivalSink(&arrivals);
+    const auto first = advert("aa:bb:cc:dd:ee:01", {10, 0, 0, 7});
+    m_directory.advertResolved(first);
+    // Its second address, and the same address again, are the same advert still here.
+    m_directory.advertResolved(ipv6Advert("aa:bb:cc:dd:ee:01"));
+    m_directory.advertResolved(first);
+    EXPECT_EQ(arrivals.arrivals(), std::vector<std::string>{"wifi " + first.name});
+
+    // Gone (a sleeping phone), back within the grace period: an arrival.
+    m_directory.advertRemoved(first.name, 2);
+    m_now += 2min;
+    m_directory.advertResolved(first);
+    // Every advert gone at once (avahi-daemon restarted), then back: an arrival.
+    m_directory.everyAdvertRemoved();
+    m_directory.advertResolved(first);
+    // Another phone: an arrival of its own.
+    const auto other = advert("aa:bb:cc:dd:ee:02", {10, 0, 0, 9});
+    m_directory.advertResolved(other);
+    EXPECT_EQ(arrivals.arrivals(),
+              (std::vector<std::string>{"wifi " + first.name, "wifi " + first.name,
+                                        "wifi " + first.name, "wifi " + other.name}));
 }
 
 TEST_F(WifiPhoneDirectoryTest, WithOneKnownPhoneALoneStrangerIsOfferedAsIt) {
