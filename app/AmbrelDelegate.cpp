@@ -8,10 +8,12 @@
 #include <QScreen>
 #include <QTimer>
 
+#include "app/ArrivalRelay.h"
 #include "app/SystemServices.h"
 #include "monitor/BarState.h"
 #include "monitor/BarStatePublisher.h"
 #include "monitor/BatteryMonitor.h"
+#include "monitor/PhoneArrivalReads.h"
 #include "platform/linux/SpawnProcessLauncher.h"
 #include "platform/linux/ThreadWorker.h"
 #include "platform/qt/ColorSchemeWatcher.h"
@@ -65,7 +67,7 @@ AmbrelDelegate::AmbrelDelegate(std::vector<std::string> arguments, std::shared_p
       m_forcedLook(CommandLine::previewLook(m_arguments)),
       m_appearance(*QCoreApplication::instance()), m_style{m_appearance, ViewFonts(),
                                                            WidgetBrand::nameFrom(m_bundle.get())},
-      m_launcher(std::move(setup.launcher)) {
+      m_launcher(std::move(setup.launcher)), m_arrivals(std::move(setup.arrivals)) {
     setup.connection.launcher = m_launcher;
     m_scheduler = std::make_shared<QtMainScheduler>();
     m_openConnectionWindow = connectionWindowOpener(
@@ -132,6 +134,16 @@ void AmbrelDelegate::applicationDidFinishLaunching() {
     m_statusMenu->showTrayItem();
 
     m_monitor->start();
+    if (m_arrivals) {
+        // A phone plugged in or back on the network is read at once when the card needs it.
+        m_arrivalReads = std::make_unique<PhoneArrivalReads>(*m_monitor);
+        QPointer<AmbrelDelegate> arriving(this);
+        m_arrivals->connect(m_scheduler, [arriving](const PhoneArrival& arrival) {
+            if (arriving != nullptr && arriving->m_arrivalReads) {
+                arriving->m_arrivalReads->phoneArrived(arrival);
+            }
+        });
+    }
 
     QPointer<AmbrelDelegate> self(this);
     m_wakeObserver = std::make_unique<WakeObserver>([self] {
@@ -299,6 +311,10 @@ void AmbrelDelegate::applicationWillTerminate() {
     }
     m_screenConnections.clear();
     m_wakeObserver.reset();
+    if (m_arrivals) {
+        m_arrivals->disconnect();
+    }
+    m_arrivalReads.reset();
     m_screenLockObserver.reset();
     m_colorSchemeWatcher.reset();
     // A phone tool still running would outlive the program otherwise, and a read on its way

@@ -38,6 +38,8 @@ class SpawnProcessLauncher;
 class StatusMenu;
 class ScreenLockObserver;
 class WakeObserver;
+class ArrivalRelay;
+class PhoneArrivalReads;
 
 // A normal run: builds the monitor, the desktop panel with the card and the tray item, keeps
 // the panel on screen and remembers where it is, refreshes on wake, and captures a preview when
@@ -60,6 +62,8 @@ public:
         std::shared_ptr<SpawnProcessLauncher> launcher;
         // Where the connection window (opened by the setup sheet's "Open Finder") looks.
         SystemConnectionProbe::Setup connection;
+        // The muxer's news of phones that appear; the widget reads them (none: no such reads).
+        std::shared_ptr<ArrivalRelay> arrivals;
     };
 
     // `arguments` as the process got them (the program path first); `environment` as it
@@ -113,6 +117,8 @@ private:
     std::unique_ptr<DesktopPanel> m_panel;
     std::unique_ptr<StatusMenu> m_statusMenu;
     std::unique_ptr<WakeObserver> m_wakeObserver;
+    std::shared_ptr<ArrivalRelay> m_arrivals;
+    std::unique_ptr<PhoneArrivalReads> m_arrivalReads;
     std::unique_ptr<ScreenLockObserver> m_screenLockObserver;
     std::unique_ptr<BarStatePublisher> m_barState;
     std::unique_ptr<LowBatteryAlertsController> m_lowBatteryAlerts;

@@ -9,6 +9,7 @@
 #include <QApplication>
 
 #include "app/AmbrelDelegate.h"
+#include "app/ArrivalRelay.h"
 #include "app/ConnectionSetup.h"
 #include "app/SystemServices.h"
 #include "commands/BarCommand.h"
@@ -170,6 +171,8 @@ int main(int argc, char** argv) {
         environment->nonEmpty("USBMUXD_SOCKET_ADDRESS").value_or("");
     // The program's own muxer, for the commands that talk to the phone and for the widget; the
     // phone tools find it through the environment their launcher gives them.
+    // Made before the muxer, which tells it of phones that appear, and so gone after it.
+    const auto arrivals = std::make_shared<ArrivalRelay>();
     std::unique_ptr<PrivateMuxer> muxer;
     std::shared_ptr<SpawnProcessLauncher> launcher;
     const auto connectionSetup = [&] {
@@ -208,7 +211,7 @@ int main(int argc, char** argv) {
     // The muxer is started before any other thread, and a quit asked meanwhile waits for the
     // clean quit (which takes the muxer's socket with it).
     HeldQuitSignals heldQuitSignals;
-    muxer = startPrivateMuxer(*environment, dataFolder);
+    muxer = startPrivateMuxer(*environment, dataFolder, arrivals.get());
     launcher = std::make_shared<SpawnProcessLauncher>(toolEnvironment(*environment, muxer.get()));
     if (requested != commands.end()) {
         heldQuitSignals.release();
@@ -221,6 +224,7 @@ int main(int argc, char** argv) {
     setup.loginItems = std::move(loginItems);
     setup.launcher = launcher;
     setup.connection = connectionSetup();
+    setup.arrivals = arrivals;
     return runWidget(argc, argv, arguments, std::move(bundle), environment, std::move(setup),
                      heldQuitSignals);
 }
