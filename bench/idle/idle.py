@@ -8,8 +8,10 @@ process:
   - voluntary wake-ups a minute (voluntary context switches: each is a sleep that ended),
   - CPU seconds an hour (the process's own, and that of the programs it ran and reaped),
   - resident memory at the end.
-Threads are looked at twice a second, so one that ends during the stretch (a phone read's job)
-still counts with what it had done by its last look.
+Threads are looked at ten times a second, so one that ends during the stretch (a phone read's
+job) still counts with what it had done by its last look; a thread that lives less than a tenth
+of a second between two looks (a tool run's output reader, say) is not seen at all, so a stretch
+with a phone read in it counts a few wake-ups too few.
 
     bench/idle/idle.py --program build/bin/tovrin --warm-up 60 --minutes 5
     bench/idle/idle.py --hidden      # the card hidden from its menu first, as a user does
@@ -125,7 +127,7 @@ def watch(pid, seconds):
     last = dict(first)
     deadline = time.monotonic() + seconds
     while time.monotonic() < deadline:
-        time.sleep(min(0.5, max(deadline - time.monotonic(), 0)))
+        time.sleep(min(0.1, max(deadline - time.monotonic(), 0)))
         last.update(thread_counts(pid))
     result = {}
     for tid, (name, switches, ticks) in last.items():
