@@ -4,6 +4,8 @@
 #include <avahi-client/client.h>
 #include <avahi-client/lookup.h>
 #include <avahi-common/domain.h>
+#include <avahi-common/malloc.h>
+#include <avahi-common/strlst.h>
 #include <avahi-common/thread-watch.h>
 #include <cstring>
 #include <map>
@@ -12,6 +14,10 @@
 #include <string>
 #include <thread>
 #include <tuple>
+#include <utility>
+#include <vector>
+
+#include "muxer/WifiPhoneDirectory.h"
 
 namespace ambrel {
 
@@ -42,7 +48,8 @@ struct AvahiDiscovery::State {
                      const char* domain);
     void browseListedAll();
     void resolved(int interface, const char* name, const char* type, const char* domain,
-                  const NetworkAddress& address);
+                  const NetworkAddress& address,
+                  const std::vector<std::pair<std::string, std::string>>& txt);
     void forgetEverything();
     void resolverDone(AvahiServiceResolver* resolver, bool found);
     void settleIfDone();
@@ -92,7 +99,7 @@ struct AvahiCallbacks {
     static void resolve(AvahiServiceResolver* resolver, AvahiIfIndex interface, AvahiProtocol,
                         AvahiResolverEvent event, const char* name, const char* type,
                         const char* domain, const char*, const AvahiAddress* address, uint16_t port,
-                        AvahiStringList*, AvahiLookupResultFlags, void* self) {
+                        AvahiStringList* txt, AvahiLookupResultFlags, void* self) {
         auto* discovery = static_cast<AvahiDiscovery::State*>(self);
         discovery->resolverDone(resolver, event == AVAHI_RESOLVER_FOUND);
         // A resolver that fails (no address of its family) stays quiet; the other family's
@@ -115,7 +122,25 @@ struct AvahiCallbacks {
         } else {
             return;
         }
-        discovery->resolved(interface, name, type, domain, found);
+        discovery->resolved(interface, name, type, domain, found, txtEntries(txt));
+    }
+
+    // The TXT record's key and value pairs in order; an entry without "=" has an empty value.
+    static std::vector<std::pair<std::string, std::string>> txtEntries(AvahiStringList* txt) {
+        std::vector<std::pair<std::string, std::string>> entries;
+        for (AvahiStringList* entry = txt; entry != nullptr;
+             entry = avahi_string_list_get_next(entry)) {
+            char* key = nullptr;
+            char* value = nullptr;
+            std::size_t size = 0;
+            if (avahi_string_list_get_pair(entry, &key, &value, &size) != 0 || key == nullptr) {
+                continue;
+            }
+            entries.emplace_back(key, value != nullptr ? std::string(value, size) : std::string());
+            avahi_free(key);
+            avahi_free(value);
+        }
+        return entries;
     }
 };
 
@@ -294,7 +319,8 @@ void AvahiDiscovery::State::browseEvent(int interface, int protocol, bool isNew,
 }
 
 void AvahiDiscovery::State::resolved(int interface, const char* name, const char* type,
-                                     const char* domain, const NetworkAddress& address) {
+                                     const char* domain, const NetworkAddress& address,
+                                     const std::vector<std::pair<std::string, std::string>>& txt) {
     if (name == nullptr || type == nullptr || domain == nullptr) {
         return;
     }
@@ -307,6 +333,7 @@ void AvahiDiscovery::State::resolved(int interface, const char* name, const char
     advert.fullServiceName = full;
     advert.interfaceIndex = static_cast<std::uint32_t>(interface);
     advert.address = address;
+    readAdvertTxt(advert, txt);
     tell([&](WifiAdvertSink& to) { to.advertResolved(advert); });
 }
 

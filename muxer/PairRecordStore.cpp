@@ -119,6 +119,10 @@ std::optional<std::string> systemBuidOfPairRecord(std::string_view record) {
     return stringOfRecord(record, "SystemBUID");
 }
 
+std::optional<std::string> hostIdOfPairRecord(std::string_view record) {
+    return stringOfRecord(record, "HostID");
+}
+
 std::string udidOfSerial(const std::string& serial) {
     if (serial.size() == 24) {
         return serial.substr(0, 8) + "-" + serial.substr(8);
@@ -157,7 +161,7 @@ bool PairRecordStore::ensureOwnFolder() const {
 
 std::vector<PairRecordStore::KnownPhone> PairRecordStore::knownPhones() const {
     const std::lock_guard lock(m_mutex);
-    std::map<std::string, std::string> phones;
+    std::map<std::string, KnownPhone> phones;
     for (const auto& folder : {m_systemFolder, m_ownFolder}) {
         for (const auto& [udid, path] : recordsIn(folder)) {
             if (phones.count(udid) != 0) {
@@ -165,14 +169,15 @@ std::vector<PairRecordStore::KnownPhone> PairRecordStore::knownPhones() const {
             }
             if (const auto bytes = readSmallFile(path)) {
                 if (systemBuidOfPairRecord(*bytes) || wifiMacOfPairRecord(*bytes)) {
-                    phones[udid] = wifiMacOfPairRecord(*bytes).value_or("");
+                    phones[udid] = {udid, wifiMacOfPairRecord(*bytes).value_or(""),
+                                    hostIdOfPairRecord(*bytes).value_or("")};
                 }
             }
         }
     }
     std::vector<KnownPhone> known;
-    for (const auto& [udid, mac] : phones) {
-        known.push_back({udid, mac});
+    for (auto& [udid, phone] : phones) {
+        known.push_back(std::move(phone));
     }
     return known;
 }

@@ -15,6 +15,8 @@ namespace ambrel {
 std::optional<std::string> wifiMacOfPairRecord(std::string_view record);
 // The record's SystemBUID; absent when it has none. Pure.
 std::optional<std::string> systemBuidOfPairRecord(std::string_view record);
+// The record's HostID: made anew for each pairing, it names this computer to that one phone.
+std::optional<std::string> hostIdOfPairRecord(std::string_view record);
 // The UDID as libimobiledevice names its records: a 24-character serial gets a dash after its
 // eighth character. Pure.
 std::string udidOfSerial(const std::string& serial);
@@ -32,6 +34,8 @@ public:
         std::string udid;
         // Lower case; empty when the record has none.
         std::string wifiMac;
+        // Empty when the record has none.
+        std::string hostId;
     };
 
     // `systemFolder`: the system's lockdown folder (/var/lib/lockdown). `ownFolder`: where the

@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <string>
+#include <vector>
 
 #include "muxer/NetworkAddress.h"
 
@@ -15,6 +16,10 @@ struct WifiAdvert {
     std::string fullServiceName;
     std::uint32_t interfaceIndex = 0;
     NetworkAddress address;
+    // From the TXT record of a phone on a private Wi-Fi address (iOS 26.4 on): its
+    // "identifier", and one "authTag" per computer it paired with ("authTag", "authTag#1", …).
+    std::string identifier;
+    std::vector<std::string> authTags;
 };
 
 // Where discovery reports what it sees. Called on discovery's own thread; implementations are

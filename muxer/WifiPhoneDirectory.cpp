@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cctype>
 
+#include "muxer/AuthTag.h"
+
 namespace ambrel {
 
 std::optional<std::string> macOfAdvertName(const std::string& name) {
@@ -19,6 +21,17 @@ std::optional<std::string> macOfAdvertName(const std::string& name) {
         mac[i] = static_cast<char>(std::tolower(c));
     }
     return mac;
+}
+
+void readAdvertTxt(WifiAdvert& advert,
+                   const std::vector<std::pair<std::string, std::string>>& entries) {
+    for (const auto& [key, value] : entries) {
+        if (key == "identifier") {
+            advert.identifier = value;
+        } else if ((key == "authTag" || key.starts_with("authTag#")) && !value.empty()) {
+            advert.authTags.push_back(value);
+        }
+    }
 }
 
 WifiPhoneDirectory::WifiPhoneDirectory(PairRecordStore& records, Clock clock)
@@ -43,6 +56,8 @@ void WifiPhoneDirectory::remember(Advert& entry, const WifiAdvert& advert) {
     entry.name = advert.name;
     entry.fullServiceName = advert.fullServiceName;
     entry.interfaceIndex = advert.interfaceIndex;
+    entry.identifier = advert.identifier;
+    entry.authTags = advert.authTags;
     if (advert.address.family == NetworkAddress::Family::ipv4) {
         entry.ipv4 = advert.address;
     } else {
@@ -133,7 +148,23 @@ std::vector<MuxDevice> WifiPhoneDirectory::networkDevices() {
     for (const auto& [key, advert] : m_adverts) {
         const auto mac = macOfAdvertName(advert.name);
         std::string udid;
-        if (mac) {
+        // A phone on a private address names the computers it paired with by their tags.
+        const bool tagged = !advert.identifier.empty() && !advert.authTags.empty();
+        if (tagged) {
+            for (const auto& phone : known) {
+                if (!phone.hostId.empty() &&
+                    std::find(advert.authTags.begin(), advert.authTags.end(),
+                              authTagFor(phone.hostId, advert.identifier)) !=
+                        advert.authTags.end()) {
+                    udid = phone.udid;
+                }
+            }
+            if (udid.empty()) {
+                // Tags, none of them ours: a phone that never paired with this computer.
+                continue;
+            }
+        }
+        if (udid.empty() && mac) {
             for (const auto& phone : known) {
                 if (!phone.wifiMac.empty() && phone.wifiMac == *mac) {
                     udid = phone.udid;

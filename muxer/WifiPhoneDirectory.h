@@ -22,6 +22,11 @@ namespace ambrel {
 // six colon-separated hexadecimal byte pairs followed by "@". Pure.
 std::optional<std::string> macOfAdvertName(const std::string& name);
 
+// Takes the "identifier" and the "authTag", "authTag#1", … entries of an advert's TXT record
+// (key and value pairs, in the record's order) into `advert`; other keys are left. Pure.
+void readAdvertTxt(WifiAdvert& advert,
+                   const std::vector<std::pair<std::string, std::string>>& entries);
+
 // The Wi-Fi phones the muxer lists: the adverts discovery reports, matched to the phones
 // that paired with this computer. An advert matches a phone whose pair record has its MAC, or
 // whose MAC was learned while that phone was on USB (a private Wi-Fi address); when only one
@@ -76,6 +81,8 @@ private:
         std::uint32_t interfaceIndex = 0;
         std::optional<NetworkAddress> ipv4;
         std::optional<NetworkAddress> ipv6;
+        std::string identifier;
+        std::vector<std::string> authTags;
         std::optional<std::chrono::steady_clock::time_point> goneSince;
     };
     using AdvertKey = std::pair<std::string, std::uint32_t>;

@@ -10,9 +10,10 @@ namespace ambrel::testing {
 
 // A binary pair record as libimobiledevice saves one, with the keys the muxer reads and a
 // stand-in private key; an empty MAC leaves WiFiMACAddress out.
-inline std::string pairRecordBytes(const std::string& mac, const std::string& buid) {
+inline std::string pairRecordBytes(const std::string& mac, const std::string& buid,
+                                   const std::string& hostId = "5B7A1C52-4E4B-4D2B-9A05-1C1D") {
     PlistNode record(plist_new_dict());
-    plist_dict_set_item(record.get(), "HostID", plist_new_string("5B7A1C52-4E4B-4D2B-9A05-1C1D"));
+    plist_dict_set_item(record.get(), "HostID", plist_new_string(hostId.c_str()));
     plist_dict_set_item(record.get(), "SystemBUID", plist_new_string(buid.c_str()));
     plist_dict_set_item(record.get(), "HostPrivateKey", plist_new_data("SECRET-KEY", 10));
     if (!mac.empty()) {

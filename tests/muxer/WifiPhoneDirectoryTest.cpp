@@ -1,9 +1,12 @@
 #include "muxer/WifiPhoneDirectory.h"
 
+#include <map>
 #include <thread>
+#include <vector>
 
 #include <gtest/gtest.h>
 
+#include "muxer/AuthTag.h"
 #include "tests/fakes/TemporaryFolder.h"
 #include "tests/muxer/PairRecordFixtures.h"
 #include "tests/muxer/RecordingArrivals.h"
@@ -27,6 +30,25 @@ WifiAdvert advert(const std::string& mac, std::array<std::uint8_t, 4> ipv4,
     return result;
 }
 
+// A phone on a private Wi-Fi address: the address in its name is none of its records', and its
+// TXT record names the computers it paired with (by their HostIDs) through their tags.
+WifiAdvert privateAdvert(const std::string& privateMac, std::array<std::uint8_t, 4> ipv4,
+                         const std::string& identifier, const std::vector<std::string>& hostIds) {
+    auto result = advert(privateMac, ipv4);
+    std::vector<std::pair<std::string, std::string>> txt = {{"identifier", identifier}};
+    for (std::size_t index = 0; index < hostIds.size(); ++index) {
+        txt.emplace_back(index == 0 ? "authTag" : "authTag#" + std::to_string(index),
+                         authTagFor(hostIds[index], identifier));
+    }
+    readAdvertTxt(result, txt);
+    return result;
+}
+
+const std::string kHostA = "11111111-2222-3333-4444-555555555555";
+const std::string kHostB = "66666666-7777-8888-9999-AAAAAAAAAAAA";
+// Another computer's pairing with the same phones.
+const std::string kElsewhere = "BBBBBBBB-CCCC-DDDD-EEEE-FFFFFFFFFFFF";
+
 WifiAdvert ipv6Advert(const std::string& mac) {
     auto result = advert(mac, {0, 0, 0, 0});
     result.address.family = NetworkAddress::Family::ipv6;
@@ -49,8 +71,10 @@ protected:
         : m_store(m_folder.path() / "lockdown", m_folder.path() / "own"),
           m_directory(m_store, [this] { return m_now; }) {}
 
-    void pair(const std::string& udid, const std::string& mac) {
-        writeFile(m_folder.path() / "lockdown" / (udid + ".plist"), pairRecordBytes(mac, "BUID"));
+    void pair(const std::string& udid, const std::string& mac,
+              const std::string& hostId = "5B7A1C52-4E4B-4D2B-9A05-1C1D") {
+        writeFile(m_folder.path() / "lockdown" / (udid + ".plist"),
+                  pairRecordBytes(mac, "BUID", hostId));
     }
 
     TemporaryFolder m_folder;
@@ -145,6 +169,53 @@ TEST_F(WifiPhoneDirectoryTest, AnAdvertThatArrivesOrComesBackIsAnArrival) {
     EXPECT_EQ(arrivals.arrivals(),
               (std::vector<std::string>{"wifi " + first.name, "wifi " + first.name,
                                         "wifi " + first.name, "wifi " + other.name}));
+}
+
+TEST(AdvertTxtTest, TakesTheIdentifierAndEveryTag) {
+    WifiAdvert read;
+    readAdvertTxt(read, {{"model", "iPhone17,1"},
+                         {"identifier", "2BE6E510-0325-4365-923E-B14C6F57DB3A"},
+                         {"authTag", "DNKInlok1wk="},
+                         {"authTag#1", "AAAAAAAAAAA="},
+                         {"authTag#2", ""},
+                         {"authTagger", "BBBBBBBBBBB="}});
+    EXPECT_EQ(read.identifier, "2BE6E510-0325-4365-923E-B14C6F57DB3A");
+    EXPECT_EQ(read.authTags, (std::vector<std::string>{"DNKInlok1wk=", "AAAAAAAAAAA="}));
+}
+
+TEST_F(WifiPhoneDirectoryTest, TwoPhonesOnPrivateAddressesAreEachFoundByTheirTags) {
+    pair(kPhoneA, "aa:bb:cc:dd:ee:01", kHostA);
+    pair(kPhoneB, "aa:bb:cc:dd:ee:02", kHostB);
+    // Neither advertises the address its record has; each also names another computer.
+    m_directory.advertResolved(privateAdvert("f2:11:22:33:44:55", {10, 0, 0, 7},
+                                             "2BE6E510-0325-4365-923E-B14C6F57DB3A",
+                                             {kElsewhere, kHostA}));
+    m_directory.advertResolved(privateAdvert("f6:66:77:88:99:aa", {10, 0, 0, 8},
+                                             "7C1F0D2E-1111-4A4A-8B8B-0123456789AB", {kHostB}));
+    std::map<std::string, std::string> found;
+    for (const auto& device : m_directory.networkDevices()) {
+        found[device.serialNumber] = toText(*device.address);
+    }
+    EXPECT_EQ(found,
+              (std::map<std::string, std::string>{{kPhoneA, "10.0.0.7"}, {kPhoneB, "10.0.0.8"}}));
+}
+
+TEST_F(WifiPhoneDirectoryTest, APhoneThatPairedElsewhereOnlyIsNeverOfferedAsOurs) {
+    // One phone paired here: a lone unmatched advert would be offered as it, but one whose
+    // tags name only other computers is a stranger's phone.
+    pair(kPhoneA, "aa:bb:cc:dd:ee:01", kHostA);
+    m_directory.advertResolved(privateAdvert("f2:11:22:33:44:55", {10, 0, 0, 9},
+                                             "2BE6E510-0325-4365-923E-B14C6F57DB3A", {kElsewhere}));
+    EXPECT_TRUE(m_directory.networkDevices().empty());
+}
+
+TEST_F(WifiPhoneDirectoryTest, AnOlderPhoneWithoutTagsIsStillFoundByItsAddress) {
+    pair(kPhoneA, "aa:bb:cc:dd:ee:01", kHostA);
+    pair(kPhoneB, "aa:bb:cc:dd:ee:02", kHostB);
+    m_directory.advertResolved(advert("aa:bb:cc:dd:ee:02", {10, 0, 0, 8}));
+    const auto devices = m_directory.networkDevices();
+    ASSERT_EQ(devices.size(), 1u);
+    EXPECT_EQ(devices[0].serialNumber, kPhoneB);
 }
 
 TEST_F(WifiPhoneDirectoryTest, WithOneKnownPhoneALoneStrangerIsOfferedAsIt) {
