@@ -23,6 +23,7 @@
 #include "commands/VersionCommand.h"
 #include "monitor/BarState.h"
 #include "muxer/PrivateMuxer.h"
+#include "muxer/UsbArrivalWatch.h"
 #include "platform/linux/ExecutableBundle.h"
 #include "platform/linux/ProcessEnvironment.h"
 #include "platform/linux/SpawnProcessLauncher.h"
@@ -225,6 +226,9 @@ int main(int argc, char** argv) {
     setup.launcher = launcher;
     setup.connection = connectionSetup();
     setup.arrivals = arrivals;
+    // With the user's own muxer in place of ours, its Listen tells of the phones plugged in.
+    const auto userMuxerWatch =
+        muxer ? nullptr : UsbArrivalWatch::start(userMuxerAddress, *arrivals);
     return runWidget(argc, argv, arguments, std::move(bundle), environment, std::move(setup),
                      heldQuitSignals);
 }
