@@ -40,6 +40,7 @@ HOST_ID=5B7A1C52-4E4B-4D2B-9A05-1C1D0E2F3A4B
 BUID=8C0F6E1A-2B3C-4D5E-8F90-A1B2C3D4E5F6
 USB_STATUS="Connected by USB · unplug to test Wi-Fi"
 WIFI_STATUS="Connected over Wi-Fi · checks every 5 min"
+NOT_FOUND_STATUS="iPhone not found. Pair once by USB, enable Finder’s Wi-Fi option, and use the same Wi-Fi."
 
 work=$(mktemp -d /tmp/tovrin-wifi-e2e.XXXXXX)
 cleanup() { rm -rf "$work"; }
@@ -111,12 +112,14 @@ start_avahi() {
     echo "avahi-daemon did not come up:"; cat "$work/avahi.log"
     exit 1
 }
+# publish_phone <mac> [<TXT entry>...]
 publish_phone() {
     local mac=$1
+    shift
     avahi-publish -a -R iphone-sim.local "$PHONE_ADDRESS" >"$work/publish-a.log" 2>&1 &
     PUBLISH_A=$!
     avahi-publish -s -H iphone-sim.local "$mac@fe80::f299:bfff:fe10:2030" _apple-mobdev2._tcp \
-        62078 >"$work/publish-s.log" 2>&1 &
+        62078 "$@" >"$work/publish-s.log" 2>&1 &
     PUBLISH_S=$!
     for _ in $(seq 100); do
         if avahi-browse -r -t -p _apple-mobdev2._tcp 2>/dev/null | grep -q "^=.*$PHONE_ADDRESS"; then
@@ -254,9 +257,47 @@ expect_checks "connection check, unplugged" 1 \
 unpublish_phone
 publish_phone "$PRIVATE_MAC"
 expect "private Wi-Fi address, one known phone" "$WIFI_STATUS" Wi-Fi
+
+# 5. Two paired phones, and this one on a private address: matching by address, or offering a
+# lone stranger as the one known phone, cannot find it; the tags of its advert (one for another
+# computer, one for this one's pairing) can.
+auth_tag() {
+    "$PYTHON" - "$1" "$2" <<'PY'
+import base64, hashlib, hmac, sys
+host, identifier = sys.argv[1].encode(), sys.argv[2].encode()
+prk = hmac.new(b"\0" * 64, host, hashlib.sha512).digest()
+key = hmac.new(prk, b"\x01", hashlib.sha512).digest()[:32]
+print(base64.b64encode(hmac.new(key, identifier, hashlib.sha256).digest()[:8]).decode())
+PY
+}
+OTHER_UDID=00008030-000C11D22E33F44A
+OTHER_HOST_ID=0E1D2C3B-4A59-6877-8695-A4B3C2D1E0F9
+ELSEWHERE_HOST_ID=99999999-8888-7777-6666-555555555555
+IDENTIFIER=2BE6E510-0325-4365-923E-B14C6F57DB3A
+"$PYTHON" - "$records/$OTHER_UDID.plist" "$OTHER_HOST_ID" "$BUID" <<'PY'
+import os, plistlib, sys
+with open(sys.argv[1], "wb") as out:
+    plistlib.dump({"HostID": sys.argv[2], "SystemBUID": sys.argv[3],
+                   "WiFiMACAddress": "f0:99:bf:10:99:99"}, out, fmt=plistlib.FMT_BINARY)
+os.chmod(sys.argv[1], 0o600)
+PY
+unpublish_phone
+publish_phone "$PRIVATE_MAC"
+expect "private Wi-Fi address without tags, two known phones" "$NOT_FOUND_STATUS" none
+unpublish_phone
+publish_phone "$PRIVATE_MAC" "identifier=$IDENTIFIER" \
+    "authTag=$(auth_tag "$ELSEWHERE_HOST_ID" "$IDENTIFIER")" \
+    "authTag#1=$(auth_tag "$HOST_ID" "$IDENTIFIER")"
+expect "private Wi-Fi address found by its tag, two known phones" "$WIFI_STATUS" Wi-Fi
+# A phone whose tags name only other computers is not ours, however few phones we know.
+rm -f "$records/$OTHER_UDID.plist"
+unpublish_phone
+publish_phone "$PRIVATE_MAC" "identifier=$IDENTIFIER" \
+    "authTag=$(auth_tag "$ELSEWHERE_HOST_ID" "$IDENTIFIER")"
+expect "a phone that paired only with another computer" "$NOT_FOUND_STATUS" none
 stop_phone
 
-# 5. A new user through the widget: the card's setup sheet, "Open Finder", the connection
+# 6. A new user through the widget: the card's setup sheet, "Open Finder", the connection
 # window. The phone is on the cable, has never been paired and has Wi-Fi connections off. Once
 # they are on it advertises itself, and then the cable comes out.
 unpublish_phone
@@ -318,7 +359,7 @@ else
     echo "skipped: through the window (the build has no tovrin-lockdown or idevicepair)"
 fi
 
-# 6. avahi-daemon stopped: USB only, worded as today; the connection check names the daemon.
+# 7. avahi-daemon stopped: USB only, worded as today; the connection check names the daemon.
 kill "$AVAHI"
 wait "$AVAHI" 2>/dev/null || true
 start_phone usb normal
