@@ -123,6 +123,11 @@ ChannelStatus MuxChannel::readExactly(std::string& into, std::size_t count,
     return ChannelStatus::ok;
 }
 
+ChannelStatus MuxChannel::readBytes(std::string& into, std::size_t count,
+                                    std::chrono::milliseconds limit) const {
+    return readExactly(into, count, std::chrono::steady_clock::now() + limit, WaitFirst::yes);
+}
+
 ChannelStatus MuxChannel::readFrame(MuxFrame& frame, std::chrono::milliseconds limit) const {
     const auto deadline = std::chrono::steady_clock::now() + limit;
     frame = MuxFrame{};

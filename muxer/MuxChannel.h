@@ -52,6 +52,9 @@ public:
     // Reads one message: `closed` at end of file before a header, `refused` when the header is
     // outside the protocol (isAcceptableMuxHeader) or the peer ends mid-message.
     ChannelStatus readFrame(MuxFrame& frame, std::chrono::milliseconds limit) const;
+    // Reads exactly `count` bytes onto the end of `into`; `closed` when the peer ends first.
+    ChannelStatus readBytes(std::string& into, std::size_t count,
+                            std::chrono::milliseconds limit) const;
     // Waits until the socket is readable (data or end of file).
     ChannelStatus waitReadable(std::chrono::milliseconds limit) const;
 

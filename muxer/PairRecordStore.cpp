@@ -170,7 +170,8 @@ std::vector<PairRecordStore::KnownPhone> PairRecordStore::knownPhones() const {
             if (const auto bytes = readSmallFile(path)) {
                 if (systemBuidOfPairRecord(*bytes) || wifiMacOfPairRecord(*bytes)) {
                     phones[udid] = {udid, wifiMacOfPairRecord(*bytes).value_or(""),
-                                    hostIdOfPairRecord(*bytes).value_or("")};
+                                    hostIdOfPairRecord(*bytes).value_or(""),
+                                    systemBuidOfPairRecord(*bytes).value_or("")};
                 }
             }
         }

@@ -36,6 +36,8 @@ public:
         std::string wifiMac;
         // Empty when the record has none.
         std::string hostId;
+        // The SystemBUID the record was made with; empty when it has none.
+        std::string systemBuid;
     };
 
     // `systemFolder`: the system's lockdown folder (/var/lib/lockdown). `ownFolder`: where the

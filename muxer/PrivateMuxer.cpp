@@ -43,7 +43,12 @@ std::filesystem::path PrivateMuxer::defaultSocketPath(const Environment& environ
 
 PrivateMuxer::PrivateMuxer(Setup setup)
     : m_setup(std::move(setup)), m_records(m_setup.systemRecordsFolder, m_setup.ownRecordsFolder),
-      m_directory(m_records, [] { return std::chrono::steady_clock::now(); }) {}
+      m_directory(
+          m_records, [] { return std::chrono::steady_clock::now(); },
+          [](const NetworkAddress& address, const std::string& hostId,
+             const std::string& systemBuid) {
+              return probeLockdown(address, hostId, systemBuid, WifiPhoneDirectory::kTryLimit);
+          }) {}
 
 PrivateMuxer::~PrivateMuxer() {
     stop();

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <pthread.h>
 
 #include "muxer/AuthTag.h"
 
@@ -34,8 +35,19 @@ void readAdvertTxt(WifiAdvert& advert,
     }
 }
 
-WifiPhoneDirectory::WifiPhoneDirectory(PairRecordStore& records, Clock clock)
-    : m_records(records), m_clock(std::move(clock)) {}
+WifiPhoneDirectory::WifiPhoneDirectory(PairRecordStore& records, Clock clock, Prober prober)
+    : m_records(records), m_clock(std::move(clock)), m_prober(std::move(prober)) {}
+
+WifiPhoneDirectory::~WifiPhoneDirectory() {
+    {
+        const std::lock_guard lock(m_mutex);
+        m_stopping = true;
+    }
+    m_triesChanged.notify_all();
+    if (m_tryThread.joinable()) {
+        m_tryThread.join();
+    }
+}
 
 void WifiPhoneDirectory::advertResolved(const WifiAdvert& advert) {
     bool arrived = false;
@@ -111,7 +123,12 @@ bool WifiPhoneDirectory::awaitsDiscovery() const {
 void WifiPhoneDirectory::dropExpired() {
     const auto now = m_clock();
     std::erase_if(m_adverts, [&](const auto& entry) {
-        return entry.second.goneSince && now - *entry.second.goneSince >= kGracePeriod;
+        if (entry.second.goneSince && now - *entry.second.goneSince >= kGracePeriod) {
+            // What tries taught about a phone gone for good is forgotten with it.
+            m_tried.erase(entry.first);
+            return true;
+        }
+        return false;
     });
 }
 
@@ -125,26 +142,15 @@ std::uint32_t WifiPhoneDirectory::deviceIdOf(const std::string& udid) {
     return id;
 }
 
-std::vector<MuxDevice> WifiPhoneDirectory::networkDevices() {
-    std::unique_lock lock(m_mutex);
-    if (awaitsDiscovery()) {
-        m_settledChanged.wait_until(lock, m_settleDeadline, [this] { return m_settled; });
-    }
-    dropExpired();
-    // Without adverts there is nothing to match: every USB listing and Connect comes here, and
-    // the pair records stay unread.
-    if (m_adverts.empty()) {
-        return {};
-    }
-    lock.unlock();
-    const auto known = m_records.knownPhones();
-    const auto learned = m_records.learnedMacs();
-    lock.lock();
-    dropExpired();
-
-    // udid -> the advert that stands for it; a current advert beats one in its grace period.
-    std::map<std::string, const Advert*> chosen;
-    std::vector<const Advert*> unmatched;
+WifiPhoneDirectory::Matching
+WifiPhoneDirectory::match(const std::vector<PairRecordStore::KnownPhone>& known,
+                          const std::map<std::string, std::string>& learned) const {
+    const auto isKnown = [&](const std::string& udid) {
+        return std::any_of(known.begin(), known.end(),
+                           [&](const auto& phone) { return phone.udid == udid; });
+    };
+    const auto now = m_clock();
+    Matching matching;
     for (const auto& [key, advert] : m_adverts) {
         const auto mac = macOfAdvertName(advert.name);
         std::string udid;
@@ -174,17 +180,155 @@ std::vector<MuxDevice> WifiPhoneDirectory::networkDevices() {
                 udid = found->second;
             }
         }
+        const auto tried = m_tried.find(key);
+        if (udid.empty() && tried != m_tried.end()) {
+            if (!tried->second.udid.empty() && isKnown(tried->second.udid)) {
+                udid = tried->second.udid;
+            } else if (now < tried->second.quietUntil &&
+                       std::all_of(known.begin(), known.end(), [&](const auto& phone) {
+                           return tried->second.otherPairings.contains(phone.hostId);
+                       })) {
+                // It said no to every pairing we hold, lately.
+                continue;
+            }
+        }
         if (udid.empty()) {
-            unmatched.push_back(&advert);
+            matching.unmatched.push_back(&advert);
             continue;
         }
-        auto& slot = chosen[udid];
+        auto& slot = matching.chosen[udid];
         if (slot == nullptr || (slot->goneSince && !advert.goneSince)) {
             slot = &advert;
         }
     }
-    if (chosen.empty() && known.size() == 1 && unmatched.size() == 1) {
-        chosen[known.front().udid] = unmatched.front();
+    return matching;
+}
+
+bool WifiPhoneDirectory::queueTries(const Matching& matching,
+                                    const std::vector<PairRecordStore::KnownPhone>& known) {
+    if (!m_prober || m_stopping) {
+        return false;
+    }
+    const auto now = m_clock();
+    bool queued = false;
+    for (const Advert* advert : matching.unmatched) {
+        if (advert->goneSince || (!advert->ipv4 && !advert->ipv6)) {
+            continue;
+        }
+        const AdvertKey key{advert->name, advert->interfaceIndex};
+        auto& result = m_tried[key];
+        if (now >= result.quietUntil) {
+            result.asked.clear();
+            result.otherPairings.clear();
+            result.quietUntil = now + kForeignQuiet;
+        }
+        for (const auto& phone : known) {
+            // A pairing made since the advert was last asked is asked about at once.
+            const auto& buid = phone.systemBuid.empty() ? m_systemBuid : phone.systemBuid;
+            if (phone.hostId.empty() || buid.empty() || matching.chosen.contains(phone.udid) ||
+                result.asked.contains(phone.hostId)) {
+                continue;
+            }
+            result.asked.insert(phone.hostId);
+            auto address = advert->ipv4 ? *advert->ipv4 : *advert->ipv6;
+            address.port = kLockdownPort;
+            m_tries.push_back(Try{key, address, phone.udid, phone.hostId, buid});
+            queued = true;
+        }
+    }
+    if (!m_tries.empty() && !m_trying) {
+        if (m_tryThread.joinable()) {
+            // It has left its loop (m_trying is false) and is ending.
+            m_tryThread.join();
+        }
+        m_trying = true;
+        m_tryThread = std::thread([this] { runTries(); });
+    }
+    return queued;
+}
+
+void WifiPhoneDirectory::runTries() {
+    ::pthread_setname_np(::pthread_self(), "wifi-try");
+    std::unique_lock lock(m_mutex);
+    auto nextTry = std::chrono::steady_clock::now();
+    while (!m_stopping && !m_tries.empty()) {
+        // Spaced on the real clock: a busy network gets a trickle of connections, not a storm.
+        if (m_triesChanged.wait_until(lock, nextTry, [this] { return m_stopping; }) ||
+            m_tries.empty()) {
+            break;
+        }
+        const Try attempt = m_tries.front();
+        m_tries.erase(m_tries.begin());
+        m_tryUnderWay = true;
+        lock.unlock();
+        const auto answer = m_prober(attempt.address, attempt.hostId, attempt.systemBuid);
+        lock.lock();
+        m_tryUnderWay = false;
+        nextTry = std::chrono::steady_clock::now() + kTrySpacing;
+        const bool found = answer == ProbeAnswer::holdsPairing;
+        // An advert gone for good while it was asked leaves nothing to keep.
+        if (m_adverts.contains(attempt.advert)) {
+            auto& result = m_tried[attempt.advert];
+            if (found) {
+                result.udid = attempt.udid;
+            } else if (answer == ProbeAnswer::otherPairing) {
+                result.otherPairings.insert(attempt.hostId);
+            } else {
+                result.quietUntil = std::min(result.quietUntil, m_clock() + kUnansweredQuiet);
+            }
+        }
+        if (answer != ProbeAnswer::otherPairing) {
+            // Found, or nothing to learn there now: its other tries wait for another time, and
+            // no other advert is asked about a phone that is found.
+            std::erase_if(m_tries, [&](const Try& t) {
+                return t.advert == attempt.advert || (found && t.udid == attempt.udid);
+            });
+        }
+        lock.unlock();
+        m_triesChanged.notify_all();
+        if (found && m_arrivals != nullptr) {
+            m_arrivals->phoneAppeared(attempt.udid, true);
+        }
+        lock.lock();
+    }
+    m_trying = false;
+    lock.unlock();
+    m_triesChanged.notify_all();
+}
+
+std::vector<MuxDevice> WifiPhoneDirectory::networkDevices() {
+    std::unique_lock lock(m_mutex);
+    if (awaitsDiscovery()) {
+        m_settledChanged.wait_until(lock, m_settleDeadline, [this] { return m_settled; });
+    }
+    dropExpired();
+    // Without adverts there is nothing to match: every USB listing and Connect comes here, and
+    // the pair records stay unread.
+    if (m_adverts.empty()) {
+        return {};
+    }
+    lock.unlock();
+    const auto known = m_records.knownPhones();
+    const auto learned = m_records.learnedMacs();
+    const auto buid = m_records.systemBuid();
+    lock.lock();
+    m_systemBuid = buid.value_or("");
+    dropExpired();
+
+    auto matching = match(known, learned);
+    if (queueTries(matching, known)) {
+        // The tools list just before they connect: give the tries a moment, so that a phone
+        // they find is in this very listing.
+        const auto deadline = std::chrono::steady_clock::now() + kListingWaitsForTries;
+        m_triesChanged.wait_until(
+            lock, deadline, [this] { return (m_tries.empty() && !m_tryUnderWay) || m_stopping; });
+        // The tries that were under way when the wait ended go on without this listing.
+        dropExpired();
+        matching = match(known, learned);
+    }
+    auto& chosen = matching.chosen;
+    if (chosen.empty() && known.size() == 1 && matching.unmatched.size() == 1) {
+        chosen[known.front().udid] = matching.unmatched.front();
     }
 
     std::vector<MuxDevice> devices;

@@ -8,8 +8,10 @@
 #include <optional>
 #include <set>
 #include <string>
+#include <thread>
 #include <vector>
 
+#include "muxer/LockdownProbe.h"
 #include "muxer/NetworkAddress.h"
 #include "muxer/NetworkPhoneSource.h"
 #include "muxer/PairRecordStore.h"
@@ -28,15 +30,24 @@ void readAdvertTxt(WifiAdvert& advert,
                    const std::vector<std::pair<std::string, std::string>>& entries);
 
 // The Wi-Fi phones the muxer lists: the adverts discovery reports, matched to the phones
-// that paired with this computer. An advert matches a phone whose pair record has its MAC, or
-// whose MAC was learned while that phone was on USB (a private Wi-Fi address); when only one
-// phone ever paired, a lone unmatched advert is offered as that phone, and its lockdown
-// accepts or refuses. A phone stays listed for a grace period after its advert went, since a
-// sleeping phone drops off and comes back. Thread-safe: discovery reports on its own thread,
-// the muxer asks on its client threads.
+// that paired with this computer. An advert matches the phone whose pairing one of its tags
+// names (a phone on a private Wi-Fi address), else the phone whose pair record has its MAC, or
+// whose MAC was learned while that phone was on USB. An advert with tags of none of our
+// pairings is someone else's phone. As a last resort, an advert that matches nothing is asked,
+// pairing by pairing, whether it holds one of ours (see LockdownProbe); the answers are kept in
+// memory only, and tries are spaced and not repeated for an hour once an advert answered to
+// none. When only one phone ever paired and nothing else decides, a lone unmatched advert is
+// offered as that phone, and its lockdown accepts or refuses. A phone stays listed for a grace
+// period after its advert went, since a sleeping phone drops off and comes back. Thread-safe:
+// discovery reports on its own thread, the muxer asks on its client threads, and tries run on a
+// thread of the directory's own that lives only while there are tries to make.
 class WifiPhoneDirectory : public NetworkPhoneSource, public WifiAdvertSink {
 public:
     using Clock = std::function<std::chrono::steady_clock::time_point()>;
+    // Asks lockdown at an address whether it holds the pairing of a HostID, given the
+    // computer's SystemBUID (probeLockdown in the program).
+    using Prober = std::function<ProbeAnswer(
+        const NetworkAddress& address, const std::string& hostId, const std::string& systemBuid)>;
 
     // How long a phone stays listed after its advert went.
     static constexpr std::chrono::minutes kGracePeriod{15};
@@ -45,7 +56,22 @@ public:
     // The port lockdown listens on; libimobiledevice connects to it whatever is listed.
     static constexpr std::uint16_t kLockdownPort = 62078;
 
-    WifiPhoneDirectory(PairRecordStore& records, Clock clock);
+    // An advert that answered to none of our pairings is not asked again for this long.
+    static constexpr std::chrono::hours kForeignQuiet{1};
+    // An advert that gave no answer (a locked phone, a timeout) is asked again after this.
+    static constexpr std::chrono::minutes kUnansweredQuiet{5};
+    // The least time between two tries, whichever adverts they go to.
+    static constexpr std::chrono::seconds kTrySpacing{1};
+    // One try's time limit, connection and reply included.
+    static constexpr std::chrono::seconds kTryLimit{3};
+    // How long a listing waits for the tries it started.
+    static constexpr std::chrono::seconds kListingWaitsForTries{5};
+
+    WifiPhoneDirectory(PairRecordStore& records, Clock clock, Prober prober);
+    // Stops the tries under way, at once.
+    ~WifiPhoneDirectory() override;
+    WifiPhoneDirectory(const WifiPhoneDirectory&) = delete;
+    WifiPhoneDirectory& operator=(const WifiPhoneDirectory&) = delete;
 
     // Told of every advert that arrives, or comes back after it had gone; none until set.
     // Set before discovery starts.
@@ -87,6 +113,39 @@ private:
     };
     using AdvertKey = std::pair<std::string, std::uint32_t>;
 
+    // What tries have taught about one advert.
+    struct TryResult {
+        // The phone whose pairing it holds; empty while none is known.
+        std::string udid;
+        // The HostIDs of the pairings asked about, or to be asked about, since `askedSince`.
+        std::set<std::string> asked;
+        // Those it answered "not mine" to.
+        std::set<std::string> otherPairings;
+        // Until then, a pairing is asked about once; afterwards everything is forgotten and
+        // asked again.
+        std::chrono::steady_clock::time_point quietUntil{};
+    };
+    struct Try {
+        AdvertKey advert;
+        NetworkAddress address;
+        std::string udid;
+        std::string hostId;
+        std::string systemBuid;
+    };
+    // The outcome of matching the adverts to the known phones; the pointers are valid while the
+    // caller holds m_mutex.
+    struct Matching {
+        std::map<std::string, const Advert*> chosen;
+        std::vector<const Advert*> unmatched;
+    };
+
+    Matching match(const std::vector<PairRecordStore::KnownPhone>& known,
+                   const std::map<std::string, std::string>& learned) const;
+    // Queues tries of the unmatched adverts with the pairings no advert stands for, and starts
+    // the thread that makes them; whether it queued any. The caller holds m_mutex.
+    bool queueTries(const Matching& matching,
+                    const std::vector<PairRecordStore::KnownPhone>& known);
+    void runTries();
     void dropExpired();
     // Takes in a resolved advert; the caller holds m_mutex.
     static void remember(Advert& entry, const WifiAdvert& advert);
@@ -94,6 +153,7 @@ private:
 
     PairRecordStore& m_records;
     Clock m_clock;
+    Prober m_prober;
     PhoneArrivalSink* m_arrivals = nullptr;
     std::mutex m_mutex;
     std::map<AdvertKey, Advert> m_adverts;
@@ -101,6 +161,15 @@ private:
     std::condition_variable m_settledChanged;
     bool m_settled = true;
     std::chrono::steady_clock::time_point m_settleDeadline{};
+    std::map<AdvertKey, TryResult> m_tried;
+    std::vector<Try> m_tries;
+    // The computer's SystemBUID, for a record that lacks its own.
+    std::string m_systemBuid;
+    std::condition_variable m_triesChanged;
+    std::thread m_tryThread;
+    bool m_trying = false;
+    bool m_tryUnderWay = false;
+    bool m_stopping = false;
 };
 
 } // namespace ambrel

@@ -1,6 +1,9 @@
 #include "muxer/WifiPhoneDirectory.h"
 
+#include <filesystem>
 #include <map>
+#include <mutex>
+#include <set>
 #include <thread>
 #include <vector>
 
@@ -44,6 +47,9 @@ WifiAdvert privateAdvert(const std::string& privateMac, std::array<std::uint8_t,
     return result;
 }
 
+// Long enough for any number of tries a test makes, spaced as they are.
+constexpr auto kPatienceForTries = std::chrono::seconds(60);
+
 const std::string kHostA = "11111111-2222-3333-4444-555555555555";
 const std::string kHostB = "66666666-7777-8888-9999-AAAAAAAAAAAA";
 // Another computer's pairing with the same phones.
@@ -65,11 +71,75 @@ MuxDevice usbPhone(const std::string& serial) {
     return device;
 }
 
+// Phones' lockdowns as the directory's tries see them: each address holds some pairings; an
+// address not set gives no answer. Keeps every try.
+class FakeLockdowns {
+public:
+    struct Try {
+        std::string address;
+        std::uint16_t port;
+        std::string hostId;
+        std::string systemBuid;
+        std::chrono::steady_clock::time_point when;
+    };
+
+    void phoneAt(const std::string& address, std::set<std::string> hostIds) {
+        const std::lock_guard lock(m_mutex);
+        m_phones[address] = std::move(hostIds);
+    }
+
+    ProbeAnswer ask(const NetworkAddress& address, const std::string& hostId,
+                    const std::string& systemBuid) {
+        const std::lock_guard lock(m_mutex);
+        m_tries.push_back(
+            {toText(address), address.port, hostId, systemBuid, std::chrono::steady_clock::now()});
+        const auto phone = m_phones.find(toText(address));
+        if (phone == m_phones.end()) {
+            return ProbeAnswer::noAnswer;
+        }
+        return phone->second.contains(hostId) ? ProbeAnswer::holdsPairing
+                                              : ProbeAnswer::otherPairing;
+    }
+
+    std::vector<Try> tries() const {
+        const std::lock_guard lock(m_mutex);
+        return m_tries;
+    }
+
+    // "address hostId" of each try, in order.
+    std::vector<std::string> asked() const {
+        std::vector<std::string> lines;
+        for (const auto& t : tries()) {
+            lines.push_back(t.address + " " + t.hostId);
+        }
+        return lines;
+    }
+
+private:
+    mutable std::mutex m_mutex;
+    std::map<std::string, std::set<std::string>> m_phones;
+    std::vector<Try> m_tries;
+};
+
 class WifiPhoneDirectoryTest : public ::testing::Test {
 protected:
     WifiPhoneDirectoryTest()
         : m_store(m_folder.path() / "lockdown", m_folder.path() / "own"),
-          m_directory(m_store, [this] { return m_now; }) {}
+          m_directory(
+              m_store, [this] { return m_now; },
+              [this](const NetworkAddress& address, const std::string& hostId,
+                     const std::string& systemBuid) {
+                  return m_lockdowns.ask(address, hostId, systemBuid);
+              }) {}
+
+    // serial number -> address of each phone listed.
+    std::map<std::string, std::string> listed() {
+        std::map<std::string, std::string> found;
+        for (const auto& device : m_directory.networkDevices()) {
+            found[device.serialNumber] = toText(*device.address);
+        }
+        return found;
+    }
 
     void pair(const std::string& udid, const std::string& mac,
               const std::string& hostId = "5B7A1C52-4E4B-4D2B-9A05-1C1D") {
@@ -80,6 +150,8 @@ protected:
     TemporaryFolder m_folder;
     std::chrono::steady_clock::time_point m_now{};
     PairRecordStore m_store;
+    FakeLockdowns m_lockdowns;
+    RecordingArrivals m_arrivals;
     WifiPhoneDirectory m_directory;
 };
 
@@ -230,10 +302,165 @@ TEST_F(WifiPhoneDirectoryTest, WithOneKnownPhoneALoneStrangerIsOfferedAsIt) {
 }
 
 TEST_F(WifiPhoneDirectoryTest, WithTwoKnownPhonesStrangersAreNotListed) {
-    pair(kPhoneA, "aa:bb:cc:dd:ee:01");
-    pair(kPhoneB, "aa:bb:cc:dd:ee:02");
+    pair(kPhoneA, "aa:bb:cc:dd:ee:01", kHostA);
+    pair(kPhoneB, "aa:bb:cc:dd:ee:02", kHostB);
     m_directory.advertResolved(advert("02:11:22:33:44:55", {10, 0, 0, 9}));
+    m_lockdowns.phoneAt("10.0.0.9", {kElsewhere});
     EXPECT_TRUE(m_directory.networkDevices().empty());
+    // It was asked about each pairing, and said no to both.
+    EXPECT_EQ(m_lockdowns.asked(),
+              (std::vector<std::string>{"10.0.0.9 " + kHostA, "10.0.0.9 " + kHostB}));
+}
+
+TEST_F(WifiPhoneDirectoryTest, TwoPhonesOnPrivateAddressesWithoutTagsAreFoundByAskingThem) {
+    m_directory.setArrivalSink(&m_arrivals);
+    pair(kPhoneA, "aa:bb:cc:dd:ee:01", kHostA);
+    pair(kPhoneB, "aa:bb:cc:dd:ee:02", kHostB);
+    m_directory.advertResolved(advert("02:11:22:33:44:55", {10, 0, 0, 7}));
+    m_directory.advertResolved(advert("02:66:77:88:99:aa", {10, 0, 0, 8}));
+    // The first advert is phone B's, the second phone A's: the opposite of any guess by order.
+    m_lockdowns.phoneAt("10.0.0.7", {kHostB, kElsewhere});
+    m_lockdowns.phoneAt("10.0.0.8", {kHostA});
+    EXPECT_EQ(listed(),
+              (std::map<std::string, std::string>{{kPhoneA, "10.0.0.8"}, {kPhoneB, "10.0.0.7"}}));
+    // Each try went to lockdown's port with one of our pairings and the computer's SystemBUID.
+    const auto tries = m_lockdowns.tries();
+    ASSERT_FALSE(tries.empty());
+    for (const auto& t : tries) {
+        EXPECT_EQ(t.port, WifiPhoneDirectory::kLockdownPort);
+        EXPECT_TRUE(t.hostId == kHostA || t.hostId == kHostB) << t.hostId;
+        EXPECT_EQ(t.systemBuid, "BUID");
+    }
+    // A phone found is not asked about again, nor is another advert asked about it.
+    const auto asked = m_lockdowns.asked();
+    EXPECT_EQ(std::count(asked.begin(), asked.end(), "10.0.0.8 " + kHostB), 0);
+    // Each found phone is an arrival under its udid, so that the card reads it.
+    ASSERT_TRUE(m_arrivals.waitFor(4, kPatienceForTries));
+    const auto arrivals = m_arrivals.arrivals();
+    EXPECT_EQ(std::count(arrivals.begin(), arrivals.end(), "wifi " + kPhoneA), 1);
+    EXPECT_EQ(std::count(arrivals.begin(), arrivals.end(), "wifi " + kPhoneB), 1);
+    // The answers are kept: a later listing asks nothing.
+    EXPECT_EQ(listed().size(), 2u);
+    EXPECT_EQ(m_lockdowns.asked(), asked);
+}
+
+TEST_F(WifiPhoneDirectoryTest, AnAdvertThatAnswersToNoneOfOurPairingsIsLeftAloneForAnHour) {
+    pair(kPhoneA, "aa:bb:cc:dd:ee:01", kHostA);
+    m_directory.advertResolved(advert("02:11:22:33:44:55", {10, 0, 0, 9}));
+    m_lockdowns.phoneAt("10.0.0.9", {kElsewhere});
+    // Not ours: not even offered as the one known phone.
+    EXPECT_TRUE(listed().empty());
+    EXPECT_EQ(m_lockdowns.asked(), (std::vector<std::string>{"10.0.0.9 " + kHostA}));
+    m_now += WifiPhoneDirectory::kForeignQuiet - 1s;
+    EXPECT_TRUE(listed().empty());
+    EXPECT_EQ(m_lockdowns.tries().size(), 1u);
+    m_now += 1s;
+    EXPECT_TRUE(listed().empty());
+    EXPECT_EQ(m_lockdowns.tries().size(), 2u);
+}
+
+TEST_F(WifiPhoneDirectoryTest, APairingMadeSinceIsAskedAboutAtOnce) {
+    pair(kPhoneA, "aa:bb:cc:dd:ee:01", kHostA);
+    m_directory.advertResolved(advert("02:11:22:33:44:55", {10, 0, 0, 9}));
+    m_lockdowns.phoneAt("10.0.0.9", {kHostB});
+    EXPECT_TRUE(listed().empty());
+    // The stranger turns out to be a phone paired a minute later.
+    m_now += 1min;
+    pair(kPhoneB, "aa:bb:cc:dd:ee:02", kHostB);
+    EXPECT_EQ(listed(), (std::map<std::string, std::string>{{kPhoneB, "10.0.0.9"}}));
+    EXPECT_EQ(m_lockdowns.asked(),
+              (std::vector<std::string>{"10.0.0.9 " + kHostA, "10.0.0.9 " + kHostB}));
+}
+
+TEST_F(WifiPhoneDirectoryTest, AnAdvertThatGaveNoAnswerIsAskedAgainAfterAWhile) {
+    pair(kPhoneA, "aa:bb:cc:dd:ee:01", kHostA);
+    pair(kPhoneB, "aa:bb:cc:dd:ee:02", kHostB);
+    // Nothing answers there (a phone that is locked, or gone): one try, not one per pairing.
+    m_directory.advertResolved(advert("02:11:22:33:44:55", {10, 0, 0, 9}));
+    EXPECT_TRUE(listed().empty());
+    EXPECT_EQ(m_lockdowns.tries().size(), 1u);
+    m_now += WifiPhoneDirectory::kUnansweredQuiet - 1s;
+    EXPECT_TRUE(listed().empty());
+    EXPECT_EQ(m_lockdowns.tries().size(), 1u);
+    m_now += 1s;
+    m_lockdowns.phoneAt("10.0.0.9", {kHostA});
+    EXPECT_EQ(listed(), (std::map<std::string, std::string>{{kPhoneA, "10.0.0.9"}}));
+}
+
+TEST_F(WifiPhoneDirectoryTest, TriesAreSpacedWhicheverAdvertTheyGoTo) {
+    pair(kPhoneA, "aa:bb:cc:dd:ee:01", kHostA);
+    pair(kPhoneB, "aa:bb:cc:dd:ee:02", kHostB);
+    for (std::uint8_t last = 1; last <= 3; ++last) {
+        const std::string name = "02:00:00:00:00:0" + std::to_string(last);
+        m_directory.advertResolved(advert(name, {10, 0, 1, last}));
+        m_lockdowns.phoneAt("10.0.1." + std::to_string(last), {kElsewhere});
+    }
+    EXPECT_TRUE(listed().empty());
+    // The tries this listing did not wait for go on by themselves.
+    const auto deadline = std::chrono::steady_clock::now() + kPatienceForTries;
+    while (m_lockdowns.tries().size() < 6 && std::chrono::steady_clock::now() < deadline) {
+        std::this_thread::sleep_for(50ms);
+    }
+    const auto tries = m_lockdowns.tries();
+    ASSERT_EQ(tries.size(), 6u);
+    for (std::size_t i = 1; i < tries.size(); ++i) {
+        EXPECT_GE(tries[i].when - tries[i - 1].when, WifiPhoneDirectory::kTrySpacing) << i;
+    }
+}
+
+TEST_F(WifiPhoneDirectoryTest, AdvertsMatchedByTagOrAddressAreNeverAsked) {
+    pair(kPhoneA, "aa:bb:cc:dd:ee:01", kHostA);
+    pair(kPhoneB, "aa:bb:cc:dd:ee:02", kHostB);
+    m_directory.advertResolved(advert("aa:bb:cc:dd:ee:01", {10, 0, 0, 7}));
+    m_directory.advertResolved(privateAdvert("f6:66:77:88:99:aa", {10, 0, 0, 8},
+                                             "7C1F0D2E-1111-4A4A-8B8B-0123456789AB", {kHostB}));
+    // A stranger that names its own computers by their tags is not asked either.
+    m_directory.advertResolved(privateAdvert("f2:11:22:33:44:55", {10, 0, 0, 9},
+                                             "2BE6E510-0325-4365-923E-B14C6F57DB3A", {kElsewhere}));
+    EXPECT_EQ(listed().size(), 2u);
+    EXPECT_TRUE(m_lockdowns.tries().empty());
+}
+
+TEST_F(WifiPhoneDirectoryTest, NothingAboutAStrangersPhoneIsWritten) {
+    pair(kPhoneA, "aa:bb:cc:dd:ee:01", kHostA);
+    pair(kPhoneB, "aa:bb:cc:dd:ee:02", kHostB);
+    const auto files = [this] {
+        std::set<std::string> names;
+        for (const auto& entry : std::filesystem::recursive_directory_iterator(m_folder.path())) {
+            names.insert(entry.path().string() + " " +
+                         std::to_string(entry.is_regular_file() ? entry.file_size() : 0));
+        }
+        return names;
+    };
+    const auto before = files();
+    m_directory.advertResolved(advert("02:11:22:33:44:55", {10, 0, 0, 9}));
+    m_lockdowns.phoneAt("10.0.0.9", {kElsewhere});
+    EXPECT_TRUE(listed().empty());
+    EXPECT_EQ(m_lockdowns.tries().size(), 2u);
+    EXPECT_EQ(files(), before);
+}
+
+TEST_F(WifiPhoneDirectoryTest, EndingTheDirectoryStopsTheTriesStillWaiting) {
+    pair(kPhoneA, "aa:bb:cc:dd:ee:01", kHostA);
+    pair(kPhoneB, "aa:bb:cc:dd:ee:02", kHostB);
+    auto directory = std::make_unique<WifiPhoneDirectory>(
+        m_store, [this] { return m_now; },
+        [this](const NetworkAddress& address, const std::string& hostId,
+               const std::string& systemBuid) {
+            return m_lockdowns.ask(address, hostId, systemBuid);
+        });
+    for (std::uint8_t last = 1; last <= 9; ++last) {
+        directory->advertResolved(
+            advert("02:00:00:00:00:0" + std::to_string(last), {10, 0, 1, last}));
+        m_lockdowns.phoneAt("10.0.1." + std::to_string(last), {kElsewhere});
+    }
+    // Eighteen tries queued; the listing gives up waiting long before they could all be made.
+    EXPECT_TRUE(directory->networkDevices().empty());
+    const auto made = m_lockdowns.tries().size();
+    ASSERT_LT(made, 18u);
+    directory.reset();
+    // At most the one under way when it ended was still made.
+    EXPECT_LE(m_lockdowns.tries().size(), made + 1);
 }
 
 TEST_F(WifiPhoneDirectoryTest, APrivateAddressSeenWhileThePhoneIsOnUsbIsLearned) {
