@@ -55,9 +55,10 @@ ProbeAnswer probeAnswerOf(const std::string& replyBody) {
 ProbeAnswer probeLockdown(const NetworkAddress& address, const std::string& hostId,
                           const std::string& systemBuid, std::chrono::milliseconds limit) {
     const auto deadline = std::chrono::steady_clock::now() + limit;
+    // Rounded up: each step may end at the deadline, never before it.
     const auto left = [&] {
-        return std::chrono::duration_cast<std::chrono::milliseconds>(
-            deadline - std::chrono::steady_clock::now());
+        return std::chrono::ceil<std::chrono::milliseconds>(deadline -
+                                                            std::chrono::steady_clock::now());
     };
     const UniqueFd phone = connectTcp(address, limit);
     if (!phone.isValid()) {

@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
+#include "muxer/AuthTag.h"
 #include "muxer/LockdownProbe.h"
 #include "muxer/WifiPhoneDirectory.h"
 #include "tests/fakes/TemporaryFolder.h"
@@ -78,6 +79,33 @@ TEST_F(LockdownProbeOverWifi, ASilentPhoneCostsTheLimitAndNoMore) {
     const auto started = std::chrono::steady_clock::now();
     EXPECT_EQ(probeLockdown(m_address, kHostId, kBuid, limit), ProbeAnswer::noAnswer);
     EXPECT_GE(std::chrono::steady_clock::now() - started, limit);
+}
+
+TEST_F(LockdownProbeOverWifi, TheAdvertsTagsAreTheOnesTheProgramLooksFor) {
+    const std::string identifier = "2BE6E510-0325-4365-923E-B14C6F57DB3A";
+    startPhone(json{{"advert",
+                     {{"mac", "02:11:22:33:44:55"},
+                      {"identifier", identifier},
+                      {"tagsFor", {"11111111-2222-3333-4444-555555555555"}},
+                      {"tagsForHost", true}}}});
+    const auto advert = m_phone->readyLine()["adverts"][kSerial];
+    EXPECT_EQ(advert["name"], "02:11:22:33:44:55@fe80::f099:bfff:fe10:2030");
+    EXPECT_EQ(advert["txt"], (json{"identifier=" + identifier, "authTag=DNKInlok1wk=",
+                                   "authTag#1=" + authTagFor(kHostId, identifier)}));
+}
+
+TEST_F(LockdownProbeOverWifi, ASleepingPhoneAnswersOnlyWhileAwake) {
+    startPhone(json{{"advert", {{"mac", "02:11:22:33:44:55"}}},
+                    {"wifiSchedule", {{"startAsleep", true}, {"awake", 600}, {"asleep", 600}}}});
+    EXPECT_EQ(probeLockdown(m_address, kHostId, kBuid, WifiPhoneDirectory::kTryLimit),
+              ProbeAnswer::noAnswer);
+    ASSERT_TRUE(m_phone->setWifiAsleep(false));
+    EXPECT_EQ(probeLockdown(m_address, kHostId, kBuid, WifiPhoneDirectory::kTryLimit),
+              ProbeAnswer::holdsPairing);
+    ASSERT_TRUE(m_phone->setWifiAsleep(true));
+    EXPECT_EQ(probeLockdown(m_address, kHostId, kBuid, WifiPhoneDirectory::kTryLimit),
+              ProbeAnswer::noAnswer);
+    EXPECT_EQ(m_phone->stats()["devices"][kSerial]["wifiWakes"], 1);
 }
 
 } // namespace

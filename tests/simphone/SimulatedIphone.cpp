@@ -101,6 +101,28 @@ bool SimulatedIphone::unplug() {
     return false;
 }
 
+bool SimulatedIphone::setWifiAsleep(bool asleep) {
+    if (!m_process || !m_process->isStarted() || ::kill(m_process->pid(), SIGUSR2) != 0) {
+        return false;
+    }
+    const auto limit = std::chrono::steady_clock::now() + kUnplugLimit;
+    while (std::chrono::steady_clock::now() < limit) {
+        const auto json = stats();
+        const auto devices = json.value("devices", nlohmann::json::object());
+        bool settled = !devices.empty();
+        for (const auto& [udid, device] : devices.items()) {
+            if (device.value("wifiAsleep", asleep) != asleep) {
+                settled = false;
+            }
+        }
+        if (settled) {
+            return true;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    }
+    return false;
+}
+
 void SimulatedIphone::stop() {
     if (m_process) {
         m_process->stop();

@@ -51,6 +51,13 @@ public:
     // lockdown stays, the phones keep their pairing and settings. True once that took effect.
     bool unplug();
 
+    // Puts the Wi-Fi of every phone with an advert to sleep, or wakes it (SIGUSR2); true once
+    // every such phone's stats say `asleep`.
+    bool setWifiAsleep(bool asleep);
+
+    // The line the service printed once it listened (see simphone.py).
+    const nlohmann::json& readyLine() const { return m_readyLine; }
+
     // Ends the service now (it also ends by itself after its lifetime).
     void stop();
 

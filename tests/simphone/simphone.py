@@ -14,7 +14,8 @@ prints one JSON line ("ready") on standard output once it listens, writes reques
 stats file after every change, and ends by itself after its lifetime or on SIGTERM/SIGINT.
 SIGUSR1 pulls the cable: the USB entries go and usbmuxd with them (its socket and every open
 exchange close), while lockdown over Wi-Fi goes on and the phones keep their pairing and
-settings.
+settings. SIGUSR2 puts the Wi-Fi of every phone with an advert to sleep, or wakes it (see
+"advert" and "wifiSchedule").
 
 Like a real phone, a device answers lockdown over Wi-Fi only while its "EnableWifiConnections"
 (domain com.apple.mobile.wireless_lockdown, scenario key wifiConnections, false unless set) is
@@ -52,7 +53,19 @@ Scenario file:
       # on, see above), wifiSetReply (accept|<lockdown error string>)
       "hostId": "…",                         # optional fixed HostID of the host's pair record
       "recordWiFiMACAddress": "…",           # optional WiFiMACAddress in that record
-      "trustDialog": "<path>"                # pairReply "dialog": the person's answer
+      "trustDialog": "<path>",               # pairReply "dialog": the person's answer
+      "advert": {                            # optional: announce the phone with avahi-publish
+        "mac": "02:11:22:33:44:55",          #   the address in its name (default: WiFiAddress),
+                                             #   a private Wi-Fi address when it differs
+        "identifier": "…",                   #   TXT "identifier" (default: a new UUID)
+        "tagsFor": ["<HostID>", …],          #   one TXT authTag per computer it paired with
+        "tagsForHost": true,                 #   and one for the host's own pair record
+        "host": "iphone-sim.local"           #   the host name its address is published under
+      },
+      "wifiSchedule": {"awake": 5, "asleep": 60, "startAsleep": false}
+                                             # optional: Wi-Fi sleeps and wakes in turn; asleep,
+                                             # the advert is withdrawn and lockdown over Wi-Fi
+                                             # does not answer
     }
   ]
 }
@@ -62,21 +75,31 @@ PairingDialogResponsePending until the person has answered: "trust" or "deny" wr
 trustDialog file (nothing there: not yet). A pair request after "trust" succeeds, after "deny"
 it gets UserDeniedPairing.
 
+An advert needs avahi-daemon and avahi-publish (the publishers end with the simulator). Its
+tags are computed as the phone computes them: HKDF-SHA512 of the HostID text (no salt, no info,
+32 bytes) keys an HMAC-SHA256 of the identifier, whose first 8 bytes in base64 are the tag.
+
 Values may be any JSON value; {"$data": "<base64>"}, {"$date": "<ISO 8601>"} and
 {"$real": <number>} give the plist types JSON lacks.
 """
 
 import argparse
 import base64
+import ctypes
 import datetime
+import hashlib
+import hmac
 import json
 import os
 import plistlib
+import queue
 import random
 import signal
 import socket
 import struct
+import subprocess
 import sys
+import time
 import threading
 import uuid
 
@@ -229,6 +252,19 @@ class Stats:
             self.data["devices"][udid]["wifiConnections"] = enabled
         self.save()
 
+    def wifi_sleep_state(self, udid, asleep):
+        with self.lock:
+            self.data["devices"][udid]["wifiAsleep"] = asleep
+        self.save()
+
+    def wifi_sleep(self, udid, asleep):
+        with self.lock:
+            device = self.data["devices"][udid]
+            device["wifiAsleep"] = asleep
+            if not asleep:
+                device["wifiWakes"] = device.get("wifiWakes", 0) + 1
+        self.save()
+
     def unplugged(self):
         with self.lock:
             self.data["unplugged"] = True
@@ -246,6 +282,77 @@ class Stats:
             with open(temporary, "w", encoding="utf-8") as stream:
                 stream.write(text)
             os.replace(temporary, self.path)
+
+
+def auth_tag(host_id, identifier):
+    """The tag an advert carries for the computer whose pairing has `host_id`."""
+    # HKDF-SHA512 (RFC 5869) without salt or info, one 64-byte block, of which 32 are used.
+    pseudo_random_key = hmac.new(bytes(64), host_id.encode("utf-8"), hashlib.sha512).digest()
+    key = hmac.new(pseudo_random_key, b"\x01", hashlib.sha512).digest()[:32]
+    digest = hmac.new(key, identifier.encode("utf-8"), hashlib.sha256).digest()
+    return base64.b64encode(digest[:8]).decode("ascii")
+
+
+def end_with_parent():
+    """Run in a publisher's child before exec: it gets SIGTERM when the simulator ends (strictly,
+    when the thread that started it ends: publishers are started from threads that last)."""
+    libc = ctypes.CDLL(None, use_errno=True)
+    libc.prctl(1, signal.SIGTERM)  # PR_SET_PDEATHSIG
+
+
+class Advertiser:
+    """The phone's _apple-mobdev2._tcp advert, through two avahi-publish processes."""
+
+    def __init__(self, device, config):
+        self.device = device
+        self.mac = config.get("mac", device.values["WiFiAddress"]).lower()
+        self.identifier = config.get("identifier", str(uuid.uuid4()).upper())
+        hosts = list(config.get("tagsFor", []))
+        if config.get("tagsForHost", False) and device.host_id is not None:
+            hosts.append(device.host_id)
+        self.tags = [auth_tag(host, self.identifier) for host in hosts]
+        self.host = config.get("host", "iphone-%s.local" % device.udid[-6:].lower())
+        self.processes = []
+
+    @property
+    def name(self):
+        return self.mac + "@fe80::f099:bfff:fe10:2030"
+
+    def txt(self):
+        entries = []
+        if self.tags:
+            entries.append("identifier=" + self.identifier)
+            for index, tag in enumerate(self.tags):
+                entries.append(("authTag" if index == 0 else "authTag#%d" % index) + "=" + tag)
+        return entries
+
+    def publish(self):
+        if self.processes:
+            return
+        commands = [
+            ["avahi-publish", "-a", "-R", self.host, self.device.address],
+            ["avahi-publish", "-s", "-H", self.host, self.name, "_apple-mobdev2._tcp",
+             str(LOCKDOWN_PORT)] + self.txt(),
+        ]
+        for command in commands:
+            try:
+                self.processes.append(subprocess.Popen(
+                    command, stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL,
+                    stderr=subprocess.DEVNULL, preexec_fn=end_with_parent))
+            except OSError as error:
+                # Without avahi-publish the phone is simply not announced.
+                print("advert not published: %s" % error, file=sys.stderr, flush=True)
+
+    def withdraw(self):
+        processes, self.processes = self.processes, []
+        for process in processes:
+            process.terminate()
+        for process in processes:
+            try:
+                process.wait(timeout=5)
+            except subprocess.TimeoutExpired:
+                process.kill()
+                process.wait()
 
 
 def der_length(length):
@@ -333,6 +440,7 @@ class Device:
         self.host_record = None
         # A fixed host id lets two runs (the phone on the cable, then on Wi-Fi) share a pairing.
         host_id = config.get("hostId", str(uuid.uuid4()).upper())
+        self.host_id = host_id if settings["hostPairRecord"] == "valid" else None
         if settings["hostPairRecord"] == "valid":
             record = {"HostID": host_id, "SystemBUID": buid}
             if "recordWiFiMACAddress" in config:
@@ -344,6 +452,11 @@ class Device:
             self.host_record = plistlib.dumps({"SystemBUID": buid}, fmt=plistlib.FMT_BINARY)
         elif settings["hostPairRecord"] != "none":
             raise ValueError("hostPairRecord must be valid, none or without_host_id")
+
+        # Wi-Fi sleep: no advert, and lockdown over Wi-Fi does not answer.
+        self.schedule = config.get("wifiSchedule")
+        self.asleep = bool(self.schedule and self.schedule.get("startAsleep", False))
+        self.advertiser = Advertiser(self, config["advert"]) if "advert" in config else None
 
     @property
     def uses_usb(self):
@@ -383,6 +496,8 @@ class Simulator:
             stats.add_device(device.udid)
             stats.wifi_connections(
                 device.udid, device.domains[WIRELESS_LOCKDOWN]["EnableWifiConnections"])
+            if device.advertiser is not None or device.schedule:
+                stats.wifi_sleep_state(device.udid, device.asleep)
             if device.host_record is not None:
                 self.pair_records[normalized_udid(device.udid)] = device.host_record
             if device.uses_usb:
@@ -392,6 +507,8 @@ class Simulator:
                 self.entries.append((next_id, device, "Network"))
                 next_id += 1
         self.listeners = []
+        self.closing = False
+        self.sleep_toggles = queue.Queue()
         self.usbmuxd_server = None
         # usbmuxd's open exchanges (Listen streams, USB tunnels), closed when the cable goes.
         self.usbmuxd_connections = set()
@@ -403,6 +520,12 @@ class Simulator:
         for device in self.devices:
             if device.uses_network:
                 self.open_network_listener(device)
+                if device.advertiser is not None and not device.asleep:
+                    device.advertiser.publish()
+                if device.schedule:
+                    threading.Thread(target=self.run_wifi_schedule, args=(device,),
+                                     daemon=True).start()
+        threading.Thread(target=self.follow_sleep_toggles, daemon=True).start()
         if self.mode != "absent":
             server = socket.socket(socket.AF_UNIX, socket.SOCK_STREAM)
             server.bind(self.socket_path)
@@ -411,6 +534,39 @@ class Simulator:
             self.usbmuxd_server = server
             threading.Thread(target=self.accept_loop, args=(server, self.serve_usbmuxd),
                              daemon=True).start()
+
+    def run_wifi_schedule(self, device):
+        """Wi-Fi sleeps and wakes in turn, for as long as the simulator runs."""
+        awake_for = float(device.schedule.get("awake", 5))
+        asleep_for = float(device.schedule.get("asleep", 60))
+        while True:
+            time.sleep(asleep_for if device.asleep else awake_for)
+            self.set_asleep(device, not device.asleep)
+
+    def toggle_wifi_sleep(self):
+        """SIGUSR2: every phone that advertises itself goes to sleep, or wakes."""
+        self.sleep_toggles.put(True)
+
+    def follow_sleep_toggles(self):
+        # One thread for the whole run: a publisher ends with the thread that started it.
+        while True:
+            self.sleep_toggles.get()
+            for device in self.devices:
+                if device.advertiser is not None:
+                    self.set_asleep(device, not device.asleep)
+
+    def set_asleep(self, device, asleep):
+        with device.lock:
+            if self.closing:
+                return
+            device.asleep = asleep
+        if device.advertiser is not None:
+            if asleep:
+                device.advertiser.withdraw()
+            else:
+                device.advertiser.publish()
+        self.follow_wifi_setting(device)
+        self.stats.wifi_sleep(device.udid, asleep)
 
     def unplug(self):
         """The cable is pulled. Debian's usbmuxd ends when its last phone goes, so the socket
@@ -474,7 +630,8 @@ class Simulator:
             server = device.network_server
             if server is None:
                 return
-            wanted = bool(device.domains[WIRELESS_LOCKDOWN]["EnableWifiConnections"])
+            wanted = (bool(device.domains[WIRELESS_LOCKDOWN]["EnableWifiConnections"])
+                       and not device.asleep)
             if wanted == device.network_listening:
                 return
             if wanted:
@@ -775,6 +932,12 @@ class Simulator:
         return reply
 
     def close(self):
+        for device in self.devices:
+            with device.lock:
+                self.closing = True
+        for device in self.devices:
+            if device.advertiser is not None:
+                device.advertiser.withdraw()
         for server in self.listeners:
             try:
                 server.close()
@@ -808,9 +971,12 @@ def main():
     simulator.start()
     # Set before "ready" is printed, so that a test may pull the cable from then on.
     signal.signal(signal.SIGUSR1, lambda *_: simulator.unplug())
+    signal.signal(signal.SIGUSR2, lambda *_: simulator.toggle_wifi_sleep())
     stats.save()
     ready = {"ready": True, "socket": arguments.socket,
-             "addresses": {d.udid: d.address for d in simulator.devices if d.address}}
+             "addresses": {d.udid: d.address for d in simulator.devices if d.address},
+             "adverts": {d.udid: {"name": d.advertiser.name, "txt": d.advertiser.txt()}
+                         for d in simulator.devices if d.advertiser is not None}}
     print(json.dumps(ready), flush=True)
 
     stop.wait(lifetime)
