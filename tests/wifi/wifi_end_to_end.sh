@@ -236,10 +236,10 @@ finish() {
 }
 
 start_avahi
-if [ "${TOVRIN_WIFI_PART:-}" = arrivals ]; then
-    . "$(dirname "$0")/arrivals.sh"
-    finish
-fi
+case "${TOVRIN_WIFI_PART:-}" in
+arrivals) . "$(dirname "$0")/arrivals.sh"; finish ;;
+bench) . "$(dirname "$0")/arrival_bench.sh"; finish ;;
+esac
 publish_phone "$PHONE_MAC"
 
 # 1. First read over USB: the program's muxer passes the cable through and keeps the pairing.
