@@ -21,6 +21,7 @@ import argparse
 import os
 import select
 import shutil
+import signal
 import subprocess
 import sys
 import tempfile
@@ -180,6 +181,9 @@ def main():
         if shutil.which(tool) is None:
             sys.exit(f"{tool} is missing: sudo apt-get install xvfb dbus-daemon xdotool")
 
+    # Stopped with a signal, it still stops what it started (the finally below).
+    for number in (signal.SIGTERM, signal.SIGINT, signal.SIGHUP):
+        signal.signal(number, lambda received, _frame: sys.exit(128 + received))
     root = tempfile.mkdtemp(prefix="tovrin-idle-")
     server = bus = widget = None
     try:
