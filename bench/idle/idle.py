@@ -10,8 +10,11 @@ process:
   - resident memory at the end.
 Threads are looked at ten times a second, so one that ends during the stretch (a phone read's
 job) still counts with what it had done by its last look; a thread that lives less than a tenth
-of a second between two looks (a tool run's output reader, say) is not seen at all, so a stretch
-with a phone read in it counts a few wake-ups too few.
+of a second between two looks (a tool run's output reader, say) is not seen at all, so the
+per-thread table of a stretch with a phone read in it counts a few wake-ups too few. The whole
+process is also counted exactly, by the kernel's own totals (every thread it ever had), which a
+small library loaded into the widget (rusage_probe.c, built here with cc) reads at the start
+and at the end of the stretch.
 
     bench/idle/idle.py --program build/bin/tovrin --warm-up 60 --minutes 5
     bench/idle/idle.py --hidden      # the card hidden from its menu first, as a user does
@@ -137,6 +140,24 @@ def watch(pid, seconds):
     return result
 
 
+def exact_use(pid, usage_file, line_count):
+    """The widget's (voluntary switches, CPU microseconds) so far, every thread included: asks
+    its probe library, then reads the line it appended."""
+    os.kill(pid, signal.SIGRTMIN + 5)
+    deadline = time.monotonic() + 10
+    while time.monotonic() < deadline:
+        try:
+            with open(usage_file) as lines:
+                found = lines.read().splitlines()
+        except FileNotFoundError:
+            found = []
+        if len(found) >= line_count:
+            switches, user, system = (int(value) for value in found[line_count - 1].split())
+            return switches, user + system
+        time.sleep(0.05)
+    sys.exit("the widget's probe library did not answer")
+
+
 def visible_cards(env):
     """The X windows of the card that are on screen."""
     found = subprocess.run(["xdotool", "search", "--onlyvisible", "--name", "^Tovrin$"],
@@ -177,7 +198,7 @@ def main():
     parser.add_argument("--hidden", action="store_true",
                         help="hide the card from its menu before the warm-up")
     options = parser.parse_args()
-    for tool in ("Xvfb", "dbus-daemon", "xdotool"):
+    for tool in ("Xvfb", "dbus-daemon", "xdotool", "cc"):
         if shutil.which(tool) is None:
             sys.exit(f"{tool} is missing: sudo apt-get install xvfb dbus-daemon xdotool")
 
@@ -190,6 +211,12 @@ def main():
         server, display = start_xvfb()
         bus, address = start_bus(root)
         env = session(root, display, address)
+        probe = os.path.join(root, "rusage_probe.so")
+        subprocess.run(["cc", "-O2", "-shared", "-fPIC", "-o", probe,
+                        os.path.join(os.path.dirname(os.path.abspath(__file__)), "rusage_probe.c")],
+                       check=True)
+        usage_file = os.path.join(root, "rusage")
+        env = dict(env, LD_PRELOAD=probe, TOVRIN_RUSAGE_FILE=usage_file)
         widget = subprocess.Popen([os.path.abspath(options.program)], env=env,
                                   stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL,
                                   stderr=subprocess.DEVNULL, cwd=root)
@@ -200,7 +227,9 @@ def main():
             sys.exit(f"the widget ended during the warm-up (exit {widget.returncode})")
         seconds = options.minutes * 60
         own_before, children_before = process_ticks(widget.pid)
+        exact_before = exact_use(widget.pid, usage_file, 1)
         threads = watch(widget.pid, seconds)
+        exact_after = exact_use(widget.pid, usage_file, 2)
         own_after, children_after = process_ticks(widget.pid)
         memory = resident_kib(widget.pid)
         if widget.poll() is not None:
@@ -228,6 +257,10 @@ def main():
     own = (own_after - own_before) * per_hour
     children = (children_after - children_before) * per_hour
     print(f"{'whole process':<27} {total_switches / minutes:>13.1f} {own:>11.3f}")
+    exact_switches = exact_after[0] - exact_before[0]
+    exact_cpu = (exact_after[1] - exact_before[1]) / 1e6 * 3600 / seconds
+    print(f"{'whole process, exact':<27} {exact_switches / minutes:>13.1f} {exact_cpu:>11.3f}"
+          f"   ({exact_switches} wake-ups in {minutes:g} min)")
     print(f"programs it ran (CPU s/hour): {children:.3f}; own and theirs: {own + children:.3f}")
     print(f"resident memory at the end: {memory / 1024:.1f} MiB")
 
