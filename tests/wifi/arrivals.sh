@@ -38,7 +38,7 @@ wait_widget "awake: read over Wi-Fi" \
 expect_reads "awake: one read" "$SERIAL" 1
 # Asleep again: nothing changes at once; the next read decides.
 kill -USR2 "$PHONE"
-wait_advert gone 127.0.0.2
+wait_advert gone 127.0.0.2 "$NEW_PRIVATE_MAC"
 sleep 1
 if widget_shows "w['phoneSetupState'] == 'ready' and p.get('percentage') == 57"; then
     echo "ok: asleep again: the card keeps its reading"
@@ -58,8 +58,8 @@ start_scenario "[$(phone_entry "$SERIAL" 127.0.0.2 64 "$HOST_ID" \
                   \"host\": \"iphone-one.local\"}"),
                  $(phone_entry "$SECOND_SERIAL" 127.0.0.3 41 "$SECOND_HOST_ID" \
     "\"advert\": {\"mac\": \"$SECOND_PRIVATE_MAC\", \"host\": \"iphone-two.local\"}")]"
-wait_advert present 127.0.0.2
-wait_advert present 127.0.0.3
+wait_advert present 127.0.0.2 "$NEW_PRIVATE_MAC"
+wait_advert present 127.0.0.3 "$SECOND_PRIVATE_MAC"
 start_widget "$work/two"
 wait_widget "two phones: the card reads one over Wi-Fi" \
     "(w['phoneSetupState'] == 'ready' and p.get('source') == 'Wi-Fi' and

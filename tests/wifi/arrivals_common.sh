@@ -75,9 +75,18 @@ start_widget() {
         timeout 200 "$TOVRIN" >"$widget_dir/widget.log" 2>&1 &
     WIDGET=$!
 }
+# ends <pid>: stops it, and kills it if it has not ended within 10 s.
+ends() {
+    kill "$1" 2>/dev/null || return 0
+    for _ in $(seq 100); do
+        kill -0 "$1" 2>/dev/null || break
+        sleep 0.1
+    done
+    kill -9 "$1" 2>/dev/null || true
+    wait "$1" 2>/dev/null || true
+}
 stop_widget() {
-    kill "$WIDGET" 2>/dev/null || true
-    wait "$WIDGET" 2>/dev/null || true
+    ends "$WIDGET"
 }
 widget_state() {
     cat "$widget_dir/runtime/tovrin/state.json" 2>/dev/null
@@ -107,13 +116,19 @@ wait_widget() {
         "its muxer lists: $(USBMUXD_SOCKET_ADDRESS="UNIX:$widget_dir/runtime/tovrin/usbmuxd" \
             timeout 30 idevice_id -n 2>&1)"
 }
-# wait_advert <present|gone> <address>: as avahi reports the adverts.
+# wait_advert <present|gone> <address> <MAC of its name>: as avahi reports the adverts, for at
+# most 30 s. Gone is asked without resolving: resolving an advert that is going away can wait
+# out avahi's own time limit.
 wait_advert() {
-    for _ in $(seq 100); do
-        if avahi-browse -r -t -p _apple-mobdev2._tcp 2>/dev/null | grep -q "^=.*;$2;"; then
-            [ "$1" = present ] && return 0
+    local escaped deadline=$((SECONDS + 30))
+    escaped=$(printf '%s' "$3" | sed 's/:/\\058/g')
+    while [ "$SECONDS" -lt "$deadline" ]; do
+        if [ "$1" = present ]; then
+            timeout 5 avahi-browse -r -t -p _apple-mobdev2._tcp 2>/dev/null |
+                grep -q "^=.*;$2;" && return 0
         else
-            [ "$1" = gone ] && return 0
+            timeout 5 avahi-browse -t -p _apple-mobdev2._tcp 2>/dev/null |
+                grep -qF "$escaped" || return 0
         fi
         sleep 0.1
     done
