@@ -17,17 +17,7 @@ start_scenario() {
     local devices=$1 usbmuxd=${2:-absent}
     printf '{"usbmuxd": "%s", "buid": "%s", "devices": %s}\n' "$usbmuxd" "$BUID" "$devices" \
         >"$work/scenario.json"
-    "$PYTHON" "$SIMPHONE" --scenario "$work/scenario.json" --socket /run/usbmuxd \
-        --stats "$work/stats.json" --lifetime 200 >"$work/phone.out" 2>"$work/phone.err" &
-    PHONE=$!
-    for _ in $(seq 100); do
-        if grep -q ready "$work/phone.out" 2>/dev/null; then
-            return 0
-        fi
-        sleep 0.1
-    done
-    echo "the simulated iPhone did not start:"; cat "$work/phone.err"
-    exit 1
+    run_scenario 200
 }
 
 # phone_entry <serial> <address> <percentage> <host id> [<more settings>]

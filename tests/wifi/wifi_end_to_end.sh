@@ -163,8 +163,13 @@ start_phone() {
               "battery": {"BatteryCurrentCapacity": 64, "BatteryIsCharging": false,
                           "ExternalConnected": false}}]}
 JSON
+    run_scenario 120
+}
+# run_scenario <lifetime>: the simulated iPhone of $work/scenario.json, as the system's usbmuxd
+# at /run/usbmuxd; returns once it listens.
+run_scenario() {
     "$PYTHON" "$SIMPHONE" --scenario "$work/scenario.json" --socket /run/usbmuxd \
-        --stats "$work/stats.json" --lifetime 120 >"$work/phone.out" 2>"$work/phone.err" &
+        --stats "$work/stats.json" --lifetime "$1" >"$work/phone.out" 2>"$work/phone.err" &
     PHONE=$!
     for _ in $(seq 100); do
         if grep -q ready "$work/phone.out" 2>/dev/null; then
