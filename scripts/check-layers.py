@@ -29,26 +29,28 @@ ALLOWED = {
     # The connection check: it asks the muxer's parts (avahi, pair records) and the phone's
     # tools the same questions the program depends on.
     "diagnosis": {"muxer", "phone", "platform", "model"},
+    # The battery history file (SQLite); it knows readings only as rows.
+    "history": {"platform", "model"},
     "monitor": {"mac", "phone", "platform", "model"},
     # What is shown and said, decided without Qt; the card, the bars and the alerts share it.
-    "presentation": {"monitor", "mac", "phone", "platform", "model"},
+    "presentation": {"history", "monitor", "mac", "phone", "platform", "model"},
     # The widgets only draw what the presentation decided; the connection window shows the
     # connection check and the phone settings.
-    "views": {"presentation", "monitor", "diagnosis", "mac", "phone", "platform/qt", "platform",
-              "model"},
-    # The card as a desktop window, and the tray item.
-    "shell": {"views", "presentation", "monitor", "diagnosis", "mac", "phone", "platform/qt",
+    "views": {"presentation", "history", "monitor", "diagnosis", "mac", "phone", "platform/qt",
               "platform", "model"},
+    # The card as a desktop window, and the tray item.
+    "shell": {"views", "presentation", "history", "monitor", "diagnosis", "mac", "phone",
+              "platform/qt", "platform", "model"},
     # The one-shot switches: they print what the presentation and the monitor give them.
-    "commands": {"presentation", "monitor", "diagnosis", "mac", "phone", "platform/qt", "platform",
-                 "model"},
+    "commands": {"presentation", "history", "monitor", "diagnosis", "mac", "phone", "platform/qt",
+                 "platform", "model"},
     # The entry and the delegate: the one place that picks the platform's implementations.
-    "app": {"shell", "commands", "views", "presentation", "monitor", "diagnosis", "muxer", "mac",
-            "phone", "platform/linux", "platform/qt", "platform", "model"},
+    "app": {"shell", "commands", "views", "presentation", "history", "monitor", "diagnosis",
+            "muxer", "mac", "phone", "platform/linux", "platform/qt", "platform", "model"},
 }
 # Folders whose code builds and is tested without Qt.
 WITHOUT_QT = {"model", "platform", "platform/linux", "mac", "phone", "helper", "muxer", "diagnosis",
-              "monitor", "presentation"}
+              "history", "monitor", "presentation"}
 # Folders that are not part of the program's layers.
 NOT_LAYERS = {"tests", "bench", "fuzz", "packaging", "docs", "scripts", "cmake", "build"}
 
