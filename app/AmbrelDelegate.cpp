@@ -1,6 +1,7 @@
 #include "app/AmbrelDelegate.h"
 
 #include <chrono>
+#include <cstdio>
 
 #include <QCoreApplication>
 #include <QGuiApplication>
@@ -9,12 +10,15 @@
 #include <QTimer>
 
 #include "app/ArrivalRelay.h"
+#include "app/HistoryFeed.h"
 #include "app/SystemServices.h"
+#include "history/HistoryRecorder.h"
 #include "monitor/BarState.h"
 #include "monitor/BarStatePublisher.h"
 #include "monitor/BatteryMonitor.h"
 #include "monitor/PhoneArrivalReads.h"
 #include "platform/linux/SpawnProcessLauncher.h"
+#include "platform/linux/SystemClock.h"
 #include "platform/linux/ThreadWorker.h"
 #include "platform/qt/ColorSchemeWatcher.h"
 #include "platform/qt/DeadlineTimer.h"
@@ -82,6 +86,7 @@ AmbrelDelegate::~AmbrelDelegate() {
     m_barState.reset();
     m_statusMenu.reset();
     m_panel.reset();
+    m_historyFeed.reset();
     m_monitor.reset();
 }
 
@@ -133,6 +138,7 @@ void AmbrelDelegate::applicationDidFinishLaunching() {
                                                      BarStateFile::location(*m_environment));
     m_statusMenu->showTrayItem();
 
+    startHistory();
     m_monitor->start();
     if (m_arrivals) {
         // A phone plugged in or back on the network is read at once when the card needs it.
@@ -260,6 +266,18 @@ void AmbrelDelegate::scheduleCapture(std::string path,
         [this, path = std::move(path), look] { captureInLook(path, look); });
     timer->start(kCaptureDelay, TimerRepeat::once);
     m_requestedCaptures.push_back(std::move(timer));
+}
+
+void AmbrelDelegate::startHistory() {
+    // Beside the reading cache; the file is opened by the recorder's thread with the first row.
+    auto file = m_monitor->cacheURL().parent_path() / HistoryStore::kFileName;
+    m_history = std::make_unique<HistoryRecorder>(
+        std::move(file), [] { return SystemClock().now(); },
+        [](const std::string& line) {
+            const std::string text = "tovrin: " + line + "\n";
+            std::fwrite(text.data(), 1, text.size(), stderr);
+        });
+    m_historyFeed = std::make_unique<HistoryFeed>(*m_monitor, *m_history);
 }
 
 void AmbrelDelegate::savePanelFrame() {

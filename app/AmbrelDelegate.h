@@ -39,6 +39,8 @@ class StatusMenu;
 class ScreenLockObserver;
 class WakeObserver;
 class ArrivalRelay;
+class HistoryFeed;
+class HistoryRecorder;
 class PhoneArrivalReads;
 
 // A normal run: builds the monitor, the desktop panel with the card and the tray item, keeps
@@ -94,6 +96,7 @@ private:
     void watchScreens();
     void watchScreen(QScreen* screen);
     void savePanelFrame();
+    void startHistory();
     void capturePreview();
     void scheduleCapture(std::string path, std::optional<CommandLine::PreviewLook> look);
     void captureInLook(const std::string& path, std::optional<CommandLine::PreviewLook> look);
@@ -113,6 +116,9 @@ private:
     std::function<void(QWidget*)> m_openConnectionWindow;
     std::shared_ptr<QtMainScheduler> m_scheduler;
     std::unique_ptr<BatteryMonitor> m_monitor;
+    // Made before the monitor starts and gone after it, so every new reading is recorded.
+    std::unique_ptr<HistoryRecorder> m_history;
+    std::unique_ptr<HistoryFeed> m_historyFeed;
     std::unique_ptr<PanelFrameStore> m_frameStore;
     std::unique_ptr<DesktopPanel> m_panel;
     std::unique_ptr<StatusMenu> m_statusMenu;

@@ -81,6 +81,17 @@ std::optional<std::int64_t> percentage(double current, double max) {
     return static_cast<std::int64_t>(rounded);
 }
 
+std::optional<int> maximumCapacity(double full, double design) {
+    if (!(full > 0.0) || !(design > 0.0)) {
+        return std::nullopt;
+    }
+    const double share = std::round(full / design * 100.0);
+    if (!(share >= 1.0) || share > 150.0) {
+        return std::nullopt;
+    }
+    return static_cast<int>(share);
+}
+
 std::optional<std::string> modelIdentifier(const HostInfo& host) {
     const auto raw = host.rawModelIdentifier();
     if (!raw || raw->size() < 2) {
@@ -97,15 +108,15 @@ std::optional<std::string> modelIdentifier(const HostInfo& host) {
 MacBatteryOutcome read(PowerSourceProvider& powerSources, const HostInfo& host, Date now) {
     const auto sources = powerSources.copyPowerSources();
     if (!sources) {
-        return {std::nullopt, kStatusUnavailable};
+        return {std::nullopt, kStatusUnavailable, {}, {}};
     }
     const auto taken = firstUsableSource(*sources);
     if (!taken) {
-        return {std::nullopt, kStatusNoBattery};
+        return {std::nullopt, kStatusNoBattery, {}, {}};
     }
     const auto percent = percentage(taken->current, taken->max);
     if (!percent) {
-        return {std::nullopt, kStatusNoBattery};
+        return {std::nullopt, kStatusNoBattery, {}, {}};
     }
     const std::string* state = textValue(*taken->description, "Power Source State");
     const bool isPluggedIn = state != nullptr && *state == "AC Power";
@@ -119,7 +130,29 @@ MacBatteryOutcome read(PowerSourceProvider& powerSources, const HostInfo& host, 
                                       : kStatusConnected;
     BatteryDeviceSnapshot snapshot("mac", host.localizedName().value_or(kFallbackName), *percent,
                                    isCharging, isPluggedIn, now, "Mac", modelIdentifier(host));
-    return {std::move(snapshot), status};
+    MacBatteryOutcome outcome{std::move(snapshot), status, {}, {}};
+    const auto& description = *taken->description;
+    if (const auto design = numberValue(description, "Design Capacity")) {
+        outcome.health.maximumCapacity = maximumCapacity(taken->max, *design);
+    }
+    if (const auto cycles = numberValue(description, "Cycle Count");
+        cycles && *cycles >= 1.0 && *cycles < 1e6) {
+        outcome.health.cycleCount = static_cast<int>(*cycles);
+    }
+    // Minutes beyond two days are a rate too small to mean anything.
+    const auto minutes = [&](const char* key) -> std::optional<int> {
+        const auto value = numberValue(description, key);
+        if (!value || !(*value >= 1.0) || *value > 48.0 * 60) {
+            return std::nullopt;
+        }
+        return static_cast<int>(*value);
+    };
+    if (isCharging) {
+        outcome.timeLeft.minutesToFull = minutes("Time to Full Charge");
+    } else if (!isPluggedIn) {
+        outcome.timeLeft.minutesToEmpty = minutes("Time to Empty");
+    }
+    return outcome;
 }
 
 } // namespace ambrel::MacBatteryReader

@@ -5,6 +5,7 @@
 #include <string>
 
 #include "model/BatteryDeviceSnapshot.h"
+#include "model/BatteryHealth.h"
 #include "platform/HostInfo.h"
 #include "platform/PowerSourceProvider.h"
 
@@ -15,6 +16,9 @@ namespace ambrel {
 struct MacBatteryOutcome {
     std::optional<BatteryDeviceSnapshot> snapshot;
     std::string status;
+    // With a snapshot: what the system tells of the battery's wear and of the time left.
+    BatteryHealth health;
+    BatteryTimeLeft timeLeft;
 };
 
 namespace MacBatteryReader {
@@ -33,6 +37,11 @@ MacBatteryOutcome read(PowerSourceProvider& powerSources, const HostInfo& host, 
 // current / max * 100, rounded half away from zero and clamped to 0...100. Absent only when
 // the ratio is not a number at all.
 std::optional<std::int64_t> percentage(double current, double max);
+
+// The full charge as a share of the design capacity, rounded. Absent when either is not a
+// positive number, or when the share is beyond what a real battery reports (over 150 %): a
+// driver's wrong unit, not a battery.
+std::optional<int> maximumCapacity(double full, double design);
 
 // The model identifier as the system stores it: the bytes up to the first zero byte; absent
 // when unreadable or shorter than two bytes.

@@ -106,6 +106,12 @@ void BatteryMonitor::refreshMac() {
     if (outcome.snapshot) {
         publish(m_mac, std::optional<BatteryDeviceSnapshot>(std::move(outcome.snapshot)),
                 MonitorProperty::mac);
+        if (outcome.health != m_macHealth) {
+            publish(m_macHealth, outcome.health, MonitorProperty::macHealth);
+        }
+        if (outcome.timeLeft != m_macTimeLeft) {
+            publish(m_macTimeLeft, outcome.timeLeft, MonitorProperty::macTimeLeft);
+        }
     }
     publish(m_macStatus, std::move(outcome.status), MonitorProperty::macStatus);
 }

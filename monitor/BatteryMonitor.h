@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "model/BatteryDeviceSnapshot.h"
+#include "model/BatteryHealth.h"
 #include "model/PhoneSetupState.h"
 #include "monitor/MonitorProperty.h"
 #include "phone/PhoneReader.h"
@@ -75,6 +76,10 @@ public:
     std::optional<Date> lastPhoneAttempt() const { return m_lastPhoneAttempt; }
     std::optional<Date> nextPhoneCheck() const { return m_nextPhoneCheck; }
     PhoneSetupState phoneSetupState() const { return m_phoneSetupState; }
+    // What the last reading of this computer told of its battery's wear and time left; each
+    // is published only when it changes.
+    const BatteryHealth& macHealth() const { return m_macHealth; }
+    const BatteryTimeLeft& macTimeLeft() const { return m_macTimeLeft; }
 
     const std::filesystem::path& toolDirectory() const { return m_toolDirectory; }
     const std::filesystem::path& cacheURL() const { return m_cacheURL; }
@@ -118,6 +123,8 @@ private:
     std::optional<Date> m_lastPhoneAttempt;
     std::optional<Date> m_nextPhoneCheck;
     PhoneSetupState m_phoneSetupState = PhoneSetupState::checking;
+    BatteryHealth m_macHealth;
+    BatteryTimeLeft m_macTimeLeft;
 
     std::filesystem::path m_toolDirectory;
     std::filesystem::path m_cacheURL;

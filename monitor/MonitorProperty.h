@@ -12,6 +12,8 @@ enum class MonitorProperty {
     lastPhoneAttempt,
     nextPhoneCheck,
     phoneSetupState,
+    macHealth,
+    macTimeLeft,
 };
 
 // Observers hear of each change twice: just before the value changes (as views that batch

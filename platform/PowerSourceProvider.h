@@ -15,7 +15,9 @@ using PowerSourceValue = std::variant<bool, std::int64_t, double, std::string>;
 
 // The description of one power source. Keys read by this program: "Current Capacity",
 // "Max Capacity" (numbers), "Is Present" (boolean), "Transport Type" (text),
-// "Power Source State" (text: "AC Power" or "Battery Power"), "Is Charging" (boolean).
+// "Power Source State" (text: "AC Power" or "Battery Power"), "Is Charging" (boolean); for the
+// battery's health "Design Capacity" (in the unit of "Max Capacity") and "Cycle Count"; and
+// "Time to Empty", "Time to Full Charge" (minutes, at the rate the system reports now).
 using PowerSourceDescription = std::map<std::string, PowerSourceValue>;
 
 // All power sources of this computer, in a stable order. An entry is absent when its

@@ -1,6 +1,9 @@
 #include "platform/linux/PowerSupplyParser.h"
 
+#include <algorithm>
 #include <charconv>
+#include <cmath>
+#include <cstdlib>
 #include <optional>
 #include <string_view>
 
@@ -47,6 +50,48 @@ bool anyExternalSupplyOnline(const std::vector<PowerSupplyEntry>& supplies) {
     return false;
 }
 
+// The design capacity, in the unit of the full charge it goes with. A design of zero or less
+// says nothing.
+void describeWear(PowerSourceDescription& description, std::optional<std::int64_t> design) {
+    if (design && *design > 0) {
+        description["Design Capacity"] = *design;
+    }
+}
+
+// Minutes to full or to empty: the kernel's own estimate (seconds) when the driver gives one,
+// else the energy (or charge) still to go over the present power (or current). Some drivers
+// report the rate with a sign, so only its size counts; a rate of zero gives no estimate.
+void describeTimeLeft(PowerSourceDescription& description, const PowerSupplyEntry& battery,
+                      bool charging) {
+    const char* key = charging ? "Time to Full Charge" : "Time to Empty";
+    if (const auto seconds =
+            integerAttribute(battery, charging ? "time_to_full_now" : "time_to_empty_now");
+        seconds && *seconds > 0) {
+        description[key] = (*seconds + 30) / 60;
+        return;
+    }
+    const auto estimate = [&](const char* now, const char* full,
+                              const char* rate) -> std::optional<std::int64_t> {
+        const auto level = integerAttribute(battery, now);
+        const auto top = integerAttribute(battery, full);
+        auto flow = integerAttribute(battery, rate);
+        if (!level || !top || !flow || *flow == 0 || *level < 0 || *top <= 0) {
+            return std::nullopt;
+        }
+        const double perHour = std::abs(static_cast<double>(*flow));
+        const double left = charging ? static_cast<double>(std::max<std::int64_t>(*top - *level, 0))
+                                     : static_cast<double>(*level);
+        return static_cast<std::int64_t>(std::llround(left / perHour * 60.0));
+    };
+    auto minutes = estimate("energy_now", "energy_full", "power_now");
+    if (!minutes) {
+        minutes = estimate("charge_now", "charge_full", "current_now");
+    }
+    if (minutes) {
+        description[key] = *minutes;
+    }
+}
+
 PowerSourceDescription describeBattery(const PowerSupplyEntry& battery, bool externalOnline) {
     PowerSourceDescription description;
 
@@ -59,9 +104,11 @@ PowerSourceDescription describeBattery(const PowerSupplyEntry& battery, bool ext
     if (energyNow && energyFull) {
         description["Current Capacity"] = *energyNow;
         description["Max Capacity"] = *energyFull;
+        describeWear(description, integerAttribute(battery, "energy_full_design"));
     } else if (chargeNow && chargeFull) {
         description["Current Capacity"] = *chargeNow;
         description["Max Capacity"] = *chargeFull;
+        describeWear(description, integerAttribute(battery, "charge_full_design"));
     } else if (capacity) {
         description["Current Capacity"] = *capacity;
         description["Max Capacity"] = std::int64_t{100};
@@ -82,6 +129,13 @@ PowerSourceDescription describeBattery(const PowerSupplyEntry& battery, bool ext
         std::string(externalOnline || statusSaysPower ? "AC Power" : "Battery Power");
     if (status) {
         description["Is Charging"] = *status == "Charging";
+    }
+    // Zero is what drivers without a counter report: unknown, not a new battery.
+    if (const auto cycles = integerAttribute(battery, "cycle_count"); cycles && *cycles > 0) {
+        description["Cycle Count"] = *cycles;
+    }
+    if (status == "Charging" || status == "Discharging") {
+        describeTimeLeft(description, battery, *status == "Charging");
     }
     return description;
 }

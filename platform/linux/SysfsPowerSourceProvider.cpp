@@ -13,9 +13,23 @@ namespace ambrel {
 
 namespace {
 
-constexpr std::array<const char*, 10> kAttributes{
-    "type",     "status",     "present",     "scope",      "online",
-    "capacity", "energy_now", "energy_full", "charge_now", "charge_full"};
+constexpr std::array<const char*, 17> kAttributes{"type",
+                                                  "status",
+                                                  "present",
+                                                  "scope",
+                                                  "online",
+                                                  "capacity",
+                                                  "energy_now",
+                                                  "energy_full",
+                                                  "charge_now",
+                                                  "charge_full",
+                                                  "energy_full_design",
+                                                  "charge_full_design",
+                                                  "cycle_count",
+                                                  "power_now",
+                                                  "current_now",
+                                                  "time_to_empty_now",
+                                                  "time_to_full_now"};
 
 // Attribute files are a few bytes; anything longer is not one of them.
 constexpr std::streamsize kMaxAttributeSize = 4096;

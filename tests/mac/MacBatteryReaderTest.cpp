@@ -213,5 +213,62 @@ TEST_F(MacBatteryReaderTest, FixtureTreesThroughTheLinuxProvider) {
     }
 }
 
+TEST_F(MacBatteryReaderTest, HealthAndTimeLeftFromTheSource) {
+    auto source = batteryIn(40, "Battery Power", false);
+    source["Max Capacity"] = std::int64_t{87};
+    source["Design Capacity"] = std::int64_t{100};
+    source["Cycle Count"] = std::int64_t{412};
+    source["Time to Empty"] = std::int64_t{95};
+    source["Time to Full Charge"] = std::int64_t{30};
+    const auto outcome = readWith({source});
+    ASSERT_TRUE(outcome.snapshot);
+    EXPECT_EQ(outcome.health.maximumCapacity, 87);
+    EXPECT_EQ(outcome.health.cycleCount, 412);
+    EXPECT_FALSE(outcome.health.temperature);
+    // On battery only the time to empty means anything.
+    EXPECT_EQ(outcome.timeLeft, (BatteryTimeLeft{std::nullopt, 95}));
+
+    source["Power Source State"] = std::string("AC Power");
+    source["Is Charging"] = true;
+    EXPECT_EQ(readWith({source}).timeLeft, (BatteryTimeLeft{30, std::nullopt}));
+    // Plugged in and not charging: neither.
+    source["Is Charging"] = false;
+    EXPECT_EQ(readWith({source}).timeLeft, BatteryTimeLeft{});
+}
+
+TEST_F(MacBatteryReaderTest, HealthLeavesOutWhatIsUnknownOrImpossible) {
+    auto source = batteryIn(40, "Battery Power", false);
+    EXPECT_TRUE(readWith({source}).health.isEmpty());
+    source["Design Capacity"] = std::string("lots");
+    source["Cycle Count"] = std::int64_t{0};
+    source["Time to Empty"] = std::int64_t{60 * 24 * 5};
+    auto outcome = readWith({source});
+    EXPECT_TRUE(outcome.health.isEmpty());
+    EXPECT_EQ(outcome.timeLeft, BatteryTimeLeft{});
+    // A design a thousand times too small is a wrong unit, not a 10,000 % battery.
+    source["Design Capacity"] = std::int64_t{1};
+    EXPECT_FALSE(readWith({source}).health.maximumCapacity);
+    EXPECT_EQ(MacBatteryReader::maximumCapacity(86.6, 100.0), 87);
+    EXPECT_EQ(MacBatteryReader::maximumCapacity(104.0, 100.0), 104);
+    EXPECT_EQ(MacBatteryReader::maximumCapacity(0.0, 100.0), std::nullopt);
+    EXPECT_EQ(MacBatteryReader::maximumCapacity(50.0, 0.0), std::nullopt);
+    EXPECT_EQ(MacBatteryReader::maximumCapacity(151.0, 100.0), std::nullopt);
+    EXPECT_EQ(MacBatteryReader::maximumCapacity(NAN, 100.0), std::nullopt);
+}
+
+TEST_F(MacBatteryReaderTest, FixtureTreesGiveTheirHealth) {
+    const auto trees = std::filesystem::path(TOVRIN_FIXTURES_DIR) / "power_supply";
+    SysfsPowerSourceProvider worn(trees / "worn-laptop");
+    auto outcome = MacBatteryReader::read(worn, m_host, kNow);
+    EXPECT_EQ(outcome.health, (BatteryHealth{87, 412, std::nullopt}));
+    EXPECT_EQ(outcome.timeLeft, (BatteryTimeLeft{std::nullopt, 150}));
+    SysfsPowerSourceProvider charging(trees / "worn-charge");
+    outcome = MacBatteryReader::read(charging, m_host, kNow);
+    EXPECT_EQ(outcome.health, (BatteryHealth{94, std::nullopt, std::nullopt}));
+    EXPECT_EQ(outcome.timeLeft, (BatteryTimeLeft{80, std::nullopt}));
+    SysfsPowerSourceProvider plain(trees / "laptop");
+    EXPECT_TRUE(MacBatteryReader::read(plain, m_host, kNow).health.isEmpty());
+}
+
 } // namespace
 } // namespace ambrel

@@ -128,6 +128,10 @@ inline const char* propertyName(MonitorProperty property) {
         return "nextPhoneCheck";
     case MonitorProperty::phoneSetupState:
         return "phoneSetupState";
+    case MonitorProperty::macHealth:
+        return "macHealth";
+    case MonitorProperty::macTimeLeft:
+        return "macTimeLeft";
     }
     return "?";
 }

@@ -124,6 +124,48 @@ TEST(SysfsPowerSourceProviderTest, MissingFolderGivesNothing) {
     EXPECT_FALSE(provider.copyPowerSources());
 }
 
+TEST(SysfsPowerSourceProviderTest, WornBatteryGivesItsDesignCyclesAndTimeToEmpty) {
+    const auto sources = sourcesOf("worn-laptop");
+    ASSERT_EQ(sources.size(), 1u);
+    const auto& battery = *sources[0];
+    expectReading(battery, 20000000, 43500000, "Battery Power", false);
+    EXPECT_EQ(valueOf<std::int64_t>(battery, "Design Capacity"), 50000000);
+    EXPECT_EQ(valueOf<std::int64_t>(battery, "Cycle Count"), 412);
+    // 20 Wh left at 8 W.
+    EXPECT_EQ(valueOf<std::int64_t>(battery, "Time to Empty"), 150);
+    expectWithout(battery, {"Time to Full Charge"});
+}
+
+TEST(SysfsPowerSourceProviderTest, ChargeCountersGiveTheirDesignAndASignedCurrentCounts) {
+    const auto sources = sourcesOf("worn-charge");
+    ASSERT_EQ(sources.size(), 1u);
+    const auto& battery = *sources[0];
+    expectReading(battery, 1000000, 3000000, "AC Power", true);
+    EXPECT_EQ(valueOf<std::int64_t>(battery, "Design Capacity"), 3200000);
+    // A cycle count of zero is a driver without a counter.
+    // 2 Ah still to go at 1.5 A, reported negative by the driver.
+    EXPECT_EQ(valueOf<std::int64_t>(battery, "Time to Full Charge"), 80);
+    expectWithout(battery, {"Cycle Count", "Time to Empty"});
+}
+
+TEST(SysfsPowerSourceProviderTest, TheKernelsOwnEstimateComesFirstAndADesignOfZeroIsNone) {
+    const auto sources = sourcesOf("kernel-estimate");
+    ASSERT_EQ(sources.size(), 1u);
+    const auto& battery = *sources[0];
+    EXPECT_EQ(valueOf<std::int64_t>(battery, "Time to Empty"), 90);
+    expectWithout(battery, {"Design Capacity", "Cycle Count"});
+}
+
+TEST(SysfsPowerSourceProviderTest, NoHealthWithoutAFullChargeToCompareOrWithGarbage) {
+    const auto sources = sourcesOf("odd-health");
+    ASSERT_EQ(sources.size(), 1u);
+    const auto& battery = *sources[0];
+    expectReading(battery, 70, 100, "Battery Power", false);
+    // The design capacity is in µWh and the percentage is not: they do not go together. A rate
+    // of zero gives no time.
+    expectWithout(battery, {"Design Capacity", "Cycle Count", "Time to Empty"});
+}
+
 TEST(PowerSupplyParserTest, MainsOnlyDesktopHasNoSources) {
     const std::vector<PowerSupplyEntry> supplies = {
         {"AC", {{"type", "Mains\n"}, {"online", "1\n"}}},
