@@ -17,6 +17,8 @@
 #include "monitor/BarStatePublisher.h"
 #include "monitor/BatteryMonitor.h"
 #include "monitor/PhoneArrivalReads.h"
+#include "monitor/PhoneHealthCheck.h"
+#include "phone/PhoneHealthReader.h"
 #include "platform/linux/SpawnProcessLauncher.h"
 #include "platform/linux/SystemClock.h"
 #include "platform/linux/ThreadWorker.h"
@@ -87,6 +89,7 @@ AmbrelDelegate::~AmbrelDelegate() {
     m_statusMenu.reset();
     m_panel.reset();
     m_historyFeed.reset();
+    m_phoneHealth.reset();
     m_monitor.reset();
 }
 
@@ -278,6 +281,16 @@ void AmbrelDelegate::startHistory() {
             std::fwrite(text.data(), 1, text.size(), stderr);
         });
     m_historyFeed = std::make_unique<HistoryFeed>(*m_monitor, *m_history);
+
+    // The phone's battery health, read through its diagnostics relay once a day.
+    m_phoneHealth = std::make_unique<PhoneHealthCheck>(
+        *m_monitor, std::make_shared<ThreadWorker>(), m_scheduler,
+        [launcher = m_launcher, tools = m_monitor->toolDirectory()](const std::string& udid,
+                                                                    PhoneLink link) {
+            return launcher ? PhoneHealthReader::read(tools, udid, link, *launcher)
+                            : std::optional<BatteryHealth>();
+        },
+        m_monitor->cacheURL().parent_path() / PhoneHealthFile::kFileName);
 }
 
 void AmbrelDelegate::savePanelFrame() {

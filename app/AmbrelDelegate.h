@@ -41,6 +41,7 @@ class WakeObserver;
 class ArrivalRelay;
 class HistoryFeed;
 class HistoryRecorder;
+class PhoneHealthCheck;
 class PhoneArrivalReads;
 
 // A normal run: builds the monitor, the desktop panel with the card and the tray item, keeps
@@ -119,6 +120,7 @@ private:
     // Made before the monitor starts and gone after it, so every new reading is recorded.
     std::unique_ptr<HistoryRecorder> m_history;
     std::unique_ptr<HistoryFeed> m_historyFeed;
+    std::unique_ptr<PhoneHealthCheck> m_phoneHealth;
     std::unique_ptr<PanelFrameStore> m_frameStore;
     std::unique_ptr<DesktopPanel> m_panel;
     std::unique_ptr<StatusMenu> m_statusMenu;

@@ -18,15 +18,22 @@
 #include "commands/EnableLoginCommand.h"
 #include "commands/EnableWifiCommand.h"
 #include "commands/HelpCommand.h"
+#include "commands/HistoryCommand.h"
 #include "commands/LoginStatusCommand.h"
 #include "commands/ReadingsCommand.h"
 #include "commands/VersionCommand.h"
+#include "history/HistoryStore.h"
+#include "mac/MacBatteryReader.h"
 #include "monitor/BarState.h"
+#include "monitor/PhoneHealthCheck.h"
 #include "muxer/PrivateMuxer.h"
 #include "muxer/UsbArrivalWatch.h"
 #include "platform/linux/ExecutableBundle.h"
+#include "platform/linux/LinuxHostInfo.h"
 #include "platform/linux/ProcessEnvironment.h"
 #include "platform/linux/SpawnProcessLauncher.h"
+#include "platform/linux/SysfsPowerSourceProvider.h"
+#include "platform/linux/SystemClock.h"
 #include "platform/linux/ThreadWorker.h"
 #include "platform/linux/XdgAutostartService.h"
 #include "platform/linux/XdgFolders.h"
@@ -199,6 +206,16 @@ int main(int argc, char** argv) {
                                                     BarStateFile::location(*environment)));
     commands.push_back(std::make_unique<EnableWifiCommand>(connectionSetup, worker));
     commands.push_back(std::make_unique<DiagnoseCommand>(connectionSetup, worker));
+    // Where the widget keeps its files: the data folder, else the temporary folder, as the
+    // reading cache.
+    const auto keptFolder = support ? dataFolder : XdgFolders(environment).temporary() / "Ambrel";
+    commands.push_back(std::make_unique<HistoryCommand>(HistoryCommand::Sources{
+        keptFolder / HistoryStore::kFileName, keptFolder / PhoneHealthFile::kFileName,
+        [] {
+            SysfsPowerSourceProvider power;
+            return MacBatteryReader::read(power, LinuxHostInfo(), SystemClock().now()).health;
+        },
+        [] { return SystemClock().now(); }}));
     commands.push_back(
         std::make_unique<ReadingsCommand>(monitorServices(true), bundleToolDirectory(*bundle)));
 

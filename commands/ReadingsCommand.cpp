@@ -8,6 +8,7 @@
 #include <nlohmann/json.hpp>
 
 #include "commands/CommandLine.h"
+#include "monitor/PhoneHealthCheck.h"
 #include "platform/qt/QtMainScheduler.h"
 
 namespace ambrel {
@@ -29,10 +30,20 @@ bool ReadingsCommand::isRequested(const std::vector<std::string>& arguments) con
 }
 
 std::string ReadingsCommand::report(const BatteryMonitor& monitor) {
+    // The phone's health as last read by the widget (this switch does not ask the phone).
+    nlohmann::json phoneHealth = nullptr;
+    if (const auto record = PhoneHealthFile::choose(
+            PhoneHealthFile::load(monitor.cacheURL().parent_path() / PhoneHealthFile::kFileName),
+            {monitor.phoneID()})) {
+        phoneHealth = PhoneHealthFile::healthJson(record->health);
+        phoneHealth["measured"] = record->measured.secondsSinceReferenceDate();
+    }
     const nlohmann::json json = {
         {"mac", snapshotJson(monitor.mac())},
+        {"macHealth", PhoneHealthFile::healthJson(monitor.macHealth())},
         {"macStatus", monitor.macStatus()},
         {"phone", snapshotJson(monitor.phone())},
+        {"phoneHealth", std::move(phoneHealth)},
         {"phoneSetupState", std::string(rawValue(monitor.phoneSetupState()))},
         {"phoneStatus", monitor.phoneStatus()},
     };

@@ -117,6 +117,41 @@ bool HistoryStore::open(Date now) {
     return migrate();
 }
 
+bool HistoryStore::openToRead() {
+    m_status.clear();
+    m_setAside.reset();
+    std::error_code error;
+    if (!std::filesystem::exists(m_file, error)) {
+        m_status = "No battery history yet: Tovrin records it while the card runs.";
+        return false;
+    }
+    bool damaged = false;
+    int code = m_database.open(m_file, false);
+    if (code == SQLITE_OK) {
+        const auto text = m_database.queryText("PRAGMA user_version;", &code);
+        m_version = text ? std::atoi(text->c_str()) : 0;
+    }
+    damaged = isDamage(code);
+    if (code != SQLITE_OK) {
+        m_database.close();
+        m_status = damaged ? "The battery history file is damaged; Tovrin sets it aside and "
+                             "starts a new one the next time it runs."
+                           : "The battery history file cannot be read.";
+        return false;
+    }
+    if (m_version > kSchemaVersion) {
+        m_database.close();
+        m_status = "The battery history file was written by a newer Tovrin.";
+        return false;
+    }
+    if (m_version < kSchemaVersion) {
+        m_database.close();
+        m_status = "No battery history yet: Tovrin records it while the card runs.";
+        return false;
+    }
+    return true;
+}
+
 bool HistoryStore::migrate() {
     int code = SQLITE_OK;
     const int version = m_version;

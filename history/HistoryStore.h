@@ -41,6 +41,10 @@ public:
     // Opens the file, making it and its folder (0700) when missing. `now` names a damaged
     // file set aside. False when history is off; status() says why.
     bool open(Date now);
+    // Opens an existing file only to read it, as a second reader beside the program's writer:
+    // nothing is made, set aside or changed. False when there is no file or it cannot be read;
+    // status() says why in the program's words.
+    bool openToRead();
     bool isOn() const { return m_database.isOpen(); }
     // Why history is off, in the program's words; empty while it is on.
     const std::string& status() const { return m_status; }

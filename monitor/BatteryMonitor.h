@@ -79,6 +79,8 @@ public:
     // What the last reading of this computer told of its battery's wear and time left; each
     // is published only when it changes.
     const BatteryHealth& macHealth() const { return m_macHealth; }
+    // The udid of the phone the last good read reached.
+    const std::optional<std::string>& phoneID() const { return m_preferredPhoneID; }
     const BatteryTimeLeft& macTimeLeft() const { return m_macTimeLeft; }
 
     const std::filesystem::path& toolDirectory() const { return m_toolDirectory; }

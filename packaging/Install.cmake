@@ -4,7 +4,8 @@
 # <exe dir>/../share/tovrin, so bin/ and share/ stay siblings whatever the prefix):
 #   bin/tovrin
 #   share/tovrin/{Info, OpenSourceNotices.txt,
-#                 Runtime/bin/{idevice_id, ideviceinfo, idevicepair, tovrin-lockdown}}
+#                 Runtime/bin/{idevice_id, ideviceinfo, idevicepair, idevicediagnostics,
+#                              tovrin-lockdown}}
 #   share/applications/com.quenby.Tovrin.desktop
 #   share/metainfo/com.quenby.Tovrin.metainfo.xml
 #   share/icons/hicolor/{scalable, 16x16 … 256x256}/apps/com.quenby.Tovrin.{svg,png}
@@ -110,7 +111,7 @@ install(FILES ${TOVRIN_BUILD_SHARE}/Info ${tovrin_notices} DESTINATION share/tov
 if(TARGET tovrin-lockdown)
     install(TARGETS tovrin-lockdown RUNTIME DESTINATION share/tovrin/Runtime/bin)
 endif()
-install(CODE "set(TOVRIN_RUNTIME_TOOLS \"idevice_id=${TOVRIN_IDEVICE_ID};ideviceinfo=${TOVRIN_IDEVICEINFO};idevicepair=${TOVRIN_IDEVICEPAIR}\")
+install(CODE "set(TOVRIN_RUNTIME_TOOLS \"idevice_id=${TOVRIN_IDEVICE_ID};ideviceinfo=${TOVRIN_IDEVICEINFO};idevicepair=${TOVRIN_IDEVICEPAIR};idevicediagnostics=${TOVRIN_IDEVICEDIAGNOSTICS}\")
               set(TOVRIN_TOOL_LINK_FOLDER \"${TOVRIN_TOOL_LINK_FOLDER}\")")
 install(SCRIPT ${tovrin_packaging_dir}/InstallRuntimeLinks.cmake)
 

@@ -2,10 +2,10 @@
 # package whose copyright file holds its notices, and where it comes from.
 
 set(TOVRIN_NOTICE_COMPONENTS libimobiledevice libplist avahi qt qtsvg icu nlohmann_json
-                              bootstrap_icons)
+                              bootstrap_icons sqlite openssl)
 
 set(libimobiledevice_NAME "libimobiledevice")
-set(libimobiledevice_USE "idevice_id, ideviceinfo and idevicepair, run as separate programs; linked dynamically into the tovrin-lockdown helper")
+set(libimobiledevice_USE "idevice_id, ideviceinfo, idevicepair and idevicediagnostics, run as separate programs; linked dynamically into the tovrin-lockdown helper")
 set(libimobiledevice_LICENSE "GNU Lesser General Public License 2.1 or later (LGPL-2.1+)")
 set(libimobiledevice_PACKAGE "libimobiledevice-utils")
 set(libimobiledevice_URL "https://libimobiledevice.org/")
@@ -52,5 +52,17 @@ set(bootstrap_icons_LICENSE "MIT License")
 set(bootstrap_icons_PACKAGE "bootstrap-icons")
 set(bootstrap_icons_URL "https://icons.getbootstrap.com/")
 
+set(sqlite_NAME "SQLite")
+set(sqlite_USE "the battery history file; dynamically linked")
+set(sqlite_LICENSE "Public domain")
+set(sqlite_PACKAGE "libsqlite3-0")
+set(sqlite_URL "https://sqlite.org/")
+
+set(openssl_NAME "OpenSSL (libcrypto)")
+set(openssl_USE "recognises paired iPhones in their network adverts; dynamically linked")
+set(openssl_LICENSE "Apache License 2.0")
+set(openssl_PACKAGE "libssl3")
+set(openssl_URL "https://www.openssl.org/")
+
 # Full texts of the licences that the copyright files above refer to by name.
-set(TOVRIN_NOTICE_LICENSE_TEXTS LGPL-2.1 LGPL-3 GPL-3)
+set(TOVRIN_NOTICE_LICENSE_TEXTS LGPL-2.1 LGPL-3 GPL-3 Apache-2.0)

@@ -20,7 +20,8 @@ std::int32_t statusOf(const LaunchResult& result) {
 } // namespace
 
 CommandOutput run(ProcessLauncher& launcher, const std::filesystem::path& executable,
-                  const std::vector<std::string>& arguments, std::chrono::milliseconds timeout) {
+                  const std::vector<std::string>& arguments, std::chrono::milliseconds timeout,
+                  std::size_t capturedBytes) {
     LaunchOptions options;
     options.program = executable;
     options.arguments = arguments;
@@ -28,7 +29,7 @@ CommandOutput run(ProcessLauncher& launcher, const std::filesystem::path& execut
     options.terminateGrace = kTerminateGrace;
     options.killGrace = kKillGrace;
     options.outputDrainLimit = kReaderJoin;
-    options.outputCap = kCapturedBytesLimit;
+    options.outputCap = capturedBytes;
     const auto result = launcher.launch(options);
 
     CommandOutput output;

@@ -33,7 +33,10 @@ inline constexpr std::int32_t kSignalStatusBase = 128;
 // empty stdout and stderr kLaunchFailure. The status is the exit code, or kSignalStatusBase +
 // the signal number when a signal ended the child, or -1 when the child was still running when
 // the runner gave up.
+//
+// `capturedBytes` raises or lowers the kept bytes for a tool known to print more.
 CommandOutput run(ProcessLauncher& launcher, const std::filesystem::path& executable,
-                  const std::vector<std::string>& arguments, std::chrono::milliseconds timeout);
+                  const std::vector<std::string>& arguments, std::chrono::milliseconds timeout,
+                  std::size_t capturedBytes = kCapturedBytesLimit);
 
 } // namespace ambrel::CommandRunner

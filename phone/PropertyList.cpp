@@ -21,10 +21,6 @@ struct MallocFree {
     void operator()(void* memory) const { std::free(memory); }
 };
 
-bool isWithinNestingLimit(std::string_view document) {
-    return xmlContainerCount(document) <= kMostPropertyListContainers;
-}
-
 bool isXmlSpace(char character) {
     return character == ' ' || character == '\t' || character == '\n' || character == '\r';
 }
@@ -119,12 +115,18 @@ PropertyValue valueOf(plist_t node) {
 } // namespace
 
 std::optional<PropertyDictionary> parsePropertyList(std::string_view toolOutput) {
+    return parsePropertyList(toolOutput, {}, kMostPropertyListContainers);
+}
+
+std::optional<PropertyDictionary> parsePropertyList(std::string_view toolOutput,
+                                                    const std::vector<std::string>& path,
+                                                    std::size_t mostContainers) {
     const auto marker = toolOutput.find(kXmlMarker);
     if (marker == std::string_view::npos) {
         return std::nullopt;
     }
     const std::string_view document = toolOutput.substr(marker);
-    if (document.size() > kLargestPropertyList || !isWithinNestingLimit(document) ||
+    if (document.size() > kLargestPropertyList || xmlContainerCount(document) > mostContainers ||
         !hasOnlyRepresentableIntegers(document)) {
         return std::nullopt;
     }
@@ -132,18 +134,25 @@ std::optional<PropertyDictionary> parsePropertyList(std::string_view toolOutput)
     plist_t raw = nullptr;
     plist_from_memory(document.data(), static_cast<std::uint32_t>(document.size()), &raw);
     const PlistHandle root(raw);
-    if (!root || plist_get_node_type(root.get()) != PLIST_DICT) {
+    plist_t node = root.get();
+    if (!node || plist_get_node_type(node) != PLIST_DICT) {
         return std::nullopt;
+    }
+    for (const auto& key : path) {
+        node = plist_dict_get_item(node, key.c_str());
+        if (node == nullptr || plist_get_node_type(node) != PLIST_DICT) {
+            return std::nullopt;
+        }
     }
 
     PropertyDictionary dictionary;
     plist_dict_iter iterator = nullptr;
-    plist_dict_new_iter(root.get(), &iterator);
+    plist_dict_new_iter(node, &iterator);
     const std::unique_ptr<void, MallocFree> ownedIterator(iterator);
     while (iterator != nullptr) {
         char* rawKey = nullptr;
         plist_t value = nullptr;
-        plist_dict_next_item(root.get(), iterator, &rawKey, &value);
+        plist_dict_next_item(node, iterator, &rawKey, &value);
         const std::unique_ptr<char, MallocFree> key(rawKey);
         if (!key || value == nullptr) {
             break;

@@ -5,6 +5,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "model/XmlContainers.h"
 #include "phone/PropertyValue.h"
@@ -27,5 +28,13 @@ inline constexpr std::size_t kMostPropertyListContainers = 256;
 // level is not a dictionary, an integer in it is not a plain decimal number between -2^63 and
 // 2^64 - 1, or it exceeds the limits above. Pure; thread-safe.
 std::optional<PropertyDictionary> parsePropertyList(std::string_view toolOutput);
+
+// The same for a dictionary nested in the top-level one: `path` names the keys to follow from
+// the top, each of which must hold a dictionary. Documents may open up to `mostContainers`
+// arrays and dictionaries (a registry entry holds many). Absent as above, or when a key on the
+// path is missing or not a dictionary.
+std::optional<PropertyDictionary> parsePropertyList(std::string_view toolOutput,
+                                                    const std::vector<std::string>& path,
+                                                    std::size_t mostContainers);
 
 } // namespace ambrel

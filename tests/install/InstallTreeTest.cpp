@@ -86,7 +86,7 @@ TEST_F(InstallTreeTest, ProgramAndItsResourceFolderAreSiblings) {
 
 TEST_F(InstallTreeTest, RuntimeLinksPointAtTheToolsFoundForTheBuild) {
     // idevicepair is what the connection window's "Trust" runs.
-    for (const auto* tool : {"idevice_id", "ideviceinfo", "idevicepair"}) {
+    for (const auto* tool : {"idevice_id", "ideviceinfo", "idevicepair", "idevicediagnostics"}) {
         SCOPED_TRACE(tool);
         const auto link = tree().resources() / "Runtime" / "bin" / tool;
         ASSERT_TRUE(fs::is_symlink(fs::symlink_status(link))) << link;
@@ -260,6 +260,8 @@ TEST_F(InstallTreeTest, NoticesCarryOurLicenceAndEveryComponentsNotices) {
         Component{"ICU", "Unicode License", "libicu72"},
         Component{"nlohmann/json", "MIT License", "nlohmann-json3-dev"},
         Component{"Bootstrap Icons", "MIT License", "bootstrap-icons"},
+        Component{"SQLite", "Public domain", "libsqlite3-0"},
+        Component{"OpenSSL", "Apache License 2.0", "libssl3"},
     };
     for (const auto& component : components) {
         SCOPED_TRACE(component.name);
@@ -272,7 +274,7 @@ TEST_F(InstallTreeTest, NoticesCarryOurLicenceAndEveryComponentsNotices) {
             EXPECT_NE(notices.find(readText(copyright)), std::string::npos) << copyright;
         }
     }
-    for (const auto* licence : {"LGPL-2.1", "LGPL-3", "GPL-3"}) {
+    for (const auto* licence : {"LGPL-2.1", "LGPL-3", "GPL-3", "Apache-2.0"}) {
         const auto text = fs::path("/usr/share/common-licenses") / licence;
         if (fs::exists(text)) {
             EXPECT_NE(notices.find(readText(text)), std::string::npos) << text;

@@ -211,7 +211,7 @@ TEST_F(PackageTest, InstallsTheBundleIntoUsr) {
     }
     EXPECT_TRUE(has("/usr/share/man/man1/tovrin.1.gz", '-'));
     EXPECT_TRUE(has("/usr/share/doc/tovrin/copyright", '-'));
-    for (const auto* tool : {"idevice_id", "ideviceinfo", "idevicepair"}) {
+    for (const auto* tool : {"idevice_id", "ideviceinfo", "idevicepair", "idevicediagnostics"}) {
         const auto link = std::string("/usr/share/tovrin/Runtime/bin/") + tool;
         ASSERT_TRUE(has(link, 'l')) << link;
         EXPECT_EQ(byPath[link].linkTarget, std::string("/usr/bin/") + tool);

@@ -101,7 +101,7 @@ TEST(RunCommandBuild, BuildsTheProgramItsHelperAndTheFilesItPointsTo) {
             << "building " << targets.front() << " does not build " << needed;
     }
     // The tool links come from configuring, before any build.
-    for (const char* tool : {"idevice_id", "ideviceinfo", "idevicepair"}) {
+    for (const char* tool : {"idevice_id", "ideviceinfo", "idevicepair", "idevicediagnostics"}) {
         const auto link = kBuild / "share" / "tovrin" / "Runtime" / "bin" / tool;
         EXPECT_TRUE(fs::is_symlink(link)) << link;
     }

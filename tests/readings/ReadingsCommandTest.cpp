@@ -217,7 +217,7 @@ private:
 };
 
 // The one line the program printed, checked for its form: compact JSON, one object, exactly the
-// five keys in sorted order.
+// seven keys in sorted order.
 Json reportOf(const RunResult& run) {
     EXPECT_EQ(run.exitCode, 0) << run.standardError;
     const std::string& text = run.standardOutput;
@@ -235,7 +235,9 @@ Json reportOf(const RunResult& run) {
     for (auto it = report.begin(); it != report.end(); ++it) {
         keys.push_back(it.key());
     }
-    EXPECT_THAT(keys, ElementsAre("mac", "macStatus", "phone", "phoneSetupState", "phoneStatus"));
+    EXPECT_THAT(keys, ElementsAre("mac", "macHealth", "macStatus", "phone", "phoneHealth",
+                                  "phoneSetupState", "phoneStatus"));
+    EXPECT_TRUE(report["macHealth"].is_null() || report["macHealth"].is_object());
     // This computer's half depends on the machine the test runs on; only its form is checked.
     EXPECT_TRUE(report["mac"].is_null() || report["mac"].is_object());
     EXPECT_TRUE(report["macStatus"].is_string());
@@ -275,6 +277,27 @@ TEST_F(ReadingsCommandTest, WithoutToolsThePhoneHelperIsMissing) {
     EXPECT_FALSE(fs::exists(bundle.cacheFile()));
 }
 
+TEST_F(ReadingsCommandTest, PhoneHealthAsTheWidgetLastReadIt) {
+    bundle.linkFakeTools();
+    bundle.setScenario(phoneRules(false, {{"stdout", batteryPlist(87, true, true)}}));
+    fs::create_directories(bundle.dataHome() / "Ambrel");
+    writeText(
+        bundle.dataHome() / "Ambrel" / "battery-health.json",
+        R"({"version":1,"phones":{"00008110-001A2B3C4D5E6F70":)"
+        R"({"measured":800000000.0,"maximumCapacity":87,"cycleCount":412,"temperature":30.5}}})");
+    const auto report = reportOf(bundle.run());
+    const Json& health = report["phoneHealth"];
+    ASSERT_TRUE(health.is_object()) << report.dump();
+    EXPECT_EQ(health["maximumCapacity"], 87);
+    EXPECT_EQ(health["cycleCount"], 412);
+    EXPECT_EQ(health["temperature"], 30.5);
+    EXPECT_EQ(health["measured"], 800000000.0);
+    // Printing it asks the phone nothing more than the reading does.
+    for (const auto& call : bundle.calls()) {
+        EXPECT_EQ(call.dump().find("idevicediagnostics"), std::string::npos) << call.dump();
+    }
+}
+
 TEST_F(ReadingsCommandTest, PhoneOnUsb) {
     bundle.linkFakeTools();
     bundle.setScenario(phoneRules(false, {{"stdout", batteryPlist(87, true, true)}}));
@@ -296,6 +319,8 @@ TEST_F(ReadingsCommandTest, PhoneOnUsb) {
     ASSERT_TRUE(phone["lastUpdated"].is_number());
     EXPECT_GE(phone["lastUpdated"].get<double>(), before - 1);
     EXPECT_LE(phone["lastUpdated"].get<double>(), after + 1);
+
+    EXPECT_TRUE(report["phoneHealth"].is_null()) << "never read";
 
     EXPECT_THAT(commandLines(bundle.calls()),
                 ElementsAre("idevice_id -n", "idevice_id -l", "ideviceinfo -u " + kBatteryQuery,

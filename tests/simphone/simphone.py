@@ -62,6 +62,9 @@ Scenario file:
         "tagsForHost": true,                 #   and one for the host's own pair record
         "host": "iphone-sim.local"           #   the host name its address is published under
       },
+      "batteryEntry": {"CycleCount": 412, …},  # optional: the AppleSmartBattery registry
+                                             # entry its diagnostics relay gives (see below)
+      "diagnostics": "normal",               # normal | unavailable | silent
       "wifiSchedule": {"awake": 5, "asleep": 60, "startAsleep": false}
                                              # optional: Wi-Fi sleeps and wakes in turn; asleep,
                                              # the advert is withdrawn and lockdown over Wi-Fi
@@ -74,6 +77,12 @@ With pairReply "dialog" the phone shows its Trust dialog on a pair request and a
 PairingDialogResponsePending until the person has answered: "trust" or "deny" written to the
 trustDialog file (nothing there: not yet). A pair request after "trust" succeeds, after "deny"
 it gets UserDeniedPairing.
+
+Inside a session, StartService of com.apple.mobile.diagnostics_relay opens a port of its own
+for one connection (on the phone's Wi-Fi address, and reachable by a usbmuxd Connect), where the
+relay answers IORegistry requests for the AppleSmartBattery entry, as idevicediagnostics'
+"ioregentry" asks them, and Goodbye. "diagnostics": "unavailable" refuses the service
+(InvalidService); "silent" opens it but never answers.
 
 An advert needs avahi-daemon and avahi-publish (the publishers end with the simulator). Its
 tags are computed as the phone computes them: HKDF-SHA512 of the HostID text (no salt, no info,
@@ -134,7 +143,27 @@ DEFAULT_SETTINGS = {
     "network": "listen",
     "wifiConnections": False,
     "wifiSetReply": "accept",
+    "diagnostics": "normal",
 }
+
+DIAGNOSTICS_RELAY = "com.apple.mobile.diagnostics_relay"
+
+# The battery gauge's registry entry as the relay gives it (a few of its many keys).
+DEFAULT_BATTERY_ENTRY = {
+    "CycleCount": 412,
+    "DesignCapacity": 3227,
+    "NominalChargeCapacity": 2807,
+    "AppleRawMaxCapacity": 2851,
+    "Temperature": 3050,
+    "CurrentCapacity": 87,
+    "MaxCapacity": 100,
+    "IsCharging": False,
+    "ExternalConnected": False,
+    "BatteryData": {"DesignCapacity": 3227, "CycleCount": 412},
+}
+
+# How long a port opened by StartService waits for its one connection.
+SERVICE_WAIT = 30
 
 # The domain of the phone's Wi-Fi connection setting; SetValue works inside a session only.
 WIRELESS_LOCKDOWN = "com.apple.mobile.wireless_lockdown"
@@ -214,7 +243,7 @@ class Stats:
             self.data["devices"].setdefault(udid, {
                 "connections": 0, "usbConnections": 0, "networkConnections": 0,
                 "connectRequests": 0, "trustDialogShown": 0, "requests": {}, "getValue": {},
-                "setValue": {}})
+                "setValue": {}, "diagnosticsConnections": 0, "diagnosticsRequests": {}})
         self.save()
 
     def usbmuxd_connection(self):
@@ -240,6 +269,12 @@ class Stats:
             if query is not None:
                 counts = device["setValue" if request == "SetValue" else "getValue"]
                 counts[query] = counts.get(query, 0) + 1
+        self.save()
+
+    def diagnostics_request(self, udid, request):
+        with self.lock:
+            counts = self.data["devices"][udid]["diagnosticsRequests"]
+            counts[request] = counts.get(request, 0) + 1
         self.save()
 
     def set_address(self, udid, address):
@@ -434,6 +469,9 @@ class Device:
                         WIRELESS_LOCKDOWN: {
                             "EnableWifiConnections": bool(settings["wifiConnections"])}}
         self.domains.update(plist_value(config.get("domains", {})))
+        self.battery_entry = plist_value(config.get("batteryEntry", DEFAULT_BATTERY_ENTRY))
+        # Ports opened by StartService and not yet connected to: port -> service name.
+        self.services = {}
 
         # The host's pair record as usbmuxd keeps it, and the host ids the phone trusts.
         self.trusted_hosts = set()
@@ -780,11 +818,18 @@ class Simulator:
         if behaviour == "hang":
             wait_for_close(connection)
             return
-        if behaviour == "refuse" or port != LOCKDOWN_PORT:
+        service = None
+        if port != LOCKDOWN_PORT:
+            with device.lock:
+                service = device.services.pop(port, None)
+        if behaviour == "refuse" or (port != LOCKDOWN_PORT and service is None):
             self.send_result(connection, tag, USBMUX_RESULT_CONNREFUSED)
             return
         self.send_result(connection, tag, USBMUX_RESULT_OK)
         self.stats.device_event(device.udid, "usbConnections")
+        if service is not None:
+            self.serve_diagnostics(connection, device)
+            return
         self.serve_lockdown(connection, device)
 
     def serve_network(self, connection, device):
@@ -862,11 +907,90 @@ class Simulator:
         elif name == "ValidatePair":
             if not device.trusts(request.get("PairRecord", {}).get("HostID")):
                 reply["Error"] = "InvalidHostID"
+        elif name == "StartService":
+            reply.update(self.start_service(device, request, session is not None))
         elif name == "Goodbye":
             reply["Result"] = "Success"
         else:
             reply["Error"] = "UnknownRequest"
         return reply, session
+
+    def start_service(self, device, request, in_session):
+        """Opens a port for one connection to the diagnostics relay; no other service runs."""
+        service = request.get("Service")
+        reply = {"Service": service} if isinstance(service, str) else {}
+        if not in_session:
+            return dict(reply, Error="NoRunningSession")
+        if service != DIAGNOSTICS_RELAY or device.settings["diagnostics"] == "unavailable":
+            return dict(reply, Error="InvalidService")
+        server = socket.socket(socket.AF_INET, socket.SOCK_STREAM)
+        try:
+            # On the phone's Wi-Fi address, where a tool on Wi-Fi connects; a phone on the
+            # cable alone only needs a free port number for the Connect.
+            server.bind((device.address or "127.0.0.1", 0))
+            server.listen(1)
+        except OSError:
+            server.close()
+            return dict(reply, Error="ServiceLimit")
+        port = server.getsockname()[1]
+        with device.lock:
+            device.services[port] = service
+        threading.Thread(target=self.serve_service_port, args=(server, port, device),
+                         daemon=True).start()
+        return dict(reply, Port=port, EnableServiceSSL=False)
+
+    def serve_service_port(self, server, port, device):
+        """Takes the one connection a started service waits for, if it comes in time."""
+        server.settimeout(SERVICE_WAIT)
+        try:
+            connection, _ = server.accept()
+        except OSError:
+            connection = None
+        finally:
+            server.close()
+        with device.lock:
+            taken = device.services.pop(port, None) is not None
+        if connection is None:
+            return
+        if not taken:
+            # Already taken over usbmuxd.
+            connection.close()
+            return
+        connection.settimeout(None)
+        self.run_handler(lambda c: self.serve_diagnostics(c, device), connection)
+
+    def serve_diagnostics(self, connection, device):
+        """The diagnostics relay: registry entries of the battery, then Goodbye."""
+        self.stats.device_event(device.udid, "diagnosticsConnections")
+        while True:
+            header = recv_exact(connection, 4)
+            if header is None:
+                return
+            (length,) = struct.unpack(">I", header)
+            body = recv_exact(connection, length)
+            if body is None:
+                return
+            try:
+                request = plistlib.loads(body)
+            except Exception:  # pylint: disable=broad-except
+                return
+            name = request.get("Request", "") if isinstance(request, dict) else ""
+            self.stats.diagnostics_request(device.udid, name)
+            if device.settings["diagnostics"] == "silent":
+                wait_for_close(connection)
+                return
+            if name == "Goodbye":
+                self.send_lockdown(connection, {"Status": "Success"})
+                return
+            if name != "IORegistry":
+                self.send_lockdown(connection, {"Status": "UnknownRequest"})
+                continue
+            wanted = {request.get("EntryName") or None, request.get("EntryClass") or None}
+            if "AppleSmartBattery" in wanted:
+                self.send_lockdown(connection, {"Status": "Success", "Diagnostics": {
+                    "IORegistry": device.battery_entry}})
+            else:
+                self.send_lockdown(connection, {"Status": "Failure"})
 
     def trust_dialog(self, device):
         """The answer to a pair request while the phone asks its person whether to trust."""
