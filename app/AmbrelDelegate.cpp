@@ -39,6 +39,7 @@
 #include "shell/StatusMenu.h"
 #include "views/AmbrelView.h"
 #include "views/Appearance.h"
+#include "views/BatteryHistoryWindow.h"
 #include "views/ConnectionWindow.h"
 
 namespace ambrel {
@@ -88,6 +89,7 @@ AmbrelDelegate::~AmbrelDelegate() {
     m_barState.reset();
     m_statusMenu.reset();
     m_panel.reset();
+    m_historyWindow.reset();
     m_historyFeed.reset();
     m_phoneHealth.reset();
     m_monitor.reset();
@@ -121,6 +123,7 @@ void AmbrelDelegate::applicationDidFinishLaunching() {
     actions.showPanel = [this] { showPanel(); };
     actions.refresh = [this] { m_monitor->refreshAll(); };
     actions.quit = [] { QCoreApplication::quit(); };
+    actions.openHistory = [this] { openHistory(); };
     actions.openAutostartSettings = [this] {
         AutostartSettings::open(m_loginItems->settingsFolder().value_or(std::filesystem::path()),
                                 *m_environment);
@@ -189,6 +192,11 @@ void AmbrelDelegate::configurePanel() {
             }
         },
         [] { QCoreApplication::quit(); }, m_openConnectionWindow);
+    card->setOpenHistory([self] {
+        if (self != nullptr) {
+            self->openHistory();
+        }
+    });
     m_panel->setContent(card);
     if (CommandLine::hasArgument(m_arguments, FirstPaintProbe::kSwitch)) {
         FirstPaintProbe::install(m_panel.get());
@@ -291,6 +299,71 @@ void AmbrelDelegate::startHistory() {
                             : std::optional<BatteryHealth>();
         },
         m_monitor->cacheURL().parent_path() / PhoneHealthFile::kFileName);
+
+    // An open history window takes each new reading as it comes, and a new health at once.
+    m_historyFeed->setRowListener([this](const HistoryRow& row) {
+        if (m_historyWindow && m_historyWindow->isVisible()) {
+            m_historyWindow->addRow(row);
+        }
+    });
+    m_phoneHealth->setChanged([this] {
+        if (m_historyWindow && m_historyWindow->isVisible()) {
+            openHistory();
+        }
+    });
+}
+
+void AmbrelDelegate::openHistory() {
+    if (!m_historyReader) {
+        m_historyReader = std::make_shared<ThreadWorker>();
+    }
+    // The rows are read off the main thread; the window shows once they are there.
+    const auto file = m_monitor->cacheURL().parent_path() / HistoryStore::kFileName;
+    const Date now = SystemClock().now();
+    std::weak_ptr<QtMainScheduler> weakScheduler = m_scheduler;
+    QPointer<AmbrelDelegate> self(this);
+    m_historyReader->run([file, now, weakScheduler, self] {
+        HistoryWindowData data;
+        data.now = now;
+        HistoryStore store(file);
+        if (store.openToRead()) {
+            const Date from = now.addingSeconds(-10 * 24 * 3600.0);
+            data.mac = store.rows("mac", from);
+            data.phone = store.rows("iphone", from);
+        } else {
+            data.status = store.status();
+        }
+        if (auto scheduler = weakScheduler.lock()) {
+            scheduler->post([self, data = std::move(data)]() mutable {
+                if (self != nullptr) {
+                    self->showHistory(std::move(data));
+                }
+            });
+        }
+    });
+}
+
+void AmbrelDelegate::showHistory(HistoryWindowData data) {
+    if (m_history) {
+        if (const auto status = m_history->status(); !status.empty()) {
+            data.status = status;
+        }
+    }
+    data.macHealth = m_monitor->macHealth();
+    data.macTimeLeft = m_monitor->macTimeLeft();
+    if (const auto health = m_phoneHealth ? m_phoneHealth->health() : std::nullopt) {
+        data.phoneHealth = health->health;
+    }
+    if (const auto& phone = m_monitor->phone()) {
+        data.phoneName = phone->name();
+    }
+    if (!m_historyWindow) {
+        m_historyWindow = std::make_unique<BatteryHistoryWindow>(m_style);
+    }
+    m_historyWindow->setData(std::move(data));
+    m_historyWindow->show();
+    m_historyWindow->raise();
+    m_historyWindow->activateWindow();
 }
 
 void AmbrelDelegate::savePanelFrame() {

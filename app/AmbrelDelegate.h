@@ -42,6 +42,9 @@ class ArrivalRelay;
 class HistoryFeed;
 class HistoryRecorder;
 class PhoneHealthCheck;
+class BatteryHistoryWindow;
+class ThreadWorker;
+struct HistoryWindowData;
 class PhoneArrivalReads;
 
 // A normal run: builds the monitor, the desktop panel with the card and the tray item, keeps
@@ -98,6 +101,8 @@ private:
     void watchScreen(QScreen* screen);
     void savePanelFrame();
     void startHistory();
+    void openHistory();
+    void showHistory(HistoryWindowData data);
     void capturePreview();
     void scheduleCapture(std::string path, std::optional<CommandLine::PreviewLook> look);
     void captureInLook(const std::string& path, std::optional<CommandLine::PreviewLook> look);
@@ -121,6 +126,8 @@ private:
     std::unique_ptr<HistoryRecorder> m_history;
     std::unique_ptr<HistoryFeed> m_historyFeed;
     std::unique_ptr<PhoneHealthCheck> m_phoneHealth;
+    std::shared_ptr<ThreadWorker> m_historyReader;
+    std::unique_ptr<BatteryHistoryWindow> m_historyWindow;
     std::unique_ptr<PanelFrameStore> m_frameStore;
     std::unique_ptr<DesktopPanel> m_panel;
     std::unique_ptr<StatusMenu> m_statusMenu;

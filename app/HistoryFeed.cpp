@@ -37,6 +37,9 @@ void HistoryFeed::take(const std::optional<BatteryDeviceSnapshot>& snapshot,
     row.isPluggedIn = snapshot->isPluggedIn();
     // The phone's snapshot names how it was reached; the computer's says where it is read.
     row.link = snapshot->id() == "iphone" ? snapshot->source() : std::string();
+    if (m_listener) {
+        m_listener(row);
+    }
     m_recorder.record(std::move(row));
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <optional>
 
 #include "history/HistoryRecorder.h"
@@ -19,6 +20,12 @@ public:
     HistoryFeed(const HistoryFeed&) = delete;
     HistoryFeed& operator=(const HistoryFeed&) = delete;
 
+    // Told of each row handed to the recorder, on the main thread (an open history window
+    // adds it).
+    void setRowListener(std::function<void(const HistoryRow&)> listener) {
+        m_listener = std::move(listener);
+    }
+
 private:
     void take(const std::optional<BatteryDeviceSnapshot>& snapshot, std::optional<Date>& last);
 
@@ -27,6 +34,7 @@ private:
     BatteryMonitor::ObserverId m_observer = 0;
     std::optional<Date> m_lastMac;
     std::optional<Date> m_lastPhone;
+    std::function<void(const HistoryRow&)> m_listener;
 };
 
 } // namespace ambrel

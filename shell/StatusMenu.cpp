@@ -6,6 +6,7 @@
 #include <QPushButton>
 
 #include "platform/qt/TrayHostWatcher.h"
+#include "presentation/HistoryTexts.h"
 #include "shell/PairedCellIcon.h"
 #include "shell/ShellTexts.h"
 
@@ -55,6 +56,11 @@ StatusMenu::StatusMenu(const QString& displayName, LoginItemService& loginItems,
 
     QAction* refresh = m_menu.addAction(QString::fromUtf8(ShellTexts::kRefreshTitle));
     connect(refresh, &QAction::triggered, this, [this] { m_actions.refresh(); });
+    if (m_actions.openHistory) {
+        QAction* history = m_menu.addAction(QString::fromUtf8(HistoryTexts::kMenuItem));
+        history->setObjectName(QStringLiteral("historyAction"));
+        connect(history, &QAction::triggered, this, [this] { m_actions.openHistory(); });
+    }
 
     m_menu.addSeparator();
     m_loginAction = m_menu.addAction(QString::fromUtf8(ShellTexts::kStartAtLoginTitle));

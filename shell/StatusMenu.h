@@ -29,6 +29,8 @@ public:
         std::function<void()> showPanel;
         std::function<void()> refresh;
         std::function<void()> quit;
+        // Opens the Battery History window; without it the menu has no such item.
+        std::function<void()> openHistory;
         // Opens the desktop's startup settings, where the user approves start at login.
         std::function<void()> openAutostartSettings;
         // Shows the menu's alerts; a modal message box titled with the display name unless set.

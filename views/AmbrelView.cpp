@@ -1,5 +1,7 @@
 #include "views/AmbrelView.h"
 
+#include <algorithm>
+
 #include <QAction>
 #include <QHBoxLayout>
 #include <QMenu>
@@ -9,6 +11,7 @@
 
 #include "presentation/CardTexts.h"
 #include "presentation/DeviceBatteryGaugeModel.h"
+#include "presentation/HistoryTexts.h"
 #include "presentation/UserLocale.h"
 #include "views/Appearance.h"
 #include "views/ContinuousCorners.h"
@@ -192,6 +195,23 @@ void AmbrelView::buildMenu() {
     // The icons are drawn from their outlines when the menu is first opened, not while the
     // card is being put on screen.
     connect(m_menu, &QMenu::aboutToShow, this, [this] { drawMenuIcons(); });
+}
+
+void AmbrelView::setOpenHistory(std::function<void()> open) {
+    auto* setup = m_menu->findChild<QAction*>(QStringLiteral("setupAction"));
+    const auto actions = m_menu->actions();
+    const auto at = std::find(actions.begin(), actions.end(), setup);
+    QAction* before = at != actions.end() && at + 1 != actions.end() ? *(at + 1) : nullptr;
+    auto* history = new QAction(QString::fromUtf8(HistoryTexts::kMenuItem), m_menu);
+    history->setObjectName(QStringLiteral("historyAction"));
+    history->setData(QStringLiteral("graph-up"));
+    connect(history, &QAction::triggered, this, [open = std::move(open)] {
+        if (open) {
+            open();
+        }
+    });
+    m_menu->insertAction(before, history);
+    m_menuIconsLook.reset();
 }
 
 void AmbrelView::drawMenuIcons() {

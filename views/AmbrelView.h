@@ -48,6 +48,8 @@ public:
 
     // Opens the phone setup sheet over the card (or raises it when it is open).
     void showSetup();
+    // Adds "Battery History…" to the card's menu, after the setup item; it calls `open`.
+    void setOpenHistory(std::function<void()> open);
     bool isShowingSetup() const { return m_setup != nullptr; }
     IPhoneSetupView* setupView() const { return m_setup; }
 

@@ -68,6 +68,25 @@ TEST(StatusMenuTest, EntriesInOrderWithAlertsAfterStartAtLogin) {
     EXPECT_EQ(actions[7]->text(), QStringLiteral("Quit Tovrin"));
 }
 
+TEST(StatusMenuTest, TheHistoryItemFollowsRefreshWhenTheProgramOffersIt) {
+    testing::ensureOffscreenApplication();
+    FakeLoginItemService service;
+    int opened = 0;
+    StatusMenu::Actions actions;
+    actions.openHistory = [&opened] { ++opened; };
+    StatusMenu menu(QStringLiteral("Tovrin"), service, actions);
+    const auto entries = menu.menu().actions();
+    ASSERT_EQ(entries.size(), 9);
+    EXPECT_EQ(entries[0]->text(), QStringLiteral("Show Tovrin"));
+    EXPECT_EQ(entries[1]->text(), QStringLiteral("Refresh Batteries"));
+    EXPECT_EQ(entries[2]->text(), QString::fromUtf8("Battery History\u2026"));
+    EXPECT_TRUE(entries[3]->isSeparator());
+    EXPECT_EQ(entries[4]->text(), QStringLiteral("Start at Login"));
+    EXPECT_EQ(entries[8]->text(), QStringLiteral("Quit Tovrin"));
+    entries[2]->trigger();
+    EXPECT_EQ(opened, 1);
+}
+
 TEST(StatusMenuTest, LowBatteryAlertsIsACheckboxOnByDefault) {
     MenuHarness harness;
     QAction* alerts = harness.menu->alertsAction();

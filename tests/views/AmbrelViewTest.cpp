@@ -157,6 +157,26 @@ TEST_F(AmbrelViewTest, MenuItemsInOrder) {
     EXPECT_TRUE(actions[6]->icon().isNull());
 }
 
+TEST_F(AmbrelViewTest, TheHistoryItemComesAfterSetupAndTheRestKeepTheirOrder) {
+    auto view = makeView();
+    int opened = 0;
+    view->setOpenHistory([&opened] { ++opened; });
+    const auto actions = view->optionsMenu()->actions();
+    ASSERT_EQ(actions.size(), 8);
+    view->optionsMenu()->popup(QPoint(0, 0));
+    view->optionsMenu()->hide();
+    EXPECT_EQ(shown(actions[0]), q("Refresh batteries"));
+    EXPECT_EQ(shown(actions[1]), q("iPhone setup & connection"));
+    EXPECT_EQ(shown(actions[2]), q("Battery History…"));
+    EXPECT_FALSE(actions[2]->icon().isNull());
+    EXPECT_TRUE(actions[3]->isSeparator());
+    EXPECT_EQ(shown(actions[4]), q("By Quenby"));
+    EXPECT_EQ(shown(actions[6]), q("Hide widget"));
+    EXPECT_EQ(shown(actions[7]), q("Quit Tovrin"));
+    actions[2]->trigger();
+    EXPECT_EQ(opened, 1);
+}
+
 TEST_F(AmbrelViewTest, DisplayNameReachesTitleMenuAndQuit) {
     useDisplayName("\tPairwise\n");
     auto view = makeView();
