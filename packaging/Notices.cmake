@@ -44,6 +44,13 @@ component's copyright notices as its Debian package states them; section 3 holds
 texts of the licences those notices refer to. On Debian the same texts are also in
 ${DOC_ROOT}/<package>/copyright and ${COMMON_LICENSES}/.
 
+What Tovrin keeps: everything stays on this computer, in ~/.local/share/Ambrel (or
+$XDG_DATA_HOME/Ambrel). battery-cache.json holds the iPhone's last reading;
+battery-history.sqlite3 holds one row per new reading of each battery (time, level,
+charging, plugged in, and how the phone was reached), kept 30 days; battery-health.json
+holds the iPhone's battery health as last read. Deleting any of them is safe at any time:
+Tovrin starts afresh.
+
 ")
 
 string(APPEND text "Components\n----------\n\n")
