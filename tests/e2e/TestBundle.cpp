@@ -17,6 +17,7 @@ TestBundle::TestBundle(const fs::path& root, Tools tools)
         return;
     }
     m_folders.create();
+    m_toolFolder = bundle.toolFolder;
     if (tools == Tools::missing) {
         return;
     }
@@ -30,6 +31,13 @@ TestBundle::TestBundle(const fs::path& root, Tools tools)
             return;
         }
     }
+}
+
+bool TestBundle::linkDiagnostics() {
+    const auto target = fs::path(TOVRIN_REAL_IDEVICEINFO).parent_path() / "idevicediagnostics";
+    std::error_code error;
+    fs::create_symlink(target, m_toolFolder / "idevicediagnostics", error);
+    return !error && fs::exists(m_toolFolder / "idevicediagnostics");
 }
 
 std::vector<std::string> TestBundle::environment(const std::string& socketAddress,

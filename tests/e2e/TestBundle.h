@@ -40,11 +40,16 @@ public:
     // USBMUXD_SOCKET_ADDRESS but the simulated phone as its system muxer.
     static bool isThroughProgramsMuxer();
 
+    // Links the real idevicediagnostics beside the other tools, so that the program reads the
+    // phone's battery health too; false when it cannot.
+    bool linkDiagnostics();
+
     // Runs the program with `arguments`, killed at `limit`.
     ProcessOutcome run(const std::vector<std::string>& arguments, const std::string& socketAddress,
                        std::chrono::duration<double> limit) const;
 
 private:
+    std::filesystem::path m_toolFolder;
     std::filesystem::path m_root;
     std::filesystem::path m_executable;
     UserFolders m_folders;

@@ -140,5 +140,57 @@ TEST_F(CardCaptureEndToEnd, FreshPhoneReadingDrawsAGreenArcFromTwelveOClock) {
     EXPECT_FALSE(isGreen(inside)) << "inside the ring: " << describe(inside);
 }
 
+// The widget records each new reading in the history and reads the phone's battery health with
+// the real idevicediagnostics; `--history` then prints both from the file.
+TEST_F(CardCaptureEndToEnd, TheWidgetKeepsTheHistoryAndThePhonesHealth) {
+    ASSERT_TRUE(m_bundle->linkDiagnostics());
+    const auto phoneFolder = m_folder.path() / "phone";
+    std::filesystem::create_directories(phoneFolder);
+    const std::string serial = "00008110001A2B3C4D5E6F70";
+    const json scenario = {{"devices", json::array({{{"udid", serial},
+                                                     {"connection", "usb"},
+                                                     {"battery",
+                                                      {{"BatteryCurrentCapacity", 64},
+                                                       {"BatteryIsCharging", true},
+                                                       {"ExternalConnected", true}}}}})}};
+    SimulatedIphone phone(phoneFolder, scenario, 60s);
+    ASSERT_TRUE(phone.isReady()) << phone.failure();
+
+    ChildProcess widget({m_bundle->executable().string(), "--preview-light"},
+                        m_bundle->environment(phone.socketAddress(), m_display),
+                        m_folder.path() / "tovrin.log");
+    ASSERT_TRUE(widget.isStarted());
+    // The health is read once the phone read has ended: wait for its request, then for the
+    // file that keeps it.
+    const auto healthFile = m_bundle->dataHome() / "Ambrel" / "battery-health.json";
+    const auto deadline = std::chrono::steady_clock::now() + kCaptureLimit;
+    while (!std::filesystem::exists(healthFile) && std::chrono::steady_clock::now() < deadline &&
+           !widget.hasEnded()) {
+        std::this_thread::sleep_for(100ms);
+    }
+    ASSERT_TRUE(std::filesystem::exists(healthFile))
+        << "no health read; the widget " << (widget.hasEnded() ? "ended" : "kept running");
+    widget.stop();
+    EXPECT_EQ(phone.stats()["devices"][serial]["diagnosticsRequests"]["IORegistry"], 1);
+
+    const auto history =
+        m_bundle->run({"--history", "--json"}, phone.socketAddress(), std::chrono::seconds(30));
+    ASSERT_EQ(history.exitCode, 0) << history.err;
+    const auto report = json::parse(history.out, nullptr, false);
+    ASSERT_TRUE(report.is_object()) << history.out;
+    std::vector<json> phoneRows;
+    for (const auto& row : report["rows"]) {
+        if (row["device"] == "iphone") {
+            phoneRows.push_back(row);
+        }
+    }
+    ASSERT_EQ(phoneRows.size(), 1u) << history.out;
+    EXPECT_EQ(phoneRows[0]["percentage"], 64);
+    EXPECT_EQ(phoneRows[0]["isCharging"], true);
+    EXPECT_EQ(phoneRows[0]["link"], "USB");
+    EXPECT_EQ(report["health"]["iphone"],
+              (json{{"maximumCapacity", 87}, {"cycleCount", 412}, {"temperature", 30.5}}));
+}
+
 } // namespace
 } // namespace ambrel::testing
