@@ -113,6 +113,9 @@ bool HistoryStore::open(Date now) {
         return false;
     }
     m_database.exec("PRAGMA synchronous=NORMAL;");
+    // Rows are only added at the end and pruned from the start: a small page cache does, and
+    // keeps the program's memory where it was without history (SQLite's default is 2 MiB).
+    m_database.exec("PRAGMA cache_size=-64;");
     ::chmod(m_file.c_str(), 0600);
     return migrate();
 }
