@@ -208,8 +208,8 @@ protected:
                                  testing::kPatience)) {
             return false;
         }
-        // Refresh, set up, (the byline is not selectable), Hide.
-        pointer({"key", "Down", "Down", "Down", "Return"});
+        // Refresh, set up, Battery History, (the byline is not selectable), Hide.
+        pointer({"key", "Down", "Down", "Down", "Down", "Return"});
         return testing::eventually([&] { return !isViewable(*panel); }, testing::kPatience);
     }
 
@@ -572,8 +572,9 @@ TEST_F(WindowManagerXvfbTest, WithoutATrayTheCardWorksAndTheItemComesWithTheHost
         EXPECT_FALSE(contains(properties, "'shortcut'")) << properties;
     }
     EXPECT_EQ(labels, (std::vector<std::string>{"Show Bits & Bobs", "Refresh Batteries",
-                                                "Start at Login", "Low Battery Alerts",
-                                                "About Bits & Bobs", "Quit Bits & Bobs"}))
+                                                "Battery History\u2026", "Start at Login",
+                                                "Low Battery Alerts", "About Bits & Bobs",
+                                                "Quit Bits & Bobs"}))
         << layout;
     ASSERT_FALSE(showId.empty()) << layout;
 
