@@ -114,16 +114,21 @@ TEST_F(AmbrelDelegateTest, TheCardsMenuOpensTheBatteryHistory) {
     auto* item = card->optionsMenu()->findChild<QAction*>(QStringLiteral("historyAction"));
     ASSERT_NE(item, nullptr);
     item->trigger();
-    // The file is read off the main thread; the window shows when that is done.
+    // The file is read off the main thread (at a low priority); the window shows when that is
+    // done and its result has reached the main loop.
     QWidget* window = nullptr;
-    for (int round = 0; round < 600 && window == nullptr; ++round) {
-        QApplication::processEvents(QEventLoop::AllEvents, 50);
-        for (QWidget* top : QApplication::topLevelWidgets()) {
-            if (top->objectName() == QStringLiteral("batteryHistoryWindow") && top->isVisible()) {
-                window = top;
+    testing::eventually(
+        [&] {
+            QApplication::processEvents();
+            for (QWidget* top : QApplication::topLevelWidgets()) {
+                if (top->objectName() == QStringLiteral("batteryHistoryWindow") &&
+                    top->isVisible()) {
+                    window = top;
+                }
             }
-        }
-    }
+            return window != nullptr;
+        },
+        testing::kPatience);
     ASSERT_NE(window, nullptr);
     EXPECT_EQ(window->windowTitle(), QStringLiteral("Battery History"));
     // Nothing recorded yet in this test's own data folder: the window says so.
