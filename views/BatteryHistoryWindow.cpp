@@ -45,7 +45,6 @@ BatteryHistoryWindow::BatteryHistoryWindow(const ViewStyle& style, QWidget* pare
     setWindowTitle(QString::fromUtf8(HistoryTexts::kWindowTitle));
     setObjectName(QStringLiteral("batteryHistoryWindow"));
     setFixedWidth(kHistoryWidth);
-    setAttribute(Qt::WA_DeleteOnClose, false);
 
     auto* title = new QLabel(QString::fromUtf8(HistoryTexts::kWindowTitle), this);
     title->setFont(style.fonts.system(15, QFont::DemiBold));
@@ -209,10 +208,6 @@ void BatteryHistoryWindow::applyLook() {
     m_dayButton->setStyleSheet(segment);
     m_tenDaysButton->setStyleSheet(segment);
     update();
-}
-
-void BatteryHistoryWindow::changeEvent(QEvent* event) {
-    QWidget::changeEvent(event);
 }
 
 void BatteryHistoryWindow::keyPressEvent(QKeyEvent* event) {

@@ -839,6 +839,23 @@ class Simulator:
     # -- lockdownd -------------------------------------------------------------------------
 
     @staticmethod
+    def receive_plist(connection):
+        """One length-prefixed property list, as lockdown and its services frame them; None
+        when the peer closes or sends something that is no dictionary."""
+        header = recv_exact(connection, 4)
+        if header is None:
+            return None
+        (length,) = struct.unpack(">I", header)
+        body = recv_exact(connection, length)
+        if body is None:
+            return None
+        try:
+            request = plistlib.loads(body)
+        except Exception:  # pylint: disable=broad-except
+            return None
+        return request if isinstance(request, dict) else None
+
+    @staticmethod
     def send_lockdown(connection, reply):
         body = plistlib.dumps(reply, fmt=plistlib.FMT_XML)
         connection.sendall(struct.pack(">I", len(body)) + body)
@@ -847,14 +864,9 @@ class Simulator:
         self.stats.device_event(device.udid, "connections")
         session = None
         while True:
-            header = recv_exact(connection, 4)
-            if header is None:
+            request = self.receive_plist(connection)
+            if request is None:
                 return
-            (length,) = struct.unpack(">I", header)
-            body = recv_exact(connection, length)
-            if body is None:
-                return
-            request = plistlib.loads(body)
             name = request.get("Request", "")
             query = None
             if name in ("GetValue", "SetValue"):
@@ -963,18 +975,10 @@ class Simulator:
         """The diagnostics relay: registry entries of the battery, then Goodbye."""
         self.stats.device_event(device.udid, "diagnosticsConnections")
         while True:
-            header = recv_exact(connection, 4)
-            if header is None:
+            request = self.receive_plist(connection)
+            if request is None:
                 return
-            (length,) = struct.unpack(">I", header)
-            body = recv_exact(connection, length)
-            if body is None:
-                return
-            try:
-                request = plistlib.loads(body)
-            except Exception:  # pylint: disable=broad-except
-                return
-            name = request.get("Request", "") if isinstance(request, dict) else ""
+            name = request.get("Request", "")
             self.stats.diagnostics_request(device.udid, name)
             if device.settings["diagnostics"] == "silent":
                 wait_for_close(connection)
