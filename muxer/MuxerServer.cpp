@@ -34,9 +34,8 @@ bool MuxerServer::start() {
     std::memcpy(address.sun_path, path.data(), path.size());
 
     m_stopFd.reset(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
-    m_workerEndedFd.reset(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
     m_listenFd.reset(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
-    if (!m_stopFd.isValid() || !m_workerEndedFd.isValid() || !m_listenFd.isValid()) {
+    if (!m_stopFd.isValid() || !m_listenFd.isValid()) {
         m_failure = std::strerror(errno);
         return false;
     }
@@ -129,24 +128,20 @@ void MuxerServer::reapFinishedWorkers(bool all) {
 
 void MuxerServer::acceptLoop() {
     for (;;) {
-        // No time-out: the thread sleeps until a client connects, a worker ends or the stop.
-        pollfd fds[3] = {{m_listenFd.get(), POLLIN, 0},
-                         {m_stopFd.get(), POLLIN, 0},
-                         {m_workerEndedFd.get(), POLLIN, 0}};
-        if (::poll(fds, 3, -1) < 0 && errno != EINTR) {
+        // No time-out: the thread sleeps until a client connects or the stop. A worker that
+        // ended is joined at the next client (or the stop), not woken for: its thread is gone
+        // from the system already, only its handle waits.
+        pollfd fds[2] = {{m_listenFd.get(), POLLIN, 0}, {m_stopFd.get(), POLLIN, 0}};
+        if (::poll(fds, 2, -1) < 0 && errno != EINTR) {
             return;
         }
         if ((fds[1].revents & POLLIN) != 0) {
             return;
         }
-        if ((fds[2].revents & POLLIN) != 0) {
-            std::uint64_t ended = 0;
-            [[maybe_unused]] const auto taken = ::read(m_workerEndedFd.get(), &ended, sizeof ended);
-            reapFinishedWorkers(false);
-        }
         if ((fds[0].revents & POLLIN) == 0) {
             continue;
         }
+        reapFinishedWorkers(false);
         UniqueFd fd(::accept4(m_listenFd.get(), nullptr, nullptr, SOCK_CLOEXEC));
         if (!fd.isValid()) {
             continue;
@@ -200,8 +195,6 @@ void MuxerServer::work(Worker& worker) {
         lock.lock();
     }
     worker.finished.store(true);
-    const std::uint64_t one = 1;
-    [[maybe_unused]] const auto written = ::write(m_workerEndedFd.get(), &one, sizeof one);
 }
 
 void MuxerServer::serve(int clientFd) {

@@ -15,7 +15,7 @@
 #include <poll.h>
 #include <pthread.h>
 #include <spawn.h>
-#include <sys/eventfd.h>
+#include <sys/syscall.h>
 #include <sys/types.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -87,36 +87,11 @@ std::optional<Pipe> makePipe() {
     return pipe;
 }
 
-// Lets the launch wait, with a deadline, for its reader threads to see end of file.
-class ReaderGroup {
-public:
-    void enter() {
-        const std::lock_guard guard(m_lock);
-        ++m_running;
-    }
-    void leave() {
-        {
-            const std::lock_guard guard(m_lock);
-            --m_running;
-        }
-        m_changed.notify_all();
-    }
-    void waitUntil(MonotonicClock::time_point deadline) {
-        std::unique_lock lock(m_lock);
-        m_changed.wait_until(lock, deadline, [this] { return m_running == 0; });
-    }
-
-private:
-    std::mutex m_lock;
-    std::condition_variable m_changed;
-    int m_running = 0;
-};
-
-// Reads `descriptor` (non-blocking) until end of file, an error, or `stopDescriptor` becoming
-// readable, keeping the first `cap` bytes in `kept` and dropping the rest.
-void drain(int descriptor, int stopDescriptor, std::size_t cap, std::string& kept) {
+// Appends what `descriptor` (non-blocking) holds now to `kept`, up to `cap` bytes kept (the
+// rest is read and dropped, so the child never blocks on a full pipe). False once it reached
+// end of file or failed: it is done.
+bool takeAvailable(int descriptor, std::size_t cap, std::string& kept) {
     char chunk[kReadChunk];
-    pollfd watched[2] = {{descriptor, POLLIN, 0}, {stopDescriptor, POLLIN, 0}};
     while (true) {
         const ssize_t count = ::read(descriptor, chunk, sizeof chunk);
         if (count > 0) {
@@ -124,25 +99,19 @@ void drain(int descriptor, int stopDescriptor, std::size_t cap, std::string& kep
             kept.append(chunk, std::min(room, static_cast<std::size_t>(count)));
             continue;
         }
-        if (count == 0) {
-            return;
-        }
-        if (errno == EINTR) {
+        if (count < 0 && errno == EINTR) {
             continue;
         }
-        if (errno != EAGAIN && errno != EWOULDBLOCK) {
-            return;
-        }
-        if (::poll(watched, 2, -1) < 0) {
-            if (errno == EINTR) {
-                continue;
-            }
-            return;
-        }
-        if (watched[1].revents != 0) {
-            return;
-        }
+        return count < 0 && (errno == EAGAIN || errno == EWOULDBLOCK);
     }
+}
+
+int pidfdOpen(pid_t pid) {
+    return static_cast<int>(::syscall(SYS_pidfd_open, pid, 0));
+}
+
+int pidfdSignal(int pidfd, int signalNumber) {
+    return static_cast<int>(::syscall(SYS_pidfd_send_signal, pidfd, signalNumber, nullptr, 0));
 }
 
 // Attributes that give the child a clean signal state whatever this program has set up.
@@ -196,66 +165,25 @@ private:
 
 } // namespace
 
-// The child of one launch, shared by the launch, the thread that waits for its end and the
-// launcher's list of running children. Only the waiter reaps it, and only while holding the
-// lock after marking it ended, so a signal sent under the lock can never reach a later process
-// that got the pid.
+// The child of one launch, shared by the launch and the launcher's list of running children.
+// It is known by a pidfd, not by its pid: a signal sent through it can only reach this child,
+// even after it was reaped and its pid given to another process.
 class SpawnProcessLauncher::Child {
 public:
-    explicit Child(pid_t pid) : m_pid(pid) {}
-
-    // Runs on the waiter thread until the child ends; reaps it exactly once.
-    void waitForEnd() {
-        siginfo_t info{};
-        // WNOWAIT leaves the zombie in place: the pid stays ours until it is reaped below.
-        while (::waitid(P_PID, static_cast<id_t>(m_pid), &info, WEXITED | WNOWAIT) != 0 &&
-               errno == EINTR) {
-        }
-        {
-            const std::lock_guard guard(m_lock);
-            int rawStatus = 0;
-            pid_t reaped = -1;
-            while ((reaped = ::waitpid(m_pid, &rawStatus, 0)) < 0 && errno == EINTR) {
-            }
-            // Another part of the program may have reaped it first (or set SIGCHLD to be
-            // ignored): it has ended either way, its status is unknown.
-            if (reaped == m_pid) {
-                m_rawStatus = rawStatus;
-            }
-            m_hasEnded = true;
-        }
-        m_ended.notify_all();
-    }
-
-    void signal(int signalNumber) {
-        const std::lock_guard guard(m_lock);
-        if (!m_hasEnded) {
-            ::kill(m_pid, signalNumber);
+    explicit Child(int pidfd) : m_pidfd(pidfd) {}
+    Child(const Child&) = delete;
+    Child& operator=(const Child&) = delete;
+    ~Child() {
+        if (m_pidfd >= 0) {
+            ::close(m_pidfd);
         }
     }
 
-    bool waitUntil(MonotonicClock::time_point deadline) {
-        std::unique_lock lock(m_lock);
-        return m_ended.wait_until(lock, deadline, [this] { return m_hasEnded; });
-    }
-
-    bool hasEnded() {
-        const std::lock_guard guard(m_lock);
-        return m_hasEnded;
-    }
-
-    // The status waitpid() gave, once the child has ended and was reaped here.
-    std::optional<int> rawStatus() {
-        const std::lock_guard guard(m_lock);
-        return m_rawStatus;
-    }
+    int pidfd() const { return m_pidfd; }
+    void signal(int signalNumber) const { pidfdSignal(m_pidfd, signalNumber); }
 
 private:
-    const pid_t m_pid;
-    std::mutex m_lock;
-    std::condition_variable m_ended;
-    bool m_hasEnded = false;
-    std::optional<int> m_rawStatus;
+    const int m_pidfd;
 };
 
 // A thread that only starts children, so that they get its priority rather than that of the
@@ -346,8 +274,7 @@ LaunchResult SpawnProcessLauncher::launch(const LaunchOptions& options) {
     auto outputPipe = makePipe();
     auto errorPipe = makePipe();
     FileDescriptor nullInput(::open("/dev/null", O_RDONLY | O_CLOEXEC));
-    FileDescriptor stopReaders(::eventfd(0, EFD_CLOEXEC));
-    if (!outputPipe || !errorPipe || !nullInput.isValid() || !stopReaders.isValid()) {
+    if (!outputPipe || !errorPipe || !nullInput.isValid()) {
         return notStarted;
     }
 
@@ -390,106 +317,135 @@ LaunchResult SpawnProcessLauncher::launch(const LaunchOptions& options) {
         if (m_spawner->spawn(spawn) != 0) {
             return notStarted;
         }
-        try {
-            child = std::make_shared<Child>(pid);
-            m_children.push_back(child);
-        } catch (const std::bad_alloc&) {
+        // Nothing reaps the child before this launch does, so its pid still names it here.
+        const int pidfd = pidfdOpen(pid);
+        if (pidfd < 0) {
             ::kill(pid, SIGKILL);
             while (::waitpid(pid, nullptr, 0) < 0 && errno == EINTR) {
             }
             return notStarted;
         }
+        try {
+            child = std::make_shared<Child>(pidfd);
+            m_children.push_back(child);
+        } catch (const std::bad_alloc&) {
+            pidfdSignal(pidfd, SIGKILL);
+            siginfo_t ended{};
+            while (::waitid(P_PIDFD, static_cast<id_t>(pidfd), &ended, WEXITED) < 0 &&
+                   errno == EINTR) {
+            }
+            ::close(pidfd);
+            return notStarted;
+        }
     }
-    const auto unlist = [this, &child] {
-        const std::lock_guard guard(m_lock);
-        std::erase(m_children, child);
-    };
     // The child holds its own copies; ours would keep the pipes open after it ends.
     outputPipe->writeEnd.reset();
     errorPipe->writeEnd.reset();
     nullInput.reset();
 
-    std::thread waiter;
-    try {
-        waiter = std::thread([child] { child->waitForEnd(); });
-    } catch (const std::system_error&) {
-        // Without a waiter nobody would reap it: end it and reap it here.
-        child->signal(SIGKILL);
-        child->waitForEnd();
-        unlist();
-        return notStarted;
-    }
-
-    // Each reader appends only to its own string, and the strings are read after the readers
-    // are joined, so they need no lock.
+    // One thread, this one, waits for everything at once: both pipes and the child's end (its
+    // pidfd turns readable), each wait bounded by the deadline of the stage the launch is in.
     std::string standardOutput;
     std::string standardError;
-    ReaderGroup readers;
-    std::vector<std::thread> readerThreads;
-    bool readersStarted = true;
-    for (auto [descriptor, kept] : {std::pair{outputPipe->readEnd.get(), &standardOutput},
-                                    std::pair{errorPipe->readEnd.get(), &standardError}}) {
-        try {
-            readers.enter();
-            readerThreads.emplace_back([&readers, descriptor = descriptor, kept = kept,
-                                        stop = stopReaders.get(), cap = options.outputCap] {
-                drain(descriptor, stop, cap, *kept);
-                readers.leave();
-            });
-        } catch (const std::system_error&) {
-            readers.leave();
-            readersStarted = false;
+    bool outputOpen = true;
+    bool errorOpen = true;
+    bool reaped = false;
+    siginfo_t ended{};
+    bool timedOut = false;
+    int stopStage = 0; // 0: running; 1: sent SIGTERM; 2: sent SIGKILL
+    auto deadline = deadlineAfter(options.timeLimit);
+    std::optional<MonotonicClock::time_point> drainDeadline;
+    while (!(reaped && !outputOpen && !errorOpen)) {
+        const auto now = MonotonicClock::now();
+        if (reaped && now >= *drainDeadline) {
+            // A grandchild may hold the pipes open: what came in time is kept.
             break;
         }
-    }
-
-    bool timedOut = false;
-    if (readersStarted) {
-        timedOut = !child->waitUntil(deadlineAfter(options.timeLimit));
-        if (timedOut) {
-            child->signal(SIGTERM);
-            if (!child->waitUntil(deadlineAfter(options.terminateGrace))) {
+        if (!reaped && now >= deadline) {
+            if (stopStage == 0) {
+                timedOut = true;
+                child->signal(SIGTERM);
+                deadline = deadlineAfter(options.terminateGrace);
+            } else if (stopStage == 1) {
                 child->signal(SIGKILL);
-                (void)child->waitUntil(deadlineAfter(options.killGrace));
+                deadline = deadlineAfter(options.killGrace);
+            } else {
+                break;
+            }
+            ++stopStage;
+            continue;
+        }
+        pollfd watched[3];
+        nfds_t count = 0;
+        const auto add = [&](int descriptor) { watched[count++] = pollfd{descriptor, POLLIN, 0}; };
+        if (outputOpen) {
+            add(outputPipe->readEnd.get());
+        }
+        if (errorOpen) {
+            add(errorPipe->readEnd.get());
+        }
+        if (!reaped) {
+            add(child->pidfd());
+        }
+        const auto until = reaped ? *drainDeadline : deadline;
+        const auto wait = std::chrono::ceil<std::chrono::milliseconds>(until - now).count();
+        const int timeout = static_cast<int>(std::min<long long>(wait, 60'000));
+        if (::poll(watched, count, timeout) < 0 && errno != EINTR) {
+            break;
+        }
+        for (nfds_t index = 0; index < count; ++index) {
+            if (watched[index].revents == 0) {
+                continue;
+            }
+            const int descriptor = watched[index].fd;
+            if (descriptor == outputPipe->readEnd.get()) {
+                outputOpen = takeAvailable(descriptor, options.outputCap, standardOutput);
+            } else if (descriptor == errorPipe->readEnd.get()) {
+                errorOpen = takeAvailable(descriptor, options.outputCap, standardError);
+            } else {
+                int code = 0;
+                while ((code = ::waitid(P_PIDFD, static_cast<id_t>(descriptor), &ended, WEXITED)) <
+                           0 &&
+                       errno == EINTR) {
+                }
+                // Another part of the program may have reaped it first (or set SIGCHLD to be
+                // ignored): it has ended either way, its status is unknown.
+                if (code < 0) {
+                    ended = siginfo_t{};
+                }
+                reaped = true;
+                drainDeadline = deadlineAfter(options.outputDrainLimit);
             }
         }
-        readers.waitUntil(deadlineAfter(options.outputDrainLimit));
-    } else {
-        child->signal(SIGKILL);
-        (void)child->waitUntil(deadlineAfter(options.killGrace));
-    }
-
-    // Readers still blocked (a grandchild may hold the pipes open) are told to stop; they
-    // return at once, so joining them cannot hang.
-    const std::uint64_t one = 1;
-    while (::write(stopReaders.get(), &one, sizeof one) < 0 && errno == EINTR) {
-    }
-    for (auto& thread : readerThreads) {
-        thread.join();
     }
     outputPipe->readEnd.reset();
     errorPipe->readEnd.reset();
-
-    unlist();
-    const bool hasEnded = child->hasEnded();
-    if (hasEnded) {
-        waiter.join();
-    } else {
-        // It was sent SIGKILL and will end; the waiter reaps it then, holding its own share.
-        waiter.detach();
+    {
+        const std::lock_guard guard(m_lock);
+        std::erase(m_children, child);
     }
-    if (!readersStarted) {
-        return notStarted;
+    if (!reaped) {
+        // Sent SIGKILL and still not gone (stuck in the kernel): reaped in the background when it
+        // ends, so that it leaves no zombie. Rare enough for a thread of its own.
+        child->signal(SIGKILL);
+        try {
+            std::thread([child] {
+                siginfo_t last{};
+                while (::waitid(P_PIDFD, static_cast<id_t>(child->pidfd()), &last, WEXITED) < 0 &&
+                       errno == EINTR) {
+                }
+            }).detach();
+        } catch (const std::system_error&) {
+        }
     }
 
     LaunchResult result;
     result.standardOutput = std::move(standardOutput);
     result.standardError = std::move(standardError);
-    const auto rawStatus = child->rawStatus();
-    if (rawStatus && WIFEXITED(*rawStatus)) {
-        result.exitCode = WEXITSTATUS(*rawStatus);
-    } else if (rawStatus && WIFSIGNALED(*rawStatus)) {
-        result.signal = WTERMSIG(*rawStatus);
+    if (reaped && ended.si_code == CLD_EXITED) {
+        result.exitCode = ended.si_status;
+    } else if (reaped && (ended.si_code == CLD_KILLED || ended.si_code == CLD_DUMPED)) {
+        result.signal = ended.si_status;
     }
     if (timedOut) {
         result.end = LaunchEnd::killedAtTimeLimit;

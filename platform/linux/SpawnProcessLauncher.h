@@ -12,11 +12,13 @@ namespace ambrel {
 
 // Starts children with posix_spawn. A child gets every signal at its default disposition, an
 // empty signal mask, standard input on /dev/null, and no open descriptor besides 0, 1 and 2; it
-// inherits the environment and the working directory. Both pipes are drained by a thread each,
-// past the cap, so the child never blocks on a full pipe; the launcher only ever reads from
-// them, so it cannot raise SIGPIPE in this program. A thread per child waits for its end and
-// reaps it exactly once, in the background when the launch has given up on it. A signalled
-// child's status is reported by its signal number.
+// inherits the environment and the working directory. The launching thread alone waits for
+// the child: it polls both pipes and the child's pidfd (Linux 5.3 or later) together, drains
+// the pipes past the cap, so the child never blocks on a full pipe, and reaps the child exactly
+// once, through its pidfd, so a signal can never reach a later process with the same pid. Only
+// a child that outlives SIGKILL gets a thread, which reaps it when it finally ends. The
+// launcher only ever reads from the pipes, so it cannot raise SIGPIPE in this program. A
+// signalled child's status is reported by its signal number.
 //
 // One object serves the whole program, which owns it and shuts it down when it quits.
 // Thread-safe.

@@ -700,17 +700,21 @@ TEST_F(MuxerServerTest, IdleThreadsSleepUntilThereIsWorkAndEndWithTheStop) {
     EXPECT_TRUE(ThreadActivity::threadsNamed("usb-watch").empty());
 }
 
-TEST_F(MuxerServerTest, AServedClientsThreadIsJoinedWhenItEnds) {
+TEST_F(MuxerServerTest, AServedClientsThreadEndsAfterItsLingerWithoutWakingTheAcceptingOne) {
     startMuxer();
     expectServing();
-    // The client's thread lingers for another client, then ends; the accepting thread, woken
-    // by its end, joins it.
+    const auto accepting = sleepingThreadNamed("mux-accept");
+    ASSERT_NE(accepting, 0);
+    const auto switchesBefore = ThreadActivity::voluntarySwitches(accepting);
+    // The client's thread lingers for another client, then ends; the accepting thread sleeps
+    // on, and joins it at the next client.
     const auto deadline = std::chrono::steady_clock::now() + MuxerServer::kWorkerLinger + 60s;
     while (!ThreadActivity::threadsNamed("mux-client").empty() &&
            std::chrono::steady_clock::now() < deadline) {
         std::this_thread::sleep_for(50ms);
     }
     EXPECT_TRUE(ThreadActivity::threadsNamed("mux-client").empty());
+    EXPECT_EQ(ThreadActivity::voluntarySwitches(accepting), switchesBefore);
     expectServing();
 }
 

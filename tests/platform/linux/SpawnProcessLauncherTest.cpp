@@ -78,6 +78,35 @@ TEST(SpawnProcessLauncherTest, ExitedChildGivesItsCodeAndOutput) {
     EXPECT_EQ(failing.exitCode, 42);
 }
 
+// The threads of this process now.
+std::size_t threadCount() {
+    std::size_t count = 0;
+    for ([[maybe_unused]] const auto& entry :
+         std::filesystem::directory_iterator("/proc/self/task")) {
+        ++count;
+    }
+    return count;
+}
+
+TEST(SpawnProcessLauncherTest, ALaunchWaitsOnTheCallersThreadAlone) {
+    SpawnProcessLauncher launcher;
+    TemporaryFolder folder;
+    const auto marker = folder.path() / "started";
+    const std::size_t before = threadCount();
+    std::thread asking([&] {
+        const auto result =
+            launcher.launch(childOptions({"mark-then-sleep", marker.string(), "1"}));
+        EXPECT_EQ(result.exitCode, 0);
+    });
+    // While the child runs, the launch has no thread besides the one that asked: nothing else
+    // wakes for its pipes or its end.
+    ASSERT_TRUE(waitForMarkers({marker}));
+    EXPECT_EQ(threadCount(), before + 1);
+    asking.join();
+    EXPECT_EQ(threadCount(), before);
+    EXPECT_TRUE(hasNoChildren());
+}
+
 TEST(SpawnProcessLauncherTest, ChildrenGetTheLaunchersPriorityNotTheAskingThreads) {
     // The launcher is made here; the launch is asked from a thread that lowered itself, as the
     // background jobs do. `nice` prints the priority it runs at.
