@@ -90,7 +90,7 @@ std::size_t threadCount() {
 
 TEST(SpawnProcessLauncherTest, ALaunchWaitsOnTheCallersThreadAlone) {
     SpawnProcessLauncher launcher;
-    TemporaryFolder folder;
+    testing::TemporaryFolder folder;
     const auto marker = folder.path() / "started";
     const std::size_t before = threadCount();
     std::thread asking([&] {
