@@ -21,9 +21,10 @@ namespace ambrel {
 // USB request through to the system muxer, and adds the phones a NetworkPhoneSource knows on
 // the network. USB listings come from a Listen kept standing at the system muxer while it is
 // there. All work happens on its own threads: one that accepts, one that keeps the Listen, one
-// per client being served. A thread that served a client lingers a moment for the next one, since a
-// phone read opens several connections one after another. A slow, silent or absent system muxer
-// costs a client its USB devices, never more.
+// per client being served. A thread that served a client takes the next one waiting, else it
+// ends: starting a thread for a read's next connection costs less than a thread that lingers
+// and wakes to end. A slow, silent or absent system muxer costs a client its USB devices, never
+// more.
 class MuxerServer {
 public:
     struct Options {
@@ -48,8 +49,8 @@ public:
 
     // Clients connected at once beyond this are hung up on at once.
     static constexpr int kMostClients = 128;
-    // How long a thread that served a client waits for another before it ends.
-    static constexpr std::chrono::seconds kWorkerLinger{10};
+    // How long a thread that served a client waits for another before it ends: not at all.
+    static constexpr std::chrono::milliseconds kWorkerLinger{0};
 
     explicit MuxerServer(Options options);
     // Stops, as stop() does.

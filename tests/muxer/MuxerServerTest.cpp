@@ -700,14 +700,14 @@ TEST_F(MuxerServerTest, IdleThreadsSleepUntilThereIsWorkAndEndWithTheStop) {
     EXPECT_TRUE(ThreadActivity::threadsNamed("usb-watch").empty());
 }
 
-TEST_F(MuxerServerTest, AServedClientsThreadEndsAfterItsLingerWithoutWakingTheAcceptingOne) {
+TEST_F(MuxerServerTest, AServedClientsThreadEndsWithoutWakingTheAcceptingOne) {
     startMuxer();
     expectServing();
     const auto accepting = sleepingThreadNamed("mux-accept");
     ASSERT_NE(accepting, 0);
     const auto switchesBefore = ThreadActivity::voluntarySwitches(accepting);
-    // The client's thread lingers for another client, then ends; the accepting thread sleeps
-    // on, and joins it at the next client.
+    // The client's thread ends once its client has gone; the accepting thread sleeps on, and
+    // joins it at the next client.
     const auto deadline = std::chrono::steady_clock::now() + MuxerServer::kWorkerLinger + 60s;
     while (!ThreadActivity::threadsNamed("mux-client").empty() &&
            std::chrono::steady_clock::now() < deadline) {
