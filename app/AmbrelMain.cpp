@@ -14,6 +14,7 @@
 #include "app/SystemServices.h"
 #include "commands/BarCommand.h"
 #include "commands/CommandLine.h"
+#include "commands/CompanionSwitchCommand.h"
 #include "commands/DiagnoseCommand.h"
 #include "commands/EnableLoginCommand.h"
 #include "commands/EnableWifiCommand.h"
@@ -58,6 +59,12 @@ void print(const std::string& text) {
 void printError(const std::string& text) {
     std::fwrite(text.data(), 1, text.size(), stderr);
 }
+
+constexpr const char* kNoDisplay =
+    "tovrin: there is no display to show the card on (DISPLAY and WAYLAND_DISPLAY are not "
+    "set).\nStart it from your desktop session. Without one, \"tovrin --readings\" and "
+    "\"tovrin --bar waybar\" print the batteries.\n";
+constexpr int kNoDisplayExitCode = 1;
 
 std::string bundleIdentifier(const Bundle& bundle) {
     return bundle.infoString("CFBundleIdentifier").value_or(std::string());
@@ -218,6 +225,8 @@ int main(int argc, char** argv) {
         [] { return SystemClock().now(); }}));
     commands.push_back(
         std::make_unique<ReadingsCommand>(monitorServices(true), bundleToolDirectory(*bundle)));
+    // Last: a switch that goes with a command asked for without it.
+    commands.push_back(std::make_unique<CompanionSwitchCommand>());
 
     const auto requested = std::find_if(commands.begin(), commands.end(), [&](const auto& command) {
         return command->isRequested(arguments);
@@ -225,6 +234,12 @@ int main(int argc, char** argv) {
     const Invocation invocation{arguments, argc, argv, print, printError};
     if (requested != commands.end() && !(*requested)->usesPhone()) {
         return (*requested)->run(invocation);
+    }
+    // Without a display Qt would abort; say what to do instead.
+    if (requested == commands.end() && !environment->nonEmpty("DISPLAY") &&
+        !environment->nonEmpty("WAYLAND_DISPLAY") && !environment->nonEmpty("QT_QPA_PLATFORM")) {
+        printError(kNoDisplay);
+        return kNoDisplayExitCode;
     }
     // The muxer is started before any other thread, and a quit asked meanwhile waits for the
     // clean quit (which takes the muxer's socket with it).

@@ -82,6 +82,37 @@ protected:
     std::filesystem::path executable;
 };
 
+TEST_F(TovrinCommandTest, ACompanionSwitchAloneSaysWhichCommandItGoesWith) {
+    const struct {
+        std::vector<std::string> arguments;
+        const char* said;
+    } cases[] = {
+        {{"--text"}, "tovrin: --text goes with --diagnose, as in: tovrin --diagnose --text\n"},
+        {{"--follow"}, "tovrin: --follow goes with --bar, as in: tovrin --bar waybar --follow\n"},
+        {{"--json", "--preview-dark"},
+         "tovrin: --json goes with --history, as in: tovrin --history --json\n"},
+        {{"--since", "10d"},
+         "tovrin: --since goes with --history, as in: tovrin --history --since 10d\n"},
+    };
+    for (const auto& each : cases) {
+        SCOPED_TRACE(each.arguments.front());
+        const auto result = run(each.arguments);
+        EXPECT_EQ(result.exitCode, 2);
+        EXPECT_EQ(result.err, each.said);
+        EXPECT_EQ(result.out, "");
+    }
+}
+
+TEST_F(TovrinCommandTest, WithoutADisplayTheWidgetSaysWhatToDoInsteadOfAborting) {
+    const auto result = run({});
+    EXPECT_EQ(result.exitCode, 1);
+    EXPECT_EQ(result.signal, 0);
+    EXPECT_EQ(result.err.rfind("tovrin: there is no display to show the card on", 0), 0u)
+        << result.err;
+    EXPECT_NE(result.err.find("tovrin --readings"), std::string::npos);
+    EXPECT_FALSE(std::filesystem::exists(entry()));
+}
+
 TEST_F(TovrinCommandTest, StatusNotRegistered) {
     const auto result = run({"--login-status"});
     EXPECT_EQ(result.exitCode, 0);
