@@ -1,11 +1,6 @@
 #include "muxer/AuthTag.h"
 
-#include <array>
-#include <memory>
-
-#include <openssl/evp.h>
-#include <openssl/hmac.h>
-#include <openssl/kdf.h>
+#include "muxer/Sha2.h"
 
 namespace ambrel {
 
@@ -14,39 +9,30 @@ namespace {
 constexpr std::size_t kKeyBytes = 32;
 constexpr std::size_t kTagBytes = 8;
 
-struct ContextFree {
-    void operator()(EVP_PKEY_CTX* context) const { EVP_PKEY_CTX_free(context); }
-};
+std::string base64(const std::uint8_t* data, std::size_t size) {
+    static constexpr std::string_view kAlphabet =
+        "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+    std::string text;
+    for (std::size_t index = 0; index < size; index += 3) {
+        const std::size_t left = size - index;
+        const std::uint32_t group = (std::uint32_t{data[index]} << 16) |
+                                    (left > 1 ? std::uint32_t{data[index + 1]} << 8 : 0) |
+                                    (left > 2 ? std::uint32_t{data[index + 2]} : 0);
+        text.push_back(kAlphabet[(group >> 18) & 63]);
+        text.push_back(kAlphabet[(group >> 12) & 63]);
+        text.push_back(left > 1 ? kAlphabet[(group >> 6) & 63] : '=');
+        text.push_back(left > 2 ? kAlphabet[group & 63] : '=');
+    }
+    return text;
+}
 
 } // namespace
 
 std::string authTagFor(const std::string& hostId, const std::string& identifier) {
-    std::array<unsigned char, kKeyBytes> key{};
-    std::size_t keyLength = key.size();
-    const std::unique_ptr<EVP_PKEY_CTX, ContextFree> context(
-        EVP_PKEY_CTX_new_id(EVP_PKEY_HKDF, nullptr));
     // Without a salt HKDF takes one of zeros as long as the hash; there is no info.
-    if (!context || EVP_PKEY_derive_init(context.get()) <= 0 ||
-        EVP_PKEY_CTX_set_hkdf_md(context.get(), EVP_sha512()) <= 0 ||
-        EVP_PKEY_CTX_set1_hkdf_key(context.get(),
-                                   reinterpret_cast<const unsigned char*>(hostId.data()),
-                                   static_cast<int>(hostId.size())) <= 0 ||
-        EVP_PKEY_derive(context.get(), key.data(), &keyLength) <= 0 || keyLength != key.size()) {
-        return {};
-    }
-    std::array<unsigned char, EVP_MAX_MD_SIZE> mac{};
-    unsigned int macLength = 0;
-    if (HMAC(EVP_sha256(), key.data(), static_cast<int>(key.size()),
-             reinterpret_cast<const unsigned char*>(identifier.data()), identifier.size(),
-             mac.data(), &macLength) == nullptr ||
-        macLength < kTagBytes) {
-        return {};
-    }
-    // Base64 of 8 bytes: 12 characters with one "=", and the terminating zero.
-    std::array<unsigned char, 13> text{};
-    const int written = EVP_EncodeBlock(text.data(), mac.data(), static_cast<int>(kTagBytes));
-    return std::string(reinterpret_cast<const char*>(text.data()),
-                       static_cast<std::size_t>(written));
+    const std::string key = hkdfSha512({}, hostId, {}, kKeyBytes);
+    const Sha256Digest mac = hmacSha256(key, identifier);
+    return base64(mac.data(), kTagBytes);
 }
 
 } // namespace ambrel

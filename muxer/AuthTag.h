@@ -9,7 +9,7 @@ namespace ambrel {
 // HKDF-SHA512 from the pairing's HostID (no salt, no info) and `identifier` is the advert's own
 // "identifier" value. A pairing's HostID is made anew for every pairing, so a tag that matches
 // names the one phone that holds that record; the HostID itself never leaves this computer.
-// Empty if the cryptography library fails. Pure.
+// Pure.
 std::string authTagFor(const std::string& hostId, const std::string& identifier);
 
 } // namespace ambrel

@@ -2,7 +2,7 @@
 # package whose copyright file holds its notices, and where it comes from.
 
 set(TOVRIN_NOTICE_COMPONENTS libimobiledevice libplist avahi qt qtsvg icu nlohmann_json
-                              bootstrap_icons sqlite openssl)
+                              bootstrap_icons sqlite)
 
 set(libimobiledevice_NAME "libimobiledevice")
 set(libimobiledevice_USE "idevice_id, ideviceinfo, idevicepair and idevicediagnostics, run as separate programs; linked dynamically into the tovrin-lockdown helper")
@@ -58,11 +58,5 @@ set(sqlite_LICENSE "Public domain")
 set(sqlite_PACKAGE "libsqlite3-0")
 set(sqlite_URL "https://sqlite.org/")
 
-set(openssl_NAME "OpenSSL (libcrypto)")
-set(openssl_USE "recognises paired iPhones in their network adverts; dynamically linked")
-set(openssl_LICENSE "Apache License 2.0")
-set(openssl_PACKAGE "libssl3")
-set(openssl_URL "https://www.openssl.org/")
-
 # Full texts of the licences that the copyright files above refer to by name.
-set(TOVRIN_NOTICE_LICENSE_TEXTS LGPL-2.1 LGPL-3 GPL-3 Apache-2.0)
+set(TOVRIN_NOTICE_LICENSE_TEXTS LGPL-2.1 LGPL-3 GPL-3)

@@ -8,7 +8,7 @@ TOVRIN_PACKAGES=(
     cmake ninja-build g++ pkg-config python3 file
     qt6-base-dev qt6-svg-dev qt6-qpa-plugins libqt6svg6
     libplist-dev nlohmann-json3-dev libicu-dev libavahi-client-dev libimobiledevice-dev libusbmuxd-dev
-    libssl-dev libsqlite3-dev
+    libsqlite3-dev
     libgtest-dev libgmock-dev libbenchmark-dev valgrind
     libimobiledevice-utils usbmuxd bootstrap-icons fonts-dejavu-core fonts-noto-core fonts-cantarell
     libxcb1-dev xvfb xauth x11-utils
