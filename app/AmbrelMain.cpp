@@ -207,8 +207,8 @@ int main(int argc, char** argv) {
     commands.push_back(std::make_unique<EnableLoginCommand>(*loginItems, loginIdentity));
     commands.push_back(std::make_unique<LoginStatusCommand>(*loginItems, loginIdentity));
     commands.push_back(std::make_unique<HelpCommand>(name));
-    commands.push_back(std::make_unique<VersionCommand>(
-        name, bundle->infoString("CFBundleShortVersionString").value_or(TOVRIN_VERSION)));
+    // The package's full version: the bundle's short one ("1.1") is the About text's.
+    commands.push_back(std::make_unique<VersionCommand>(name, TOVRIN_VERSION));
     commands.push_back(std::make_unique<BarCommand>(monitorServices(false), environment,
                                                     BarStateFile::location(*environment)));
     commands.push_back(std::make_unique<EnableWifiCommand>(connectionSetup, worker));

@@ -232,14 +232,15 @@ TEST_F(TovrinCommandTest, HelpPrintsUsageAndExitsZero) {
     EXPECT_NE(result.out.find("--enable-login"), std::string::npos);
 }
 
-TEST_F(TovrinCommandTest, VersionPrintsTheBundleVersion) {
+TEST_F(TovrinCommandTest, VersionPrintsThePackagesVersion) {
     const auto result = run({"--version"});
     EXPECT_EQ(result.exitCode, 0);
-    EXPECT_EQ(result.out, "Tovrin 1.1\n");
+    EXPECT_EQ(result.out, "Tovrin 1.1.0\n");
 }
 
-TEST_F(TovrinCommandTest, VersionFallsBackToTheProjectVersion) {
-    writeText(folder.path() / "install" / "share" / "tovrin" / "Info", "{}");
+TEST_F(TovrinCommandTest, VersionIsThePackagesWhateverTheBundleSays) {
+    writeText(folder.path() / "install" / "share" / "tovrin" / "Info",
+              R"({"CFBundleShortVersionString": "9.9"})");
     EXPECT_EQ(run({"--version"}).out, "Tovrin 1.1.0\n");
 }
 

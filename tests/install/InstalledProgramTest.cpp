@@ -150,7 +150,7 @@ TEST_F(InstalledProgramTest, VersionNamesTheRelease) {
     const auto result = m_tree->runProgram({"--version"});
     ASSERT_TRUE(result.succeeded()) << result.describe();
     EXPECT_NE(result.standardOutput.find("Tovrin"), std::string::npos) << result.standardOutput;
-    EXPECT_NE(result.standardOutput.find("1.1"), std::string::npos) << result.standardOutput;
+    EXPECT_NE(result.standardOutput.find("1.1.0"), std::string::npos) << result.standardOutput;
 }
 
 } // namespace
