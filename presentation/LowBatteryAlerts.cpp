@@ -162,7 +162,7 @@ void LowBatteryAlerts::setEnabled(bool enabled) {
 LowBatteryNotice LowBatteryAlerts::notice(BatteryDeviceKind device,
                                           const BatteryDeviceSnapshot& snapshot,
                                           LowBatteryLevel level) {
-    const std::string word = device == BatteryDeviceKind::mac ? "This Mac" : "iPhone";
+    const std::string word = device == BatteryDeviceKind::mac ? "This computer" : "iPhone";
     LowBatteryNotice notice;
     notice.device = device;
     notice.level = level;

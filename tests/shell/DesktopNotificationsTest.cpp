@@ -228,7 +228,7 @@ TEST_F(DesktopNotificationsTest, OneAlertPerCrossingTurnedCriticalInPlace) {
     EXPECT_EQ(critical.replacesId, warning.id) << "updated in place";
     EXPECT_EQ(critical.urgency, 2);
     EXPECT_EQ(critical.summary, QStringLiteral("iPhone battery very low"));
-    EXPECT_EQ(m_server.notified[2].summary, QStringLiteral("This Mac battery low"));
+    EXPECT_EQ(m_server.notified[2].summary, QStringLiteral("This computer battery low"));
     EXPECT_EQ(m_server.notified[2].replacesId, 0U) << "each device has its own alert";
 }
 
@@ -395,7 +395,7 @@ TEST(DesktopNotificationsWithoutServiceTest, NothingHappensAndNothingBreaks) {
         QCoreApplication::processEvents(QEventLoop::AllEvents, 100);
         ASSERT_EQ(server.calls.size(), 1U);
         EXPECT_EQ(server.notified[0].replacesId, 0U);
-        EXPECT_EQ(server.notified[0].summary, QStringLiteral("This Mac battery very low"));
+        EXPECT_EQ(server.notified[0].summary, QStringLiteral("This computer battery very low"));
     }
     QDBusConnection::disconnectFromBus(clientName);
     QDBusConnection::disconnectFromBus(serverName);
