@@ -63,13 +63,10 @@ public:
     void update() {
         const auto state = BarCommand::currentState(m_monitor, m_stateFile);
         const Date now = m_monitor.clock().now();
-        auto output = BarLine::format(m_format, state, now, m_locale);
-        if (m_format == BarFormat::i3blocks) {
-            output.text = output.text.substr(0, output.text.find('\n') + 1);
-        }
-        if (output.text != m_lastLine) {
-            m_lastLine = output.text;
-            m_print(output.text);
+        const auto line = BarLine::followLine(m_format, state, now, m_locale);
+        if (line != m_lastLine) {
+            m_lastLine = line;
+            m_print(line);
         }
         // The reading is still fresh at the moment nextAgeChange names and stale just after it,
         // so the timer aims a millisecond past it; one that fires early simply aims again.

@@ -38,8 +38,13 @@ void BarStatePublisher::publish() {
     BarState state;
     state.mac = m_monitor.mac();
     state.phone = m_monitor.phone();
-    state.phoneSetupState = m_monitor.phoneSetupState();
     state.isRefreshingPhone = m_monitor.isRefreshingPhone();
+    state.phoneSetupState = m_monitor.phoneSetupState();
+    if (state.phoneSetupState != PhoneSetupState::checking) {
+        m_lastOutcome = state.phoneSetupState;
+    } else if (state.isRefreshingPhone && m_lastOutcome) {
+        state.phoneSetupState = *m_lastOutcome;
+    }
     state.writer = ::getpid();
     BarStateFile::save(m_file, state);
 }

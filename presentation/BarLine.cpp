@@ -43,7 +43,7 @@ std::array<Device, 2> devices(const BarState& state, Date now, const UserLocale&
     return {
         Device{
             DeviceBatteryGaugeModel(state.mac, BatteryDeviceKind::mac, false, false, now, locale),
-            "computer", "Mac"},
+            "computer", "Computer"},
         Device{DeviceBatteryGaugeModel(state.phone, BatteryDeviceKind::phone,
                                        state.isRefreshingPhone, connectionFailed, now, locale),
                "phone", "iPhone"},
@@ -152,6 +152,18 @@ std::string alt(const std::array<Device, 2>& all) {
     return charging ? "charging" : "normal";
 }
 
+// The card's colour for the lower reading, or for a doubtful one; empty when all is well.
+std::string colorFor(const std::array<Device, 2>& all) {
+    const auto low = lowest(all);
+    if (low && *low <= kCriticalLevel) {
+        return kCriticalColor;
+    }
+    if ((low && *low <= kWarningLevel) || anyDoubtful(all)) {
+        return kWarningColor;
+    }
+    return {};
+}
+
 std::string joined(const std::array<Device, 2>& all, bool withWords) {
     std::string line;
     for (const auto& device : all) {
@@ -234,20 +246,36 @@ BarOutput format(BarFormat format, const BarState& state, Date now, const UserLo
         };
         return {json.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace) + "\n", 0};
     }
-    case BarFormat::polybar:
-        return {joined(all, true) + "\n", 0};
-    case BarFormat::i3blocks: {
-        std::string color;
-        if (critical) {
-            color = kCriticalColor;
-        } else if ((low && *low <= kWarningLevel) || anyDoubtful(all)) {
-            color = kWarningColor;
-        }
-        return {joined(all, true) + "\n" + joined(all, false) + "\n" + color + "\n",
+    case BarFormat::polybar: {
+        const std::string color = colorFor(all);
+        const std::string line = joined(all, true);
+        return {(color.empty() ? line : "%{F" + color + "}" + line + "%{F-}") + "\n", 0};
+    }
+    case BarFormat::i3blocks:
+        return {joined(all, true) + "\n" + joined(all, false) + "\n" + colorFor(all) + "\n",
                 critical ? kI3blocksUrgentExitCode : 0};
     }
-    }
     return {};
+}
+
+std::string followLine(BarFormat format, const BarState& state, Date now,
+                       const UserLocale& locale) {
+    if (format != BarFormat::i3blocks) {
+        return BarLine::format(format, state, now, locale).text;
+    }
+    // A persistent block reads one JSON object per line ("format=json"); it cannot take an exit
+    // code, so "urgent" says what 33 says to a block run each time.
+    const auto all = devices(state, now, locale);
+    const auto low = lowest(all);
+    nlohmann::json json = {
+        {"full_text", joined(all, true)},
+        {"short_text", joined(all, false)},
+        {"urgent", low && *low <= kCriticalLevel},
+    };
+    if (const auto color = colorFor(all); !color.empty()) {
+        json["color"] = color;
+    }
+    return json.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace) + "\n";
 }
 
 std::optional<Date> nextAgeChange(const BarState& state, Date now) {

@@ -37,7 +37,7 @@ inline constexpr int kI3blocksUrgentExitCode = 33;
 inline constexpr const char* kCriticalColor = "#FF3B30";
 inline constexpr const char* kWarningColor = "#FF9500";
 
-// "Mac 54% · iPhone ~80%⚡": "~" marks a doubtful reading, "⚡" charging, "—" no reading and "…"
+// "Computer 54% · iPhone ~80%⚡": "~" marks a doubtful reading, "⚡" charging, "—" no reading and "…"
 // no reading yet while the phone is being checked.
 std::string text(const BarState& state, Date now, const UserLocale& locale);
 // "54% · ~80%", for bars that shorten blocks.
@@ -45,7 +45,13 @@ std::string shortText(const BarState& state, Date now, const UserLocale& locale)
 // One line per device: its title, percentage, power state and the card's status line.
 std::string tooltip(const BarState& state, Date now, const UserLocale& locale);
 
+// One update: waybar's JSON object; polybar's text, in the colour below when low or marked
+// (%{F#…}); i3blocks' three lines (full text, short text, colour).
 BarOutput format(BarFormat format, const BarState& state, Date now, const UserLocale& locale);
+// One line of "--follow": as format() for waybar and polybar; for i3blocks, whose persistent
+// blocks read one line per update, a JSON object with "full_text", "short_text", "urgent" and,
+// when low or marked, "color".
+std::string followLine(BarFormat format, const BarState& state, Date now, const UserLocale& locale);
 
 // Text made safe for Pango markup, which waybar applies to text and tooltip.
 std::string pangoEscaped(std::string_view text);

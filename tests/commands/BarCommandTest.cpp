@@ -105,7 +105,9 @@ TEST_F(BarCommandTest, StaleSavedReadingIsMarked) {
     ReadingCache::save(cacheFile(), phone(54, 601));
     const auto result = bar("polybar");
     ASSERT_EQ(result.exitCode, 0) << result.err;
-    EXPECT_NE(result.out.find("iPhone ~54%\n"), std::string::npos) << result.out;
+    // Marked, and in the card's orange.
+    EXPECT_TRUE(result.out.starts_with("%{F#FF9500}")) << result.out;
+    EXPECT_NE(result.out.find("iPhone ~54%%{F-}\n"), std::string::npos) << result.out;
 }
 
 TEST_F(BarCommandTest, AnswersAtOnceWhilePhoneToolsWouldHang) {
@@ -124,7 +126,7 @@ TEST_F(BarCommandTest, RunningWidgetStateWinsAndCriticalIsUrgentForI3blocks) {
     BarStateFile::save(stateFile(), widgetState(mac(18), phone(7, 10)));
     const auto blocks = bar("i3blocks");
     EXPECT_EQ(blocks.exitCode, 33) << blocks.err;
-    EXPECT_EQ(blocks.out, "Mac 18% \u00b7 iPhone 7%\n18% \u00b7 7%\n#FF3B30\n");
+    EXPECT_EQ(blocks.out, "Computer 18% \u00b7 iPhone 7%\n18% \u00b7 7%\n#FF3B30\n");
     const auto json = nlohmann::json::parse(bar("waybar").out);
     EXPECT_EQ(json.at("alt"), "critical");
     EXPECT_EQ(json.at("percentage"), 7);
@@ -150,28 +152,28 @@ TEST_F(BarCommandTest, UnknownFormatIsAUsageError) {
 TEST_F(BarCommandTest, FollowPrintsOnEveryChangeAndOnlyThen) {
     BarStateFile::save(stateFile(), widgetState(mac(50), phone(60, 10)));
     ChildProcess follower({executable.string(), "--bar", "polybar", "--follow"}, environment());
+    // A battery at 9 % is critical: polybar draws the line in the card's red.
+    const std::string kNineRed = "%{F#FF3B30}Computer 50% \u00b7 iPhone 9%%{F-}\n";
     const auto lines = [&follower] { return follower.standardOutput(); };
     ASSERT_TRUE(testing::eventually([&] { return !lines().empty(); }, std::chrono::seconds(10)))
         << follower.errorOutput();
-    EXPECT_EQ(lines(), "Mac 50% \u00b7 iPhone 60%\n");
+    EXPECT_EQ(lines(), "Computer 50% \u00b7 iPhone 60%\n");
 
     BarStateFile::save(stateFile(), widgetState(mac(50), phone(9, 0)));
     ASSERT_TRUE(testing::eventually(
-        [&] { return lines() == "Mac 50% \u00b7 iPhone 60%\nMac 50% \u00b7 iPhone 9%\n"; },
+        [&] { return lines() == "Computer 50% \u00b7 iPhone 60%\n" + kNineRed; },
         std::chrono::seconds(10)))
         << lines();
 
     // The same readings again change nothing on the bar.
     BarStateFile::save(stateFile(), widgetState(mac(50), phone(9, 0)));
     std::this_thread::sleep_for(std::chrono::milliseconds(500));
-    EXPECT_EQ(lines(), "Mac 50% \u00b7 iPhone 60%\nMac 50% \u00b7 iPhone 9%\n");
+    EXPECT_EQ(lines(), "Computer 50% \u00b7 iPhone 60%\n" + kNineRed);
 
     // The widget goes away: the bar falls back to the saved reading (none here).
     std::filesystem::remove(stateFile());
     ASSERT_TRUE(testing::eventually(
-        [&] {
-            return lines().ends_with("Mac 50% \u00b7 iPhone 9%\nMac \u2014 \u00b7 iPhone \u2014\n");
-        },
+        [&] { return lines().ends_with(kNineRed + "Computer \u2014 \u00b7 iPhone \u2014\n"); },
         std::chrono::seconds(10)))
         << lines();
     EXPECT_TRUE(follower.isRunning());

@@ -56,7 +56,7 @@ TEST_F(BarLineTest, FormatNamesAreExact) {
 
 TEST_F(BarLineTest, NoReadingAtAll) {
     const auto json = waybar(state(std::nullopt, std::nullopt, PhoneSetupState::checking));
-    EXPECT_EQ(json.at("text"), "Mac \u2014 \u00b7 iPhone \u2014");
+    EXPECT_EQ(json.at("text"), "Computer \u2014 \u00b7 iPhone \u2014");
     EXPECT_EQ(json.at("tooltip"),
               "This Mac \u00b7 Battery unavailable\niPhone \u00b7 Connect your iPhone");
     EXPECT_EQ(classes(json), (std::vector<std::string>{"computer-unavailable", "phone-unavailable",
@@ -69,7 +69,7 @@ TEST_F(BarLineTest, NoReadingAtAll) {
 TEST_F(BarLineTest, PhoneBeingCheckedWithoutReadingShowsEllipsis) {
     auto bar = state(mac(80), std::nullopt, PhoneSetupState::checking);
     bar.isRefreshingPhone = true;
-    EXPECT_EQ(BarLine::text(bar, kNow, m_english), "Mac 80% \u00b7 iPhone \u2026");
+    EXPECT_EQ(BarLine::text(bar, kNow, m_english), "Computer 80% \u00b7 iPhone \u2026");
     EXPECT_EQ(BarLine::tooltip(bar, kNow, m_english),
               "MacBook Pro 80% \u00b7 On battery \u00b7 Updated \u00b7 9:41\u202fAM\n"
               "iPhone \u00b7 Checking\u2026");
@@ -77,7 +77,7 @@ TEST_F(BarLineTest, PhoneBeingCheckedWithoutReadingShowsEllipsis) {
 
 TEST_F(BarLineTest, BothFreshAndDischarging) {
     const auto json = waybar(state(mac(80), phone(54)));
-    EXPECT_EQ(json.at("text"), "Mac 80% \u00b7 iPhone 54%");
+    EXPECT_EQ(json.at("text"), "Computer 80% \u00b7 iPhone 54%");
     EXPECT_EQ(classes(json),
               (std::vector<std::string>{"computer-discharging", "phone-discharging"}));
     EXPECT_EQ(json.at("percentage"), 54);
@@ -89,7 +89,7 @@ TEST_F(BarLineTest, StalePhoneIsMarkedAndOrange) {
     const auto old = kNow.addingSeconds(-601);
     const auto bar = state(mac(80), phone(54, false, false, old), PhoneSetupState::ready);
     const auto json = waybar(bar);
-    EXPECT_EQ(json.at("text"), "Mac 80% \u00b7 iPhone ~54%");
+    EXPECT_EQ(json.at("text"), "Computer 80% \u00b7 iPhone ~54%");
     EXPECT_EQ(classes(json), (std::vector<std::string>{"computer-discharging", "phone-discharging",
                                                        "phone-stale", "stale"}));
     EXPECT_EQ(json.at("alt"), "stale");
@@ -97,24 +97,24 @@ TEST_F(BarLineTest, StalePhoneIsMarkedAndOrange) {
                                                          "\u00b7 Last known \u00b7 "),
               std::string::npos);
     const auto blocks = BarLine::format(BarFormat::i3blocks, bar, kNow, m_english);
-    EXPECT_EQ(blocks.text, "Mac 80% \u00b7 iPhone ~54%\n80% \u00b7 ~54%\n#FF9500\n");
+    EXPECT_EQ(blocks.text, "Computer 80% \u00b7 iPhone ~54%\n80% \u00b7 ~54%\n#FF9500\n");
     EXPECT_EQ(blocks.exitCode, 0);
 
     // 600 s old is not stale yet.
     EXPECT_EQ(BarLine::text(state(mac(80), phone(54, false, false, kNow.addingSeconds(-600))), kNow,
                             m_english),
-              "Mac 80% \u00b7 iPhone 54%");
+              "Computer 80% \u00b7 iPhone 54%");
 }
 
 TEST_F(BarLineTest, UnreachedPhoneIsDoubtfulEvenWhenRecent) {
     const auto json = waybar(state(mac(80), phone(54), PhoneSetupState::notFound));
-    EXPECT_EQ(json.at("text"), "Mac 80% \u00b7 iPhone ~54%");
+    EXPECT_EQ(json.at("text"), "Computer 80% \u00b7 iPhone ~54%");
     EXPECT_EQ(json.at("alt"), "stale");
 }
 
 TEST_F(BarLineTest, ChargingAndPlugged) {
     const auto json = waybar(state(mac(100, false, true), phone(64, true, true)));
-    EXPECT_EQ(json.at("text"), "Mac 100% \u00b7 iPhone 64%\u26a1");
+    EXPECT_EQ(json.at("text"), "Computer 100% \u00b7 iPhone 64%\u26a1");
     EXPECT_EQ(classes(json),
               (std::vector<std::string>{"computer-plugged", "phone-charging", "plugged"}));
     EXPECT_EQ(json.at("alt"), "charging");
@@ -123,7 +123,7 @@ TEST_F(BarLineTest, ChargingAndPlugged) {
               "Work iPhone 64% \u00b7 Charging \u00b7 Updated \u00b7 9:41\u202fAM");
     // Charging without external power gets no bolt, as on the card.
     EXPECT_EQ(BarLine::text(state(mac(50, true, false), std::nullopt), kNow, m_english),
-              "Mac 50% \u00b7 iPhone \u2014");
+              "Computer 50% \u00b7 iPhone \u2014");
 }
 
 TEST_F(BarLineTest, BothFullAndPlugged) {
@@ -150,25 +150,67 @@ TEST_F(BarLineTest, LowLevelsFollowTheLowerOfTheTwo) {
 TEST_F(BarLineTest, BothLow) {
     const auto bar = state(mac(18), phone(7));
     const auto json = waybar(bar);
-    EXPECT_EQ(json.at("text"), "Mac 18% \u00b7 iPhone 7%");
+    EXPECT_EQ(json.at("text"), "Computer 18% \u00b7 iPhone 7%");
     EXPECT_EQ(classes(json),
               (std::vector<std::string>{"computer-discharging", "phone-discharging", "critical"}));
     EXPECT_EQ(json.at("percentage"), 7);
 
     const auto blocks = BarLine::format(BarFormat::i3blocks, bar, kNow, m_english);
-    EXPECT_EQ(blocks.text, "Mac 18% \u00b7 iPhone 7%\n18% \u00b7 7%\n#FF3B30\n");
+    EXPECT_EQ(blocks.text, "Computer 18% \u00b7 iPhone 7%\n18% \u00b7 7%\n#FF3B30\n");
     EXPECT_EQ(blocks.exitCode, 33);
 
     const auto poly = BarLine::format(BarFormat::polybar, bar, kNow, m_english);
-    EXPECT_EQ(poly.text, "Mac 18% \u00b7 iPhone 7%\n");
+    EXPECT_EQ(poly.text, "%{F#FF3B30}Computer 18% \u00b7 iPhone 7%%{F-}\n");
     EXPECT_EQ(poly.exitCode, 0);
 
     const auto warningBlocks =
         BarLine::format(BarFormat::i3blocks, state(mac(18), phone(70)), kNow, m_english);
-    EXPECT_EQ(warningBlocks.text, "Mac 18% \u00b7 iPhone 70%\n18% \u00b7 70%\n#FF9500\n");
+    EXPECT_EQ(warningBlocks.text, "Computer 18% \u00b7 iPhone 70%\n18% \u00b7 70%\n#FF9500\n");
     EXPECT_EQ(warningBlocks.exitCode, 0);
     EXPECT_EQ(BarLine::format(BarFormat::i3blocks, state(mac(50), phone(70)), kNow, m_english).text,
-              "Mac 50% \u00b7 iPhone 70%\n50% \u00b7 70%\n\n");
+              "Computer 50% \u00b7 iPhone 70%\n50% \u00b7 70%\n\n");
+}
+
+TEST_F(BarLineTest, PolybarTakesTheCardsColoursWhenLowOrMarked) {
+    EXPECT_EQ(BarLine::format(BarFormat::polybar, state(mac(50), phone(70)), kNow, m_english).text,
+              "Computer 50% \u00b7 iPhone 70%\n");
+    EXPECT_EQ(BarLine::format(BarFormat::polybar, state(mac(20), phone(70)), kNow, m_english).text,
+              "%{F#FF9500}Computer 20% \u00b7 iPhone 70%%{F-}\n");
+    EXPECT_EQ(BarLine::format(BarFormat::polybar, state(mac(50), phone(10)), kNow, m_english).text,
+              "%{F#FF3B30}Computer 50% \u00b7 iPhone 10%%{F-}\n");
+    // With nothing to show there is nothing to colour.
+    EXPECT_EQ(
+        BarLine::format(BarFormat::polybar, state(std::nullopt, std::nullopt), kNow, m_english)
+            .text,
+        "Computer \u2014 \u00b7 iPhone \u2014\n");
+}
+
+TEST_F(BarLineTest, FollowingI3blocksGetsOneJsonObjectPerLineWithItsColour) {
+    const auto line =
+        BarLine::followLine(BarFormat::i3blocks, state(mac(18), phone(7)), kNow, m_english);
+    ASSERT_TRUE(line.ends_with("\n"));
+    EXPECT_EQ(line.find('\n'), line.size() - 1);
+    const auto critical = nlohmann::json::parse(line);
+    EXPECT_EQ(critical.at("full_text"), "Computer 18% \u00b7 iPhone 7%");
+    EXPECT_EQ(critical.at("short_text"), "18% \u00b7 7%");
+    EXPECT_EQ(critical.at("color"), "#FF3B30");
+    EXPECT_EQ(critical.at("urgent"), true);
+
+    const auto warning = nlohmann::json::parse(
+        BarLine::followLine(BarFormat::i3blocks, state(mac(18), phone(70)), kNow, m_english));
+    EXPECT_EQ(warning.at("color"), "#FF9500");
+    EXPECT_EQ(warning.at("urgent"), false);
+
+    const auto fine = nlohmann::json::parse(
+        BarLine::followLine(BarFormat::i3blocks, state(mac(50), phone(70)), kNow, m_english));
+    EXPECT_FALSE(fine.contains("color"));
+    EXPECT_EQ(fine.at("urgent"), false);
+
+    // The other bars follow with the very lines they get one at a time.
+    for (const auto format : {BarFormat::waybar, BarFormat::polybar}) {
+        EXPECT_EQ(BarLine::followLine(format, state(mac(18), phone(7)), kNow, m_english),
+                  BarLine::format(format, state(mac(18), phone(7)), kNow, m_english).text);
+    }
 }
 
 TEST_F(BarLineTest, PercentageIsClampedForWaybar) {
@@ -184,7 +226,7 @@ TEST_F(BarLineTest, MarkupInNamesIsEscapedForWaybar) {
     EXPECT_EQ(tooltip.substr(tooltip.find('\n') + 1, 48),
               "Tom &amp; &lt;Jerry&gt;&apos;s &quot;X&quot; 54%");
     EXPECT_EQ(BarLine::pangoEscaped("a&b<c>d'e\"f"), "a&amp;b&lt;c&gt;d&apos;e&quot;f");
-    EXPECT_EQ(BarLine::pangoEscaped("Mac 80% \u00b7 iPhone"), "Mac 80% \u00b7 iPhone");
+    EXPECT_EQ(BarLine::pangoEscaped("Computer 80% \u00b7 iPhone"), "Computer 80% \u00b7 iPhone");
 }
 
 TEST_F(BarLineTest, NextAgeChangeIsTheFirstReadingToTurnStale) {
