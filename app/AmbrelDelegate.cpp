@@ -135,8 +135,10 @@ void AmbrelDelegate::applicationDidFinishLaunching() {
     m_statusMenu->setDark(appearance.look() == Look::dark);
     connect(&appearance, &Appearance::lookChanged, this,
             [this](Look look) { m_statusMenu->setDark(look == Look::dark); });
-    m_lowBatteryAlerts =
-        std::make_unique<LowBatteryAlertsController>(*m_monitor, *m_scheduler, m_displayName);
+    // The desktop file is named after the bundle's identifier ("com.quenby.Tovrin.desktop").
+    m_lowBatteryAlerts = std::make_unique<LowBatteryAlertsController>(
+        *m_monitor, *m_scheduler, m_displayName,
+        QString::fromStdString(m_bundle->infoString("CFBundleIdentifier").value_or("")));
     m_statusMenu->setLowBatteryAlerts(m_lowBatteryAlerts->isEnabled(), [this](bool enabled) {
         m_lowBatteryAlerts->setEnabled(enabled);
     });

@@ -5,8 +5,9 @@ namespace ambrel {
 LowBatteryAlertsController::LowBatteryAlertsController(BatteryMonitor& monitor,
                                                        MainScheduler& scheduler,
                                                        const QString& applicationName,
+                                                       const QString& desktopEntry,
                                                        QDBusConnection bus)
-    : m_monitor(monitor), m_notifications(std::move(bus), applicationName),
+    : m_monitor(monitor), m_notifications(std::move(bus), applicationName, desktopEntry),
       m_alerts(monitor.clock(), scheduler, m_notifications) {
     m_alerts.setEnabled(m_settings.value(QLatin1String(kSettingsKey), true).toBool());
     m_notifications.setHandlers(

@@ -23,7 +23,7 @@ public:
     static constexpr const char* kSettingsKey = "LowBatteryAlerts";
 
     LowBatteryAlertsController(BatteryMonitor& monitor, MainScheduler& scheduler,
-                               const QString& applicationName,
+                               const QString& applicationName, const QString& desktopEntry,
                                QDBusConnection bus = QDBusConnection::sessionBus());
     ~LowBatteryAlertsController();
     LowBatteryAlertsController(const LowBatteryAlertsController&) = delete;

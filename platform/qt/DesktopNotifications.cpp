@@ -21,8 +21,9 @@ constexpr uchar kCriticalUrgency = 2;
 } // namespace
 
 DesktopNotifications::DesktopNotifications(QDBusConnection bus, QString applicationName,
-                                           QObject* parent)
-    : QObject(parent), m_bus(std::move(bus)), m_applicationName(std::move(applicationName)) {
+                                           QString desktopEntry, QObject* parent)
+    : QObject(parent), m_bus(std::move(bus)), m_applicationName(std::move(applicationName)),
+      m_desktopEntry(std::move(desktopEntry)) {
     if (!m_bus.isConnected()) {
         return;
     }
@@ -84,6 +85,9 @@ void DesktopNotifications::notify(BatteryDeviceKind device, const LowBatteryNoti
     hints.insert(QStringLiteral("urgency"),
                  QVariant::fromValue<uchar>(critical ? kCriticalUrgency : kNormalUrgency));
     hints.insert(QStringLiteral("category"), QStringLiteral("device"));
+    if (!m_desktopEntry.isEmpty()) {
+        hints.insert(QStringLiteral("desktop-entry"), m_desktopEntry);
+    }
     QDBusMessage call =
         QDBusMessage::createMethodCall(kNotificationsService, kNotificationsPath,
                                        kNotificationsInterface, QStringLiteral("Notify"));

@@ -30,7 +30,10 @@ public:
 
     static constexpr const char* kSnoozeActionKey = "snooze";
 
-    DesktopNotifications(QDBusConnection bus, QString applicationName, QObject* parent = nullptr);
+    // `desktopEntry`: the program's desktop file without ".desktop", so that desktops group
+    // its notifications and show its icon; empty for none.
+    DesktopNotifications(QDBusConnection bus, QString applicationName, QString desktopEntry = {},
+                         QObject* parent = nullptr);
     ~DesktopNotifications() override;
 
     void setHandlers(Handlers handlers) { m_handlers = std::move(handlers); }
@@ -60,6 +63,7 @@ private:
 
     QDBusConnection m_bus;
     QString m_applicationName;
+    QString m_desktopEntry;
     Handlers m_handlers;
     std::array<Entry, 2> m_entries;
 };

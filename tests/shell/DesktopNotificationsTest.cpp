@@ -46,6 +46,8 @@ public:
         int urgency;
         QString summary;
         QStringList actions;
+        QVariantMap hints;
+        QString icon;
     };
     std::vector<Notified> notified;
 
@@ -59,7 +61,7 @@ public Q_SLOTS:
                 const QVariantMap& hints, int expireTimeout) {
         const uint id = replacesId != 0 ? replacesId : ++m_lastId;
         const int urgency = hints.value(QStringLiteral("urgency")).toInt();
-        notified.push_back({replacesId, id, urgency, summary, actions});
+        notified.push_back({replacesId, id, urgency, summary, actions, hints, appIcon});
         calls.push_back(
             QStringLiteral("Notify(app=\"%1\", replaces_id=%2, icon=\"%3\", summary=\"%4\", "
                            "body=\"%5\", actions=[%6], urgency=%7, timeout=%8) -> %9")
@@ -146,7 +148,8 @@ protected:
             QDBusConnection::ExportAllSlots | QDBusConnection::ExportAllSignals));
         ASSERT_TRUE(serverBus.registerService(QStringLiteral("org.freedesktop.Notifications")));
         m_notifications = std::make_unique<DesktopNotifications>(
-            QDBusConnection::connectToBus(m_bus.address(), m_clientName), QStringLiteral("Tovrin"));
+            QDBusConnection::connectToBus(m_bus.address(), m_clientName), QStringLiteral("Tovrin"),
+            QStringLiteral("com.quenby.Tovrin"));
         m_alerts = std::make_unique<LowBatteryAlerts>(m_scheduler, m_scheduler, *m_notifications);
         m_notifications->setHandlers(
             {[this](BatteryDeviceKind device) { m_alerts->snooze(device); },
@@ -230,6 +233,15 @@ TEST_F(DesktopNotificationsTest, OneAlertPerCrossingTurnedCriticalInPlace) {
     EXPECT_EQ(critical.summary, QStringLiteral("iPhone battery very low"));
     EXPECT_EQ(m_server.notified[2].summary, QStringLiteral("This computer battery low"));
     EXPECT_EQ(m_server.notified[2].replacesId, 0U) << "each device has its own alert";
+    // Desktops group them under the program and show its icon; each has a battery icon too.
+    for (const auto& notified : m_server.notified) {
+        EXPECT_EQ(notified.hints.value(QStringLiteral("desktop-entry")).toString(),
+                  QStringLiteral("com.quenby.Tovrin"));
+        EXPECT_EQ(notified.hints.value(QStringLiteral("category")).toString(),
+                  QStringLiteral("device"));
+    }
+    EXPECT_EQ(warning.icon, QStringLiteral("battery-low"));
+    EXPECT_EQ(critical.icon, QStringLiteral("battery-caution"));
 }
 
 TEST_F(DesktopNotificationsTest, NoneFromStaleOrUnconfirmedReadings) {
@@ -327,7 +339,7 @@ TEST_F(DesktopNotificationsTest, ControllerAlertsOnlyFromAPhoneReadThatSucceeded
     ASSERT_TRUE(monitor->phone());
     const QString name = QStringLiteral("controller-%1").arg(s_connections);
     auto controller = std::make_unique<LowBatteryAlertsController>(
-        *monitor, *harness.scheduler, QStringLiteral("Tovrin"),
+        *monitor, *harness.scheduler, QStringLiteral("Tovrin"), QStringLiteral("com.quenby.Tovrin"),
         QDBusConnection::connectToBus(m_bus.address(), name));
     EXPECT_TRUE(controller->isEnabled()) << "on by default";
 
@@ -356,7 +368,7 @@ TEST_F(DesktopNotificationsTest, ControllerAlertsOnlyFromAPhoneReadThatSucceeded
                      .value(QStringLiteral("LowBatteryAlerts"), true)
                      .toBool());
     const LowBatteryAlertsController again(*monitor, *harness.scheduler, QStringLiteral("Tovrin"),
-                                           QDBusConnection(QStringLiteral("none")));
+                                           QString(), QDBusConnection(QStringLiteral("none")));
     EXPECT_FALSE(again.isEnabled());
 }
 
