@@ -3,8 +3,11 @@
 #include <chrono>
 #include <cstdio>
 
+#include <QAction>
 #include <QCoreApplication>
+#include <QDBusConnection>
 #include <QGuiApplication>
+#include <QMenu>
 #include <QPointer>
 #include <QScreen>
 #include <QTimer>
@@ -24,6 +27,7 @@
 #include "platform/linux/ThreadWorker.h"
 #include "platform/qt/ColorSchemeWatcher.h"
 #include "platform/qt/DeadlineTimer.h"
+#include "platform/qt/DesktopNotifications.h"
 #include "platform/qt/QtMainScheduler.h"
 #include "platform/qt/ScreenLockObserver.h"
 #include "platform/qt/WakeObserver.h"
@@ -136,15 +140,21 @@ void AmbrelDelegate::applicationDidFinishLaunching() {
     connect(&appearance, &Appearance::lookChanged, this,
             [this](Look look) { m_statusMenu->setDark(look == Look::dark); });
     // The desktop file is named after the bundle's identifier ("com.quenby.Tovrin.desktop").
-    m_lowBatteryAlerts = std::make_unique<LowBatteryAlertsController>(
-        *m_monitor, *m_scheduler, m_displayName,
-        QString::fromStdString(m_bundle->infoString("CFBundleIdentifier").value_or("")));
+    const QString desktopEntry =
+        QString::fromStdString(m_bundle->infoString("CFBundleIdentifier").value_or(""));
+    m_lowBatteryAlerts = std::make_unique<LowBatteryAlertsController>(*m_monitor, *m_scheduler,
+                                                                      m_displayName, desktopEntry);
+    m_notes = std::make_unique<DesktopNotifications>(QDBusConnection::sessionBus(), m_displayName,
+                                                     desktopEntry);
     m_statusMenu->setLowBatteryAlerts(m_lowBatteryAlerts->isEnabled(), [this](bool enabled) {
         m_lowBatteryAlerts->setEnabled(enabled);
     });
     m_barState = std::make_unique<BarStatePublisher>(*m_monitor, *m_scheduler,
                                                      BarStateFile::location(*m_environment));
-    m_statusMenu->showTrayItem();
+    if (auto* card = qobject_cast<AmbrelView*>(m_panel->content())) {
+        m_cardSettings = m_statusMenu->addSettingsTo(*card->optionsMenu());
+    }
+    m_statusMenu->showTrayItem([this](bool present) { trayHostChanged(present); });
 
     startHistory();
     m_monitor->start();
@@ -189,8 +199,8 @@ void AmbrelDelegate::configurePanel() {
     auto* card = new AmbrelView(
         m_style, *m_monitor, m_locale,
         [self] {
-            if (self != nullptr && self->m_panel) {
-                self->m_panel->hide();
+            if (self != nullptr) {
+                self->hidePanel();
             }
         },
         [] { QCoreApplication::quit(); }, m_openConnectionWindow);
@@ -366,6 +376,26 @@ void AmbrelDelegate::showHistory(HistoryWindowData data) {
     m_historyWindow->show();
     m_historyWindow->raise();
     m_historyWindow->activateWindow();
+}
+
+void AmbrelDelegate::hidePanel() {
+    if (!m_panel) {
+        return;
+    }
+    m_panel->hide();
+    if (!m_hasTrayHost && m_notes) {
+        const auto name = m_displayName.toStdString();
+        m_notes->showNote(QString::fromStdString(ShellTexts::hiddenNoteSummary(name)),
+                          QString::fromStdString(ShellTexts::hiddenNoteBody(name)));
+    }
+}
+
+void AmbrelDelegate::trayHostChanged(bool present) {
+    m_hasTrayHost = present;
+    // With a tray its menu holds the settings and the card's menu is as always.
+    for (QAction* action : std::as_const(m_cardSettings)) {
+        action->setVisible(!present);
+    }
 }
 
 void AmbrelDelegate::savePanelFrame() {

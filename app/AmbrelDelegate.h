@@ -19,6 +19,7 @@
 #include "views/Appearance.h"
 #include "views/ViewStyle.h"
 
+class QAction;
 class QScreen;
 class QWidget;
 
@@ -28,6 +29,7 @@ class BarStatePublisher;
 class BatteryMonitor;
 class Bundle;
 class ColorSchemeWatcher;
+class DesktopNotifications;
 class DeadlineTimer;
 class DesktopPanel;
 class LoginItemService;
@@ -100,6 +102,8 @@ private:
     void watchScreens();
     void watchScreen(QScreen* screen);
     void savePanelFrame();
+    void hidePanel();
+    void trayHostChanged(bool present);
     void startHistory();
     void openHistory();
     void showHistory(HistoryWindowData data);
@@ -137,6 +141,11 @@ private:
     std::unique_ptr<ScreenLockObserver> m_screenLockObserver;
     std::unique_ptr<BarStatePublisher> m_barState;
     std::unique_ptr<LowBatteryAlertsController> m_lowBatteryAlerts;
+    // Tells how to bring a hidden card back on a desktop without a tray.
+    std::unique_ptr<DesktopNotifications> m_notes;
+    // The tray menu's settings, also at the end of the card's menu while there is no tray.
+    QList<QAction*> m_cardSettings;
+    bool m_hasTrayHost = false;
     std::unique_ptr<ColorSchemeWatcher> m_colorSchemeWatcher;
     std::unique_ptr<DeadlineTimer> m_captureTimer;
     std::unique_ptr<DeadlineTimer> m_frameSaveTimer;

@@ -22,6 +22,14 @@ std::string quitTitle(const std::string& name) {
     return "Quit " + name;
 }
 
+std::string hiddenNoteSummary(const std::string& name) {
+    return name + " is hidden";
+}
+
+std::string hiddenNoteBody(const std::string& name) {
+    return "To show the card again, start " + name + " from the applications menu.";
+}
+
 std::string toolTip(const std::string& name) {
     return name + " \u2014 Mac and iPhone batteries";
 }

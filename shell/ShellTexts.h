@@ -26,5 +26,9 @@ std::string quitTitle(const std::string& name);
 std::string toolTip(const std::string& name);
 // The About box's text with the name where the widget's heading is meant.
 std::string aboutText(const std::string& name);
+// The notification after "Hide widget" on a desktop without a tray, where no menu can bring
+// the card back: what to do instead.
+std::string hiddenNoteSummary(const std::string& name);
+std::string hiddenNoteBody(const std::string& name);
 
 } // namespace ambrel::ShellTexts

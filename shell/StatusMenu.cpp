@@ -2,6 +2,8 @@
 
 #include <QAction>
 #include <QCursor>
+#include <QKeyEvent>
+#include <QKeySequence>
 #include <QMessageBox>
 #include <QPushButton>
 
@@ -54,8 +56,9 @@ StatusMenu::StatusMenu(const QString& displayName, LoginItemService& loginItems,
     QAction* show = m_menu.addAction(menuTitle(ShellTexts::showTitle(name)));
     connect(show, &QAction::triggered, this, [this] { m_actions.showPanel(); });
 
-    QAction* refresh = m_menu.addAction(QString::fromUtf8(ShellTexts::kRefreshTitle));
-    connect(refresh, &QAction::triggered, this, [this] { m_actions.refresh(); });
+    m_refreshAction = m_menu.addAction(QString::fromUtf8(ShellTexts::kRefreshTitle));
+    m_refreshAction->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_R));
+    connect(m_refreshAction, &QAction::triggered, this, [this] { m_actions.refresh(); });
     if (m_actions.openHistory) {
         QAction* history = m_menu.addAction(QString::fromUtf8(HistoryTexts::kMenuItem));
         history->setObjectName(QStringLiteral("historyAction"));
@@ -79,10 +82,31 @@ StatusMenu::StatusMenu(const QString& displayName, LoginItemService& loginItems,
     QAction* about = m_menu.addAction(menuTitle(ShellTexts::aboutTitle(name)));
     connect(about, &QAction::triggered, this, [this] { showAbout(); });
 
-    QAction* quit = m_menu.addAction(menuTitle(ShellTexts::quitTitle(name)));
-    connect(quit, &QAction::triggered, this, [this] { m_actions.quit(); });
+    m_quitAction = m_menu.addAction(menuTitle(ShellTexts::quitTitle(name)));
+    m_quitAction->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_Q));
+    connect(m_quitAction, &QAction::triggered, this, [this] { m_actions.quit(); });
 
+    m_menu.setAccessibleName(displayName);
+    m_menu.installEventFilter(this);
     connect(&m_menu, &QMenu::aboutToShow, this, [this] { updateLoginItem(); });
+}
+
+bool StatusMenu::eventFilter(QObject* watched, QEvent* event) {
+    // An open menu has the keyboard, and a context menu's shortcuts belong to no window, so
+    // the two keys are taken here.
+    if (watched != &m_menu || event->type() != QEvent::KeyPress) {
+        return false;
+    }
+    const auto* press = static_cast<QKeyEvent*>(event);
+    const QKeySequence pressed(press->keyCombination());
+    for (QAction* action : {m_refreshAction, m_quitAction}) {
+        if (action->isEnabled() && action->shortcut() == pressed) {
+            m_menu.close();
+            action->trigger();
+            return true;
+        }
+    }
+    return false;
 }
 
 StatusMenu::~StatusMenu() {
@@ -116,9 +140,45 @@ void StatusMenu::setDark(bool dark) {
     m_dark = dark;
 }
 
-void StatusMenu::showTrayItem() {
+void StatusMenu::showTrayItem(std::function<void(bool present)> hostChanged) {
     m_hostWatcher = std::make_unique<TrayHostWatcher>();
-    m_hostWatcher->whenHostPresent([this] { tray().show(); });
+    m_hostWatcher->watchHost([this, hostChanged = std::move(hostChanged)](bool present) {
+        if (present) {
+            tray().show();
+        }
+        if (hostChanged) {
+            hostChanged(present);
+        }
+    });
+}
+
+QList<QAction*> StatusMenu::addSettingsTo(QMenu& menu) {
+    const auto name = m_displayName.toStdString();
+    QList<QAction*> added;
+    added << menu.addSeparator();
+    m_otherLoginAction = menu.addAction(QString::fromUtf8(ShellTexts::kStartAtLoginTitle));
+    m_otherLoginAction->setObjectName(QStringLiteral("startAtLoginAction"));
+    m_otherLoginAction->setCheckable(true);
+    connect(m_otherLoginAction, &QAction::triggered, this, [this] { toggleLogin(); });
+    added << m_otherLoginAction;
+
+    m_otherAlertsAction = menu.addAction(QString::fromUtf8(ShellTexts::kLowBatteryAlertsTitle));
+    m_otherAlertsAction->setObjectName(QStringLiteral("lowBatteryAlertsAction"));
+    m_otherAlertsAction->setCheckable(true);
+    m_otherAlertsAction->setChecked(m_alertsAction->isChecked());
+    // Either mark moves the other; the change itself is made once, by the tray menu's entry.
+    connect(m_otherAlertsAction, &QAction::triggered, m_alertsAction, &QAction::trigger);
+    connect(m_alertsAction, &QAction::toggled, m_otherAlertsAction, &QAction::setChecked);
+    added << m_otherAlertsAction;
+
+    QAction* about = menu.addAction(menuTitle(ShellTexts::aboutTitle(name)));
+    about->setObjectName(QStringLiteral("aboutAction"));
+    connect(about, &QAction::triggered, this, [this] { showAbout(); });
+    added << about;
+
+    connect(&menu, &QMenu::aboutToShow, this, [this] { updateLoginItem(); });
+    updateLoginItem();
+    return added;
 }
 
 void StatusMenu::setLowBatteryAlerts(bool enabled, std::function<void(bool)> changed) {
@@ -128,10 +188,15 @@ void StatusMenu::setLowBatteryAlerts(bool enabled, std::function<void(bool)> cha
 
 void StatusMenu::updateLoginItem() {
     const auto status = m_loginItems.status();
-    m_loginAction->setChecked(status == LoginItemStatus::enabled);
-    m_loginAction->setText(QString::fromUtf8(status == LoginItemStatus::requiresApproval
-                                                 ? ShellTexts::kStartAtLoginNeedsApprovalTitle
-                                                 : ShellTexts::kStartAtLoginTitle));
+    for (QAction* action : {m_loginAction, m_otherLoginAction.data()}) {
+        if (action == nullptr) {
+            continue;
+        }
+        action->setChecked(status == LoginItemStatus::enabled);
+        action->setText(QString::fromUtf8(status == LoginItemStatus::requiresApproval
+                                              ? ShellTexts::kStartAtLoginNeedsApprovalTitle
+                                              : ShellTexts::kStartAtLoginTitle));
+    }
 }
 
 void StatusMenu::toggleLogin() {

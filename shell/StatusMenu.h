@@ -5,6 +5,7 @@
 
 #include <QMenu>
 #include <QObject>
+#include <QPointer>
 #include <QString>
 #include <QSystemTrayIcon>
 
@@ -18,8 +19,9 @@ class TrayHostWatcher;
 
 // The tray item and its menu: show the widget, refresh both batteries, start at login, About,
 // quit. "Start at Login" is re-read from the login-item service every time the menu opens.
-// Works without a tray host: the item is then made when a host shows up. The items claim no
-// keyboard shortcuts: the tray host draws the menu and keeps the keys. Main thread only.
+// Works without a tray host: the item is then made when a host shows up. "Refresh Batteries"
+// and "Quit" take Ctrl+R and Ctrl+Q, shown beside them (tray hosts get them with the menu) and
+// working while the menu is open. Main thread only.
 class StatusMenu final : public QObject {
 public:
     // Shows a modal alert with `message`, `informative` text and one "OK" button.
@@ -43,8 +45,14 @@ public:
 
     // Redraws the tray mark for the look in force.
     void setDark(bool dark);
-    // Shows the tray item now when the desktop has a tray host, else once one shows up.
-    void showTrayItem();
+    // Shows the tray item now when the desktop has a tray host, else once one shows up;
+    // `hostChanged` hears whether there is one, at once and whenever that changes.
+    void showTrayItem(std::function<void(bool present)> hostChanged = {});
+
+    // Puts "Start at Login", "Low Battery Alerts" and "About" at the end of `menu`, after a
+    // separator, for a desktop without a tray; they work as the tray menu's own, and their marks
+    // follow each other. Returns the separator and the three, for the caller to show or hide.
+    QList<QAction*> addSettingsTo(QMenu& menu);
     bool hasTrayItem() const { return m_tray != nullptr; }
 
     // "Low Battery Alerts" shows `enabled` and calls `changed` when the user flips it.
@@ -60,6 +68,9 @@ public:
     // The tray item, made if it is not there yet (without showing it).
     QSystemTrayIcon& tray();
 
+protected:
+    bool eventFilter(QObject* watched, QEvent* event) override;
+
 private:
     void presentAlert(const QString& message, const QString& informative);
 
@@ -67,8 +78,13 @@ private:
     LoginItemService& m_loginItems;
     Actions m_actions;
     QMenu m_menu;
+    QAction* m_refreshAction = nullptr;
+    QAction* m_quitAction = nullptr;
     QAction* m_loginAction = nullptr;
     QAction* m_alertsAction = nullptr;
+    // The same two in another menu (see addSettingsTo); none until then.
+    QPointer<QAction> m_otherLoginAction;
+    QPointer<QAction> m_otherAlertsAction;
     std::function<void(bool)> m_alertsChanged;
     bool m_dark = false;
     // Made only once a tray host is there: see TrayHostWatcher.

@@ -78,6 +78,32 @@ void DesktopNotifications::close(BatteryDeviceKind device) {
     }
 }
 
+void DesktopNotifications::showNote(const QString& summary, const QString& body) {
+    if (!m_bus.isConnected()) {
+        return;
+    }
+    QVariantMap hints;
+    hints.insert(QStringLiteral("urgency"), QVariant::fromValue<uchar>(kNormalUrgency));
+    if (!m_desktopEntry.isEmpty()) {
+        hints.insert(QStringLiteral("desktop-entry"), m_desktopEntry);
+    }
+    QDBusMessage call =
+        QDBusMessage::createMethodCall(kNotificationsService, kNotificationsPath,
+                                       kNotificationsInterface, QStringLiteral("Notify"));
+    // The desktop entry's name is also the program's icon in the theme.
+    call << m_applicationName << m_noteId << m_desktopEntry << summary << body << QStringList()
+         << hints << -1;
+    auto* watcher = new QDBusPendingCallWatcher(m_bus.asyncCall(call), this);
+    connect(watcher, &QDBusPendingCallWatcher::finished, this,
+            [this](QDBusPendingCallWatcher* finished) {
+                const QDBusPendingReply<uint> reply = *finished;
+                if (!reply.isError()) {
+                    m_noteId = reply.value();
+                }
+                finished->deleteLater();
+            });
+}
+
 void DesktopNotifications::notify(BatteryDeviceKind device, const LowBatteryNotice& notice) {
     auto& current = entry(device);
     const bool critical = notice.level == LowBatteryLevel::critical;
@@ -141,6 +167,10 @@ void DesktopNotifications::actionInvoked(uint id, const QString& actionKey) {
 }
 
 void DesktopNotifications::notificationClosed(uint id, uint /*reason*/) {
+    if (id != 0 && id == m_noteId) {
+        m_noteId = 0;
+        return;
+    }
     const auto device = deviceOf(id);
     if (!device) {
         return;

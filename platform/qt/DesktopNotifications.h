@@ -41,6 +41,10 @@ public:
     void show(const LowBatteryNotice& notice) override;
     void close(BatteryDeviceKind device) override;
 
+    // A plain word to the user, with the program's icon and no actions. A later one replaces
+    // the earlier while the desktop still shows it.
+    void showNote(const QString& summary, const QString& body);
+
 private Q_SLOTS:
     void actionInvoked(uint id, const QString& actionKey);
     void notificationClosed(uint id, uint reason);
@@ -66,6 +70,7 @@ private:
     QString m_desktopEntry;
     Handlers m_handlers;
     std::array<Entry, 2> m_entries;
+    uint m_noteId = 0;
 };
 
 } // namespace ambrel

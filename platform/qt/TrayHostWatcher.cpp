@@ -14,6 +14,7 @@ namespace {
 const QString kWatcherService = QStringLiteral("org.kde.StatusNotifierWatcher");
 const QString kWatcherPath = QStringLiteral("/StatusNotifierWatcher");
 const QString kHostRegistered = QStringLiteral("StatusNotifierHostRegistered");
+const QString kHostUnregistered = QStringLiteral("StatusNotifierHostUnregistered");
 // A watcher that does not answer within this is taken as no host; the check runs on the main
 // thread at start and when a watcher appears.
 constexpr int kAnswerMilliseconds = 2000;
@@ -39,8 +40,11 @@ TrayHostWatcher::TrayHostWatcher(QObject* parent) : QObject(parent) {}
 
 TrayHostWatcher::~TrayHostWatcher() {
     if (m_listening) {
-        QDBusConnection::sessionBus().disconnect(kWatcherService, kWatcherPath, kWatcherService,
-                                                 kHostRegistered, this, SLOT(hostRegistered()));
+        auto bus = QDBusConnection::sessionBus();
+        bus.disconnect(kWatcherService, kWatcherPath, kWatcherService, kHostRegistered, this,
+                       SLOT(hostRegistered()));
+        bus.disconnect(kWatcherService, kWatcherPath, kWatcherService, kHostUnregistered, this,
+                       SLOT(hostRegistered()));
     }
 }
 
@@ -50,16 +54,31 @@ bool TrayHostWatcher::hostPresent() {
 
 void TrayHostWatcher::whenHostPresent(std::function<void()> onHost) {
     m_onHost = std::move(onHost);
-    auto bus = QDBusConnection::sessionBus();
-    if (bus.isConnected()) {
-        m_serviceWatcher = std::make_unique<QDBusServiceWatcher>(
-            kWatcherService, bus, QDBusServiceWatcher::WatchForRegistration);
-        connect(m_serviceWatcher.get(), &QDBusServiceWatcher::serviceRegistered, this,
-                [this] { check(); });
-        m_listening = bus.connect(kWatcherService, kWatcherPath, kWatcherService, kHostRegistered,
-                                  this, SLOT(hostRegistered()));
-    }
+    listen(QDBusServiceWatcher::WatchForRegistration);
     check();
+}
+
+void TrayHostWatcher::watchHost(std::function<void(bool present)> changed) {
+    m_onHost = nullptr;
+    m_changed = std::move(changed);
+    listen(QDBusServiceWatcher::WatchForRegistration | QDBusServiceWatcher::WatchForUnregistration);
+    check();
+}
+
+void TrayHostWatcher::listen(QDBusServiceWatcher::WatchMode mode) {
+    auto bus = QDBusConnection::sessionBus();
+    if (!bus.isConnected() || m_serviceWatcher) {
+        return;
+    }
+    m_serviceWatcher = std::make_unique<QDBusServiceWatcher>(kWatcherService, bus, mode);
+    connect(m_serviceWatcher.get(), &QDBusServiceWatcher::serviceRegistered, this,
+            [this] { check(); });
+    connect(m_serviceWatcher.get(), &QDBusServiceWatcher::serviceUnregistered, this,
+            [this] { check(); });
+    m_listening = bus.connect(kWatcherService, kWatcherPath, kWatcherService, kHostRegistered, this,
+                              SLOT(hostRegistered()));
+    bus.connect(kWatcherService, kWatcherPath, kWatcherService, kHostUnregistered, this,
+                SLOT(hostRegistered()));
 }
 
 void TrayHostWatcher::hostRegistered() {
@@ -67,6 +86,14 @@ void TrayHostWatcher::hostRegistered() {
 }
 
 void TrayHostWatcher::check() {
+    if (m_changed) {
+        const bool present = hostPresent();
+        if (present != m_present) {
+            m_present = present;
+            m_changed(present);
+        }
+        return;
+    }
     if (!m_onHost || !hostPresent()) {
         return;
     }

@@ -2,10 +2,10 @@
 
 #include <functional>
 #include <memory>
+#include <optional>
 
+#include <QDBusServiceWatcher>
 #include <QObject>
-
-class QDBusServiceWatcher;
 
 namespace ambrel {
 
@@ -25,14 +25,20 @@ public:
 
     // Calls `onHost` once, at once when a host is there, else when one shows up.
     void whenHostPresent(std::function<void()> onHost);
+    // Calls `changed` at once with whether a host is there, then whenever that changes: a
+    // StatusNotifier watcher or host that comes or goes. Replaces whenHostPresent's call.
+    void watchHost(std::function<void(bool present)> changed);
 
 private Q_SLOTS:
     void hostRegistered();
 
 private:
     void check();
+    void listen(QDBusServiceWatcher::WatchMode mode);
 
     std::function<void()> m_onHost;
+    std::function<void(bool)> m_changed;
+    std::optional<bool> m_present;
     std::unique_ptr<QDBusServiceWatcher> m_serviceWatcher;
     bool m_listening = false;
 };

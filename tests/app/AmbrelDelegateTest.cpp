@@ -2,6 +2,12 @@
 
 #include <QAction>
 #include <QApplication>
+#include <QDBusArgument>
+#include <QDBusConnection>
+#include <QDBusMessage>
+#include <QDBusMetaType>
+#include <QDBusPendingCallWatcher>
+#include <QDBusVirtualObject>
 #include <QLabel>
 #include <QMenu>
 #include <QScreen>
@@ -19,12 +25,90 @@
 #include "tests/app/FakeLoginItemService.h"
 #include "tests/app/OffscreenApplication.h"
 #include "tests/app/ProcessHarness.h"
+#include "tests/fakes/ChildProcess.h"
 #include "tests/fakes/FakeEnvironment.h"
 #include "tests/fakes/FakeSystem.h"
 #include "views/AmbrelView.h"
 
 namespace ambrel {
 namespace {
+
+// The desktop's notification service on the test's session bus, in this process: keeps what
+// it is asked to show.
+class NotificationServer final : public QDBusVirtualObject {
+public:
+    struct Shown {
+        QString summary;
+        QString body;
+        QString icon;
+        QVariantMap hints;
+    };
+
+    NotificationServer()
+        : m_connection(QDBusConnection::connectToBus(QDBusConnection::SessionBus,
+                                                     QStringLiteral("notification-server"))) {
+        m_ready = m_connection.registerVirtualObject(
+                      QStringLiteral("/org/freedesktop/Notifications"), this) &&
+                  m_connection.registerService(QStringLiteral("org.freedesktop.Notifications"));
+    }
+    ~NotificationServer() override {
+        m_connection.unregisterService(QStringLiteral("org.freedesktop.Notifications"));
+        m_connection.unregisterObject(QStringLiteral("/org/freedesktop/Notifications"));
+        QDBusConnection::disconnectFromBus(QStringLiteral("notification-server"));
+    }
+
+    bool isReady() const { return m_ready; }
+
+    QString introspect(const QString&) const override { return {}; }
+
+    bool handleMessage(const QDBusMessage& message, const QDBusConnection& connection) override {
+        if (message.member() == QStringLiteral("Notify")) {
+            const auto arguments = message.arguments();
+            shown.push_back({arguments.value(3).toString(), arguments.value(4).toString(),
+                             arguments.value(2).toString(),
+                             qdbus_cast<QVariantMap>(arguments.value(6))});
+            connection.send(message.createReply(QVariant::fromValue(uint(shown.size()))));
+            return true;
+        }
+        if (message.member() == QStringLiteral("GetCapabilities")) {
+            connection.send(message.createReply(QStringList{QStringLiteral("body")}));
+            return true;
+        }
+        return false;
+    }
+
+    // Answers once every message the program sent before it has been handled here: one bus
+    // connection delivers in order.
+    bool caughtUp() {
+        const auto call = QDBusMessage::createMethodCall(
+            QStringLiteral("org.freedesktop.Notifications"),
+            QStringLiteral("/org/freedesktop/Notifications"),
+            QStringLiteral("org.freedesktop.Notifications"), QStringLiteral("GetCapabilities"));
+        QDBusPendingCallWatcher watcher(QDBusConnection::sessionBus().asyncCall(call));
+        return testing::eventually(
+            [&watcher] {
+                QApplication::processEvents();
+                return watcher.isFinished();
+            },
+            testing::kPatience);
+    }
+
+    std::vector<Shown> shown;
+
+private:
+    QDBusConnection m_connection;
+    bool m_ready = false;
+};
+
+// A tray host on the test's session bus, for as long as it lives.
+std::unique_ptr<testing::ChildProcess> startTrayHost(const std::filesystem::path& folder) {
+    return std::make_unique<testing::ChildProcess>(
+        std::vector<std::string>{
+            (std::filesystem::path(TOVRIN_BINARY_DIR) / "tests" / "tovrin_test_tray_watcher")
+                .string(),
+            (folder / "tray-items").string()},
+        testing::EnvironmentChanges{});
+}
 
 // A whole normal run in this process, offscreen, with every per-user folder in a temporary one
 // and no bus to reach.
@@ -138,6 +222,119 @@ TEST_F(AmbrelDelegateTest, TheCardsMenuOpensTheBatteryHistory) {
                         label->text().startsWith(QStringLiteral("No battery history yet")));
     }
     EXPECT_TRUE(said);
+    delegate.reset();
+}
+
+// The card's options menu, entry by entry: text, or "-" for a separator; hidden ones left out.
+std::vector<std::string> shownEntries(QMenu& menu) {
+    std::vector<std::string> entries;
+    for (const QAction* action : menu.actions()) {
+        if (action->isVisible()) {
+            entries.push_back(action->isSeparator() ? "-" : action->text().toStdString());
+        }
+    }
+    return entries;
+}
+
+TEST_F(AmbrelDelegateTest, WithoutATrayTheCardsMenuAlsoHoldsTheTrayMenusSettings) {
+    testing::PrivateBus bus(folder.path() / "session-bus", "session");
+    ASSERT_TRUE(bus.isReady());
+    qputenv("DBUS_SESSION_BUS_ADDRESS", QByteArray::fromStdString(bus.address()));
+    auto delegate = makeDelegate();
+    delegate->applicationDidFinishLaunching();
+    auto* card = dynamic_cast<AmbrelView*>(delegate->panel()->content());
+    ASSERT_NE(card, nullptr);
+    QMenu& menu = *card->optionsMenu();
+    const std::vector<std::string> theCards{"Refresh batteries",
+                                            "iPhone setup && connection",
+                                            "Battery History\u2026",
+                                            "-",
+                                            "By Quenby",
+                                            "-",
+                                            "Hide widget",
+                                            "Quit Tovrin"};
+    auto withSettings = theCards;
+    for (const char* entry : {"-", "Start at Login", "Low Battery Alerts", "About Tovrin"}) {
+        withSettings.emplace_back(entry);
+    }
+    EXPECT_EQ(shownEntries(menu), withSettings);
+
+    // The entries work as the tray menu's: the alerts' mark goes both ways.
+    auto* alerts = menu.findChild<QAction*>(QStringLiteral("lowBatteryAlertsAction"));
+    ASSERT_NE(alerts, nullptr);
+    EXPECT_TRUE(alerts->isChecked());
+    alerts->trigger();
+    EXPECT_FALSE(alerts->isChecked());
+    const auto remembered = [](bool otherwise) {
+        return QSettings(QString::fromLatin1(SettingsFile::kOrganization),
+                         QString::fromLatin1(SettingsFile::kApplication))
+            .value(QStringLiteral("LowBatteryAlerts"), otherwise)
+            .toBool();
+    };
+    EXPECT_FALSE(remembered(true));
+    alerts->trigger();
+    EXPECT_TRUE(alerts->isChecked());
+    EXPECT_TRUE(remembered(false));
+
+    // A tray comes: the card's menu is its own again; the tray goes: the settings are back.
+    auto host = startTrayHost(folder.path());
+    ASSERT_TRUE(testing::eventually(
+        [&] {
+            QApplication::processEvents();
+            return shownEntries(menu) == theCards;
+        },
+        testing::kPatience))
+        << host->errorOutput();
+    host->stop();
+    ASSERT_TRUE(testing::eventually(
+        [&] {
+            QApplication::processEvents();
+            return shownEntries(menu) == withSettings;
+        },
+        testing::kPatience));
+    delegate.reset();
+}
+
+TEST_F(AmbrelDelegateTest, HidingWithoutATraySaysHowToShowTheCardAgain) {
+    testing::PrivateBus bus(folder.path() / "session-bus", "session");
+    ASSERT_TRUE(bus.isReady());
+    qputenv("DBUS_SESSION_BUS_ADDRESS", QByteArray::fromStdString(bus.address()));
+    bundle->info["CFBundleIdentifier"] = "com.quenby.Tovrin";
+    NotificationServer server;
+    ASSERT_TRUE(server.isReady());
+    auto delegate = makeDelegate();
+    delegate->applicationDidFinishLaunching();
+    auto* card = dynamic_cast<AmbrelView*>(delegate->panel()->content());
+    ASSERT_NE(card, nullptr);
+    auto* hide = card->optionsMenu()->findChild<QAction*>(QStringLiteral("hideAction"));
+    ASSERT_NE(hide, nullptr);
+
+    hide->trigger();
+    EXPECT_FALSE(delegate->panel()->isVisible());
+    ASSERT_TRUE(server.caughtUp());
+    ASSERT_EQ(server.shown.size(), 1u);
+    EXPECT_EQ(server.shown[0].summary, QStringLiteral("Tovrin is hidden"));
+    EXPECT_EQ(server.shown[0].body,
+              QStringLiteral("To show the card again, start Tovrin from the applications menu."));
+    EXPECT_EQ(server.shown[0].icon, QStringLiteral("com.quenby.Tovrin"));
+    EXPECT_EQ(server.shown[0].hints.value(QStringLiteral("desktop-entry")).toString(),
+              QStringLiteral("com.quenby.Tovrin"));
+
+    // With a tray, its menu shows the card again, and hiding says nothing.
+    delegate->showPanel();
+    auto host = startTrayHost(folder.path());
+    auto* login = card->optionsMenu()->findChild<QAction*>(QStringLiteral("startAtLoginAction"));
+    ASSERT_NE(login, nullptr);
+    ASSERT_TRUE(testing::eventually(
+        [&] {
+            QApplication::processEvents();
+            return !login->isVisible();
+        },
+        testing::kPatience));
+    hide->trigger();
+    EXPECT_FALSE(delegate->panel()->isVisible());
+    ASSERT_TRUE(server.caughtUp());
+    EXPECT_EQ(server.shown.size(), 1u);
     delegate.reset();
 }
 

@@ -37,4 +37,32 @@ void writeText(const std::filesystem::path& path, const std::string& text) {
     stream << text;
 }
 
+PrivateBus::PrivateBus(const std::filesystem::path& folder, const std::string& type)
+    : m_socket(folder / "bus_socket") {
+    std::filesystem::create_directories(folder);
+    const auto config = folder / "bus.conf";
+    testing::writeText(
+        config,
+        "<!DOCTYPE busconfig PUBLIC \"-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN\"\n"
+        " \"http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd\">\n"
+        "<busconfig>\n"
+        "  <type>" +
+            type + "</type>\n  <listen>unix:path=" + m_socket.string() +
+            "</listen>\n"
+            "  <auth>EXTERNAL</auth>\n"
+            "  <policy context=\"default\">\n"
+            "    <allow user=\"*\"/>\n"
+            "    <allow own=\"*\"/>\n"
+            "    <allow send_destination=\"*\"/>\n"
+            "    <allow receive_sender=\"*\"/>\n"
+            "  </policy>\n"
+            "</busconfig>\n");
+    m_daemon = std::make_unique<ChildProcess>(
+        std::vector<std::string>{"/usr/bin/dbus-daemon", "--nofork", "--nopidfile",
+                                 "--config-file=" + config.string()},
+        EnvironmentChanges{});
+    m_ready = testing::eventually([this] { return std::filesystem::exists(m_socket); },
+                                  testing::kPatience);
+}
+
 } // namespace ambrel::testing

@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <filesystem>
+#include <memory>
 #include <string>
 #include <thread>
 #include <vector>
@@ -47,5 +48,20 @@ bool eventually(Condition condition, std::chrono::milliseconds timeout) {
         std::this_thread::sleep_for(std::chrono::milliseconds(50));
     }
 }
+
+// A dbus-daemon of the test's own, of `type` "system" or "session", listening in `folder`;
+// stopped when this object goes.
+class PrivateBus {
+public:
+    PrivateBus(const std::filesystem::path& folder, const std::string& type);
+
+    bool isReady() const { return m_ready; }
+    std::string address() const { return "unix:path=" + m_socket.string(); }
+
+private:
+    std::filesystem::path m_socket;
+    std::unique_ptr<ChildProcess> m_daemon;
+    bool m_ready = false;
+};
 
 } // namespace ambrel::testing

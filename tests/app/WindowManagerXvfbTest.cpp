@@ -22,6 +22,7 @@ namespace {
 
 using testing::ChildProcess;
 using testing::EnvironmentChanges;
+using testing::PrivateBus;
 using testing::TemporaryFolder;
 using testing::WindowGeometry;
 using testing::XvfbServer;
@@ -357,46 +358,6 @@ TEST_F(WindowManagerXvfbTest, HiddenFromTheCardAndShownAgainItComesBackInPlaceWi
     EXPECT_LT(stackingIndex(*panel), stackingIndex(normal));
 }
 
-// A bus of the test's own: "system" or "session".
-class PrivateBus {
-public:
-    PrivateBus(const std::filesystem::path& folder, const std::string& type)
-        : m_socket(folder / "bus_socket") {
-        std::filesystem::create_directories(folder);
-        const auto config = folder / "bus.conf";
-        testing::writeText(
-            config,
-            "<!DOCTYPE busconfig PUBLIC \"-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN\"\n"
-            " \"http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd\">\n"
-            "<busconfig>\n"
-            "  <type>" +
-                type + "</type>\n  <listen>unix:path=" + m_socket.string() +
-                "</listen>\n"
-                "  <auth>EXTERNAL</auth>\n"
-                "  <policy context=\"default\">\n"
-                "    <allow user=\"*\"/>\n"
-                "    <allow own=\"*\"/>\n"
-                "    <allow send_destination=\"*\"/>\n"
-                "    <allow receive_sender=\"*\"/>\n"
-                "  </policy>\n"
-                "</busconfig>\n");
-        m_daemon = std::make_unique<ChildProcess>(
-            std::vector<std::string>{"/usr/bin/dbus-daemon", "--nofork", "--nopidfile",
-                                     "--config-file=" + config.string()},
-            EnvironmentChanges{});
-        m_ready = testing::eventually([this] { return std::filesystem::exists(m_socket); },
-                                      testing::kPatience);
-    }
-
-    bool isReady() const { return m_ready; }
-    std::string address() const { return "unix:path=" + m_socket.string(); }
-
-private:
-    std::filesystem::path m_socket;
-    std::unique_ptr<ChildProcess> m_daemon;
-    bool m_ready = false;
-};
-
 std::filesystem::path helper(const char* name) {
     return std::filesystem::path(TOVRIN_BINARY_DIR) / "tests" / name;
 }
@@ -568,8 +529,15 @@ TEST_F(WindowManagerXvfbTest, WithoutATrayTheCardWorksAndTheItemComesWithTheHost
             if (labels.back() == "Show Bits & Bobs") {
                 showId = id;
             }
+            // The host is told of the two keys, to show them beside their entries.
+            if (labels.back() == "Refresh Batteries") {
+                EXPECT_TRUE(contains(properties, "'shortcut': <[['Control', 'R']]>")) << properties;
+            } else if (labels.back() == "Quit Bits & Bobs") {
+                EXPECT_TRUE(contains(properties, "'shortcut': <[['Control', 'Q']]>")) << properties;
+            } else {
+                EXPECT_FALSE(contains(properties, "'shortcut'")) << properties;
+            }
         }
-        EXPECT_FALSE(contains(properties, "'shortcut'")) << properties;
     }
     EXPECT_EQ(labels, (std::vector<std::string>{"Show Bits & Bobs", "Refresh Batteries",
                                                 "Battery History\u2026", "Start at Login",

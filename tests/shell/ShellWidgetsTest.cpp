@@ -4,8 +4,10 @@
 #include <QAction>
 #include <QApplication>
 #include <QImage>
+#include <QKeySequence>
 #include <QMenu>
 #include <QPainter>
+#include <QTest>
 
 #include <gtest/gtest.h>
 
@@ -103,12 +105,51 @@ TEST(StatusMenuTest, LowBatteryAlertsIsACheckboxOnByDefault) {
     EXPECT_FALSE(alerts->isChecked());
 }
 
-// The tray host draws the menu and keeps the keys, so no entry shows a shortcut it would not get.
-TEST(StatusMenuTest, EntriesClaimNoShortcuts) {
+TEST(StatusMenuTest, RefreshAndQuitAloneTakeKeys) {
     MenuHarness harness;
-    for (const QAction* action : harness.actions()) {
-        EXPECT_TRUE(action->shortcut().isEmpty()) << action->text().toStdString();
+    const auto actions = harness.actions();
+    for (int index = 0; index < actions.size(); ++index) {
+        SCOPED_TRACE(actions[index]->text().toStdString());
+        const QKeySequence expected = index == 1   ? QKeySequence(Qt::CTRL | Qt::Key_R)
+                                      : index == 7 ? QKeySequence(Qt::CTRL | Qt::Key_Q)
+                                                   : QKeySequence();
+        EXPECT_EQ(actions[index]->shortcut(), expected);
     }
+    EXPECT_EQ(actions[1]->shortcut().toString(QKeySequence::NativeText), QStringLiteral("Ctrl+R"));
+    EXPECT_EQ(harness.menu->menu().accessibleName(), QStringLiteral("Tovrin"));
+}
+
+// Keys reach the open menu as the window system delivers them.
+void pressInOpenMenu(QMenu& menu, Qt::Key key, Qt::KeyboardModifiers modifiers) {
+    menu.popup(QPoint(100, 100));
+    ASSERT_TRUE(testing::eventually(
+        [&menu] {
+            QCoreApplication::processEvents();
+            return menu.isVisible() && menu.windowHandle() != nullptr;
+        },
+        testing::kPatience));
+    QTest::keyClick(menu.windowHandle(), key, modifiers);
+    QCoreApplication::processEvents();
+}
+
+TEST(StatusMenuTest, CtrlRAndCtrlQWorkWhileTheMenuIsOpen) {
+    MenuHarness harness;
+    QMenu& menu = harness.menu->menu();
+    ASSERT_NO_FATAL_FAILURE(pressInOpenMenu(menu, Qt::Key_R, Qt::ControlModifier));
+    EXPECT_EQ(harness.refreshes, 1);
+    EXPECT_EQ(harness.quits, 0);
+    EXPECT_FALSE(menu.isVisible());
+
+    ASSERT_NO_FATAL_FAILURE(pressInOpenMenu(menu, Qt::Key_Q, Qt::ControlModifier));
+    EXPECT_EQ(harness.refreshes, 1);
+    EXPECT_EQ(harness.quits, 1);
+    EXPECT_FALSE(menu.isVisible());
+
+    // Without Ctrl the letter does nothing of the kind.
+    ASSERT_NO_FATAL_FAILURE(pressInOpenMenu(menu, Qt::Key_Q, Qt::NoModifier));
+    EXPECT_EQ(harness.quits, 1);
+    menu.close();
+    EXPECT_EQ(harness.shows, 0);
 }
 
 TEST(StatusMenuTest, AmpersandInTheNameIsShownAsItIs) {
