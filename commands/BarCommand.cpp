@@ -119,7 +119,7 @@ int BarCommand::run(const Invocation& invocation) {
     const auto& arguments = invocation.arguments;
     const auto format = requestedFormat(arguments);
     if (!format) {
-        invocation.err("tovrin: --bar needs one of waybar, polybar, i3blocks\n");
+        invocation.err(usageError("--bar needs one of waybar, polybar, i3blocks"));
         return kUsageExitCode;
     }
     int argc = invocation.argc;

@@ -20,9 +20,6 @@ namespace ambrel {
 // unknown or missing format prints a hint on standard error and exits 2.
 class BarCommand final : public Command {
 public:
-    // Exit code for a missing or unknown bar format.
-    static constexpr int kUsageExitCode = 2;
-
     // `services` need not read the phone: the bar never does. `environment` gives the user's
     // locale; `stateFile` is where a running widget shares its state (BarStateFile::location).
     BarCommand(MonitorServicesFactory services, std::shared_ptr<const Environment> environment,

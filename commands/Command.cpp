@@ -16,4 +16,8 @@ void Command::runAndWait(Worker& worker, std::function<void()> job) {
     finished.wait();
 }
 
+std::string Command::usageError(const std::string& problem) {
+    return "tovrin: " + problem + "\nTry 'tovrin --help'.\n";
+}
+
 } // namespace ambrel

@@ -24,6 +24,10 @@ struct Invocation {
 // with (the system's services, the bundle's facts) through its constructor.
 class Command {
 public:
+    // A switch given without the value it takes, with a wrong one, or without the switch it
+    // goes with.
+    static constexpr int kUsageExitCode = 2;
+
     virtual ~Command() = default;
 
     virtual bool isRequested(const std::vector<std::string>& arguments) const = 0;
@@ -31,6 +35,9 @@ public:
     virtual bool usesPhone() const { return false; }
     // Runs the command on the calling (main) thread and returns the exit code.
     virtual int run(const Invocation& invocation) = 0;
+
+    // What a usage error prints: "tovrin: " and `problem` on one line, then where to look.
+    static std::string usageError(const std::string& problem);
 
 protected:
     // Runs `job` on `worker` and waits for it: the phone's tools are run off the main thread,

@@ -26,8 +26,8 @@ CompanionSwitchCommand::problem(const std::vector<std::string>& arguments) {
     for (const auto& companion : kCompanions) {
         if (CommandLine::hasArgument(arguments, companion.name) &&
             !CommandLine::hasArgument(arguments, companion.command)) {
-            return std::string("tovrin: ") + companion.name + " goes with " + companion.command +
-                   ", as in: " + companion.example + "\n";
+            return usageError(std::string(companion.name) + " goes with " + companion.command +
+                              ", as in: " + companion.example);
         }
     }
     return std::nullopt;

@@ -14,8 +14,6 @@ namespace ambrel {
 // Asked after every command, so a switch beside its command never comes here.
 class CompanionSwitchCommand final : public Command {
 public:
-    static constexpr int kUsageExitCode = 2;
-
     bool isRequested(const std::vector<std::string>& arguments) const override;
     int run(const Invocation& invocation) override;
 

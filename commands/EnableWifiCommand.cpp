@@ -1,6 +1,7 @@
 #include "commands/EnableWifiCommand.h"
 
 #include <algorithm>
+#include <cctype>
 #include <utility>
 
 #include <nlohmann/json.hpp>
@@ -31,8 +32,28 @@ EnableWifiCommand::EnableWifiCommand(std::function<SystemConnectionProbe::Setup(
                                      std::shared_ptr<Worker> worker)
     : PhoneConnectionCommand("--enable-wifi", std::move(setup), std::move(worker)) {}
 
+bool EnableWifiCommand::looksLikeUdid(std::string_view text) {
+    const auto hex = [](std::string_view part) {
+        return std::all_of(part.begin(), part.end(),
+                           [](char c) { return std::isxdigit(static_cast<unsigned char>(c)); });
+    };
+    // 40 hexadecimal digits before the iPhone XS; since then 8, a dash and 16 (usbmuxd may give
+    // them without the dash).
+    if (text.size() == 40 || text.size() == 24) {
+        return hex(text);
+    }
+    return text.size() == 25 && text[8] == '-' && hex(text.substr(0, 8)) && hex(text.substr(9));
+}
+
 int EnableWifiCommand::run(const Invocation& invocation) {
     const auto udid = udidArgument(invocation.arguments);
+    if (!udid.empty() && !looksLikeUdid(udid)) {
+        invocation.err(usageError("--enable-wifi takes an iPhone's identifier (UDID), such as "
+                                  "00008110-001A2B3C4D5E6F70, or nothing for the iPhone on USB; "
+                                  "got '" +
+                                  udid + "'"));
+        return kUsageExitCode;
+    }
     Outcome outcome;
     runWithSetup([&](const SystemConnectionProbe::Setup& setup) {
         outcome = enable(LockdownHelper(setup.toolDirectory, setup.launcher), udid);

@@ -3,6 +3,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <string_view>
 
 #include "commands/PhoneConnectionCommand.h"
 #include "phone/LockdownHelper.h"
@@ -29,6 +30,8 @@ public:
 
     // Turns the phone's Wi-Fi connections on through `helper`. Blocks: never on the main thread.
     static Outcome enable(const LockdownHelper& helper, const std::string& udid);
+    // Whether `text` has the form of a phone's UDID.
+    static bool looksLikeUdid(std::string_view text);
     // The UDID given after "--enable-wifi"; empty when none (or another switch follows).
     static std::string udidArgument(const std::vector<std::string>& arguments);
 };

@@ -9,7 +9,8 @@ namespace ambrel {
 HelpCommand::HelpCommand(std::string displayName) : m_displayName(std::move(displayName)) {}
 
 bool HelpCommand::isRequested(const std::vector<std::string>& arguments) const {
-    return CommandLine::hasArgument(arguments, "--help");
+    return CommandLine::hasArgument(arguments, "--help") ||
+           CommandLine::hasArgument(arguments, "-h");
 }
 
 int HelpCommand::run(const Invocation& invocation) {
@@ -45,7 +46,7 @@ std::string HelpCommand::text(const std::string& name) {
            "  --diagnose [--text]       check the connection to the iPhone link by link and\n"
            "                            print the result (one JSON line, or text with --text;\n"
            "                            exit 0: every check passed)\n"
-           "  --help                    print this help and exit\n"
+           "  -h, --help                print this help and exit\n"
            "  --version                 print the version and exit\n"
            "\n"
            "Launching it again while it runs brings the card to the front.\n";

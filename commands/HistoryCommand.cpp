@@ -106,7 +106,7 @@ int HistoryCommand::run(const Invocation& invocation) {
         const auto text = valueAfter(invocation.arguments, "--since");
         const auto parsed = text ? parseSpan(*text) : std::nullopt;
         if (!parsed) {
-            invocation.err("tovrin: --since takes a span such as 24h or 10d, at most 30 days.\n");
+            invocation.err(usageError("--since takes a span such as 24h or 10d, at most 30 days."));
             return kUsageExitCode;
         }
         span = *parsed;

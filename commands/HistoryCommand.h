@@ -19,7 +19,6 @@ namespace ambrel {
 // only; a missing or unreadable file is said in words, exit 1.
 class HistoryCommand final : public Command {
 public:
-    static constexpr int kUsageExitCode = 2;
     static constexpr double kDefaultSpanSeconds = 24 * 3600.0;
 
     struct Sources {

@@ -87,12 +87,18 @@ TEST_F(TovrinCommandTest, ACompanionSwitchAloneSaysWhichCommandItGoesWith) {
         std::vector<std::string> arguments;
         const char* said;
     } cases[] = {
-        {{"--text"}, "tovrin: --text goes with --diagnose, as in: tovrin --diagnose --text\n"},
-        {{"--follow"}, "tovrin: --follow goes with --bar, as in: tovrin --bar waybar --follow\n"},
+        {{"--text"},
+         "tovrin: --text goes with --diagnose, as in: tovrin --diagnose --text\n"
+         "Try 'tovrin --help'.\n"},
+        {{"--follow"},
+         "tovrin: --follow goes with --bar, as in: tovrin --bar waybar --follow\n"
+         "Try 'tovrin --help'.\n"},
         {{"--json", "--preview-dark"},
-         "tovrin: --json goes with --history, as in: tovrin --history --json\n"},
+         "tovrin: --json goes with --history, as in: tovrin --history --json\n"
+         "Try 'tovrin --help'.\n"},
         {{"--since", "10d"},
-         "tovrin: --since goes with --history, as in: tovrin --history --since 10d\n"},
+         "tovrin: --since goes with --history, as in: tovrin --history --since 10d\n"
+         "Try 'tovrin --help'.\n"},
     };
     for (const auto& each : cases) {
         SCOPED_TRACE(each.arguments.front());
@@ -101,6 +107,40 @@ TEST_F(TovrinCommandTest, ACompanionSwitchAloneSaysWhichCommandItGoesWith) {
         EXPECT_EQ(result.err, each.said);
         EXPECT_EQ(result.out, "");
     }
+}
+
+TEST_F(TovrinCommandTest, AMissingOrWrongValueNamesTheSwitchAndWhatItTakes) {
+    const struct {
+        std::vector<std::string> arguments;
+        const char* said;
+    } cases[] = {
+        {{"--bar"}, "tovrin: --bar needs one of waybar, polybar, i3blocks\n"},
+        {{"--bar", "lemonbar"}, "tovrin: --bar needs one of waybar, polybar, i3blocks\n"},
+        {{"--history", "--since", "a while"},
+         "tovrin: --since takes a span such as 24h or 10d, at most 30 days.\n"},
+        {{"--enable-wifi", "bogus"},
+         "tovrin: --enable-wifi takes an iPhone's identifier (UDID), such as "
+         "00008110-001A2B3C4D5E6F70, or nothing for the iPhone on USB; got 'bogus'\n"},
+        {{"--enable-wifi", "00008110-001A2B3C4D5E6F7"},
+         "tovrin: --enable-wifi takes an iPhone's identifier (UDID), such as "
+         "00008110-001A2B3C4D5E6F70, or nothing for the iPhone on USB; got "
+         "'00008110-001A2B3C4D5E6F7'\n"},
+    };
+    for (const auto& each : cases) {
+        SCOPED_TRACE(each.arguments.back());
+        const auto result = run(each.arguments);
+        EXPECT_EQ(result.exitCode, 2);
+        EXPECT_EQ(result.signal, 0);
+        EXPECT_EQ(result.err, std::string(each.said) + "Try 'tovrin --help'.\n");
+        EXPECT_EQ(result.out, "");
+    }
+}
+
+TEST_F(TovrinCommandTest, DashHIsHelp) {
+    const auto result = run({"-h"});
+    EXPECT_EQ(result.exitCode, 0);
+    EXPECT_EQ(result.out, run({"--help"}).out);
+    EXPECT_EQ(result.out.rfind("Usage: tovrin", 0), 0u);
 }
 
 TEST_F(TovrinCommandTest, WithoutADisplayTheWidgetSaysWhatToDoInsteadOfAborting) {

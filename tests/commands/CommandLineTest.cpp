@@ -1,4 +1,5 @@
 #include "commands/CommandLine.h"
+#include "commands/EnableWifiCommand.h"
 #include "commands/HelpCommand.h"
 #include "commands/VersionCommand.h"
 
@@ -111,6 +112,19 @@ TEST(ShellTextsTest, AboutTextIsExact) {
         "setup button in the panel for details.\n\nReadings stay on this Mac. No account or "
         "cloud service is used.\n\nIncludes libimobiledevice. Open Source Notices are included "
         "inside the app\u2019s Resources folder.");
+}
+
+TEST(EnableWifiCommandTest, TellsAUdidByItsForm) {
+    for (const char* udid :
+         {"00008110-001A2B3C4D5E6F70", "00008110001A2B3C4D5E6F70", "00008110-001a2b3c4d5e6f70",
+          "0123456789abcdef0123456789ABCDEF01234567"}) {
+        EXPECT_TRUE(EnableWifiCommand::looksLikeUdid(udid)) << udid;
+    }
+    for (const char* text : {"", "bogus", "00008110-001A2B3C4D5E6F7", "00008110-001A2B3C4D5E6F700",
+                             "0000811-0001A2B3C4D5E6F70", "00008110-001A2B3C4D5E6F7G",
+                             "0123456789abcdef0123456789ABCDEF0123456", "../../etc/passwd"}) {
+        EXPECT_FALSE(EnableWifiCommand::looksLikeUdid(text)) << text;
+    }
 }
 
 } // namespace
