@@ -6,8 +6,9 @@
 # The pictures show what a laptop user sees: the computer's battery at 76 % on battery power
 # (a made-up power-supply folder mounted over /sys/class/power_supply, and the host name
 # "Anna’s ThinkPad", in private namespaces of this script's own; needs unshare and user
-# namespaces) and the simulated iPhone the tests use (on Wi-Fi, at 82 %). The program runs with
-# empty, temporary home folders: nothing of yours is read or changed.
+# namespaces) and the simulated iPhone the tests use (on the cable, at 82 %: over Wi-Fi the
+# program finds a phone through avahi and its pair record, which this script does not set up).
+# The program runs with empty, temporary home folders: nothing of yours is read or changed.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -33,7 +34,7 @@ if ! unshare --user --map-root-user --mount --uts true 2>/dev/null; then
 fi
 
 cat > "$work/scenario.json" <<'JSON'
-{"devices": [{"udid": "00008120000A1B2C3D4E5F60", "connection": "network", "address": "auto",
+{"devices": [{"udid": "00008120000A1B2C3D4E5F60", "connection": "usb",
               "DeviceName": "Anna’s iPhone", "ProductType": "iPhone15,2",
               "battery": {"BatteryCurrentCapacity": 82, "BatteryIsCharging": false,
                           "ExternalConnected": false}}]}

@@ -51,7 +51,9 @@ QColor Appearance::color(ColorRole role, Look look) {
     case ColorRole::primary:
         return dark ? QColor(255, 255, 255, 235) : QColor(0, 0, 0, 220);
     case ColorRole::secondary:
-        return dark ? QColor(235, 235, 245, 153) : QColor(60, 60, 67, 158);
+        // Dense enough for small text to keep 4.5:1 against the glass over a black or a white
+        // desktop; the desktop shows through the glass, so both ends count.
+        return dark ? QColor(235, 235, 245, 190) : QColor(60, 60, 67, 230);
     case ColorRole::green:
         return dark ? QColor(0x30, 0xD1, 0x58) : QColor(0x34, 0xC7, 0x59);
     case ColorRole::orange:

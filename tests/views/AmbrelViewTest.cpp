@@ -10,6 +10,11 @@
 #include <QSignalSpy>
 #include <QTest>
 #include <QWindow>
+#include <cmath>
+#include <map>
+
+#include <QPainter>
+
 #include <gtest/gtest.h>
 
 #include "presentation/UserLocale.h"
@@ -84,6 +89,66 @@ TEST_F(AmbrelViewTest, CardIsFixedAt360By170) {
     EXPECT_EQ(view->maximumSize(), QSize(360, 170));
     const QImage twice = testing::renderWidget(*view, 2.0);
     EXPECT_EQ(twice.size(), QSize(720, 340));
+}
+
+// WCAG's relative luminance of an opaque colour.
+double luminance(const QColor& colour) {
+    const auto linear = [](int channel) {
+        const double value = channel / 255.0;
+        return value <= 0.04045 ? value / 12.92 : std::pow((value + 0.055) / 1.055, 2.4);
+    };
+    return 0.2126 * linear(colour.red()) + 0.7152 * linear(colour.green()) +
+           0.0722 * linear(colour.blue());
+}
+
+double contrast(const QColor& one, const QColor& other) {
+    const double lighter = std::max(luminance(one), luminance(other));
+    const double darker = std::min(luminance(one), luminance(other));
+    return (lighter + 0.05) / (darker + 0.05);
+}
+
+// The card drawn over a desktop of `backdrop`: the glass lets it through.
+QImage cardOver(AmbrelView& view, const QColor& backdrop) {
+    const QImage card = testing::renderWidget(view, 1.0, testing::Background::none);
+    QImage shown(card.size(), QImage::Format_RGB32);
+    shown.fill(backdrop);
+    QPainter painter(&shown);
+    painter.drawImage(0, 0, card);
+    return shown;
+}
+
+TEST_F(AmbrelViewTest, SecondaryTextKeepsFourAndAHalfToOneOverAnyDesktop) {
+    m_harness.readMacBattery(54);
+    for (const Look look : {Look::light, Look::dark}) {
+        m_style->appearance().setForcedLook(look);
+        auto view = makeView();
+        testing::showAndSettle(*view);
+        const TextLine* status = view->macGauge()->statusLine();
+        ASSERT_FALSE(status->text().isEmpty());
+        const QRect area(status->mapTo(view.get(), QPoint(0, 0)), status->size());
+        for (const QColor& backdrop : {QColor(Qt::black), QColor(Qt::white)}) {
+            SCOPED_TRACE(std::string(look == Look::light ? "light" : "dark") + " card over " +
+                         backdrop.name().toStdString());
+            const QImage shown = cardOver(*view, backdrop);
+            // The line's glass is its most common colour; its text's core, the colour
+            // farthest from that.
+            std::map<QRgb, int> counts;
+            for (int y = area.top(); y <= area.bottom(); ++y) {
+                for (int x = area.left(); x <= area.right(); ++x) {
+                    ++counts[shown.pixel(x, y)];
+                }
+            }
+            const QColor glass = QColor::fromRgb(
+                std::max_element(counts.begin(), counts.end(), [](const auto& a, const auto& b) {
+                    return a.second < b.second;
+                })->first);
+            double best = 1.0;
+            for (const auto& [pixel, count] : counts) {
+                best = std::max(best, contrast(QColor::fromRgb(pixel), glass));
+            }
+            EXPECT_GE(best, 4.5) << "glass " << glass.name().toStdString();
+        }
+    }
 }
 
 TEST_F(AmbrelViewTest, OnlyTheGlassIsPainted) {
