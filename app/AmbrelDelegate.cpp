@@ -221,8 +221,16 @@ void AmbrelDelegate::configurePanel() {
     m_panel->move(PanelPlacement::withPanelSize(frame).topLeft());
     constrainPanelToScreen();
     m_frameSaveTimer = std::make_unique<DeadlineTimer>([this] { savePanelFrame(); });
-    m_panel->setMovedHandler(
-        [this] { m_frameSaveTimer->start(kFrameSaveDelay, TimerRepeat::once); });
+    m_panel->setMovedHandler([this](bool settled) {
+        if (settled) {
+            // The move is over: written now, so that a kill or a log-out just after keeps it.
+            m_frameSaveTimer->stop();
+            savePanelFrame();
+            m_frameStore->flush();
+        } else {
+            m_frameSaveTimer->start(kFrameSaveDelay, TimerRepeat::once);
+        }
+    });
 }
 
 void AmbrelDelegate::constrainPanelToScreen() {

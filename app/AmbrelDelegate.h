@@ -57,8 +57,9 @@ public:
     // How long after the panel is first shown the preview is captured, so that the first
     // readings have arrived and the card has been laid out. Never earlier.
     static constexpr std::chrono::milliseconds kCaptureDelay{4000};
-    // A moved panel's frame is written this long after the last move, so that neither placing
-    // the panel at start nor every step of a drag waits for the disk. Quitting writes it at once.
+    // A move that ends (see DesktopPanel) is written at once. Steps of a drag whose end is not
+    // seen are written this long after the last one, so that a drag does not wait for the disk
+    // at every step. Quitting writes the frame at once.
     static constexpr std::chrono::milliseconds kFrameSaveDelay{1000};
 
     // The system's parts a run uses, made by the entry.

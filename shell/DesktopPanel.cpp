@@ -1,5 +1,8 @@
 #include "shell/DesktopPanel.h"
 
+#include <QApplication>
+#include <QGuiApplication>
+#include <QMouseEvent>
 #include <QMoveEvent>
 #include <QShowEvent>
 
@@ -19,6 +22,8 @@ DesktopPanel::DesktopPanel(const QString& title, QWidget* parent)
     setFixedSize(PanelPlacement::kPanelSize);
     // Controls accept their presses, so only presses no child took move the panel.
     new WindowDrag(this);
+    // Every press and release of the window, whichever child takes it, passes here first.
+    qApp->installEventFilter(this);
 }
 
 void DesktopPanel::setContent(QWidget* content) {
@@ -39,9 +44,54 @@ void DesktopPanel::bringToFront() {
 
 void DesktopPanel::moveEvent(QMoveEvent* event) {
     QWidget::moveEvent(event);
-    if (m_moved) {
-        m_moved();
+    if (m_dragging) {
+        m_movedWhileDragging = true;
     }
+    if (m_moved) {
+        m_moved(!m_dragging);
+    }
+}
+
+bool DesktopPanel::eventFilter(QObject* watched, QEvent* event) {
+    // Only the events of this window: its QWindow receives them before any widget.
+    if (watched != windowHandle()) {
+        return false;
+    }
+    switch (event->type()) {
+    case QEvent::MouseButtonPress:
+        if (static_cast<QMouseEvent*>(event)->button() == Qt::LeftButton) {
+            m_dragging = true;
+            m_movedWhileDragging = false;
+        }
+        break;
+    case QEvent::MouseButtonRelease:
+        // A drag of the program's own moves the panel before its release ends it. A window
+        // manager that takes the move over gets a release at once, before any move, and ends
+        // the move with the pointer coming back to the panel.
+        if (static_cast<QMouseEvent*>(event)->button() == Qt::LeftButton && m_movedWhileDragging) {
+            dragEnded();
+        }
+        break;
+    case QEvent::Enter:
+        if (QGuiApplication::mouseButtons() == Qt::NoButton) {
+            dragEnded();
+        }
+        break;
+    default:
+        break;
+    }
+    return false;
+}
+
+void DesktopPanel::dragEnded() {
+    if (!m_dragging) {
+        return;
+    }
+    m_dragging = false;
+    if (m_movedWhileDragging && m_moved) {
+        m_moved(true);
+    }
+    m_movedWhileDragging = false;
 }
 
 void DesktopPanel::showEvent(QShowEvent* event) {

@@ -22,16 +22,26 @@ public:
     // Shows the panel and raises it within its layer, without taking focus from other windows.
     void bringToFront();
 
-    // Told after every move of the panel.
-    void setMovedHandler(std::function<void()> handler) { m_moved = std::move(handler); }
+    // Told after every move of the panel: `settled` when the move is over (a move while no
+    // button is held, such as the window manager's last one, or the end of a drag that moved
+    // it), not while a drag goes on.
+    void setMovedHandler(std::function<void(bool settled)> handler) {
+        m_moved = std::move(handler);
+    }
 
 protected:
     void moveEvent(QMoveEvent* event) override;
     void showEvent(QShowEvent* event) override;
+    bool eventFilter(QObject* watched, QEvent* event) override;
 
 private:
+    void dragEnded();
+
     QWidget* m_content = nullptr;
-    std::function<void()> m_moved;
+    std::function<void(bool)> m_moved;
+    // A left press on the panel went down and its drag has not ended yet.
+    bool m_dragging = false;
+    bool m_movedWhileDragging = false;
 };
 
 } // namespace ambrel

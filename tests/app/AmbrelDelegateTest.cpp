@@ -164,6 +164,24 @@ TEST_F(AmbrelDelegateTest, LaunchShowsTheCardTopRightAndRemembersIt) {
     delegate.reset();
 }
 
+TEST_F(AmbrelDelegateTest, AMoveThatIsOverIsWrittenToDiskAtOnce) {
+    auto delegate = makeDelegate();
+    delegate->applicationDidFinishLaunching();
+    QApplication::processEvents();
+    DesktopPanel* panel = delegate->panel();
+    ASSERT_NE(panel, nullptr);
+    const auto file = folder.path() / "config" / SettingsFile::kOrganization /
+                      (std::string(SettingsFile::kApplication) + ".conf");
+    // Moved with no button held, as the window manager's last configure of a drag: on disk
+    // when the move has been handled, before the one-second write of a drag's steps could come.
+    panel->move(200, 300);
+    QApplication::processEvents();
+    EXPECT_NE(testing::readText(file).find("AmbrelPosition=@Rect(200 300 360 170)"),
+              std::string::npos)
+        << testing::readText(file);
+    delegate.reset();
+}
+
 TEST_F(AmbrelDelegateTest, SharesItsStateWithBarsWhileItRuns) {
     const auto stateFile = folder.path() / "run" / "tovrin" / "state.json";
     auto delegate = makeDelegate();

@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
 
@@ -6,6 +7,7 @@
 #include <QImage>
 #include <QKeySequence>
 #include <QMenu>
+#include <QMouseEvent>
 #include <QPainter>
 #include <QTest>
 
@@ -315,18 +317,69 @@ TEST(DesktopPanelTest, ContentFillsThePanelAndMovesAreReported) {
     panel.setContent(content);
     EXPECT_EQ(content->parentWidget(), &panel);
     EXPECT_EQ(content->geometry(), QRect(0, 0, 360, 170));
-    int moves = 0;
-    panel.setMovedHandler([&moves] { ++moves; });
+    std::vector<bool> moves;
+    panel.setMovedHandler([&moves](bool settled) { moves.push_back(settled); });
     panel.move(100, 120);
     panel.bringToFront();
     QApplication::processEvents();
-    EXPECT_GE(moves, 1);
+    ASSERT_GE(moves.size(), 1u);
+    // No button is held: a move that is over as it happens.
+    EXPECT_TRUE(moves.back());
     EXPECT_TRUE(panel.isVisible());
-    const int before = moves;
+    const auto before = moves.size();
     panel.move(300, 320);
     QApplication::processEvents();
-    EXPECT_GT(moves, before);
+    EXPECT_GT(moves.size(), before);
     EXPECT_EQ(panel.pos(), QPoint(300, 320));
+}
+
+// The panel's window as the window system delivers to it.
+void sendToWindow(DesktopPanel& panel, QEvent::Type type, QPointF at) {
+    QMouseEvent event(type, at, panel.mapToGlobal(at), Qt::LeftButton,
+                      type == QEvent::MouseButtonRelease ? Qt::NoButton : Qt::LeftButton,
+                      Qt::NoModifier);
+    QCoreApplication::sendEvent(panel.windowHandle(), &event);
+}
+
+TEST(DesktopPanelTest, ADragsMovesSettleWhenItEnds) {
+    testing::ensureOffscreenApplication();
+    DesktopPanel panel(QStringLiteral("Tovrin"));
+    panel.bringToFront();
+    QApplication::processEvents();
+    ASSERT_NE(panel.windowHandle(), nullptr);
+    std::vector<bool> moves;
+    panel.setMovedHandler([&moves](bool settled) { moves.push_back(settled); });
+
+    // A drag of the program's own: moves while the button is down, settled at its release.
+    sendToWindow(panel, QEvent::MouseButtonPress, QPointF(50, 50));
+    panel.move(200, 210);
+    panel.move(220, 230);
+    QApplication::processEvents();
+    ASSERT_GE(moves.size(), 2u);
+    EXPECT_EQ(std::count(moves.begin(), moves.end(), true), 0);
+    sendToWindow(panel, QEvent::MouseButtonRelease, QPointF(50, 50));
+    ASSERT_FALSE(moves.empty());
+    EXPECT_TRUE(moves.back());
+    EXPECT_EQ(std::count(moves.begin(), moves.end(), true), 1);
+
+    // A window manager's move: a release at once, the moves, and the pointer back at the end.
+    moves.clear();
+    sendToWindow(panel, QEvent::MouseButtonPress, QPointF(50, 50));
+    sendToWindow(panel, QEvent::MouseButtonRelease, QPointF(50, 50));
+    EXPECT_TRUE(moves.empty());
+    panel.move(400, 410);
+    QApplication::processEvents();
+    ASSERT_EQ(moves.size(), 1u);
+    EXPECT_FALSE(moves.back());
+    QEnterEvent enter(QPointF(50, 50), QPointF(50, 50), panel.mapToGlobal(QPointF(50, 50)));
+    QCoreApplication::sendEvent(panel.windowHandle(), &enter);
+    ASSERT_EQ(moves.size(), 2u);
+    EXPECT_TRUE(moves.back());
+    // Its last configure, after the pointer came back, is over as it happens.
+    panel.move(410, 420);
+    QApplication::processEvents();
+    ASSERT_EQ(moves.size(), 3u);
+    EXPECT_TRUE(moves.back());
 }
 
 // A stand-in card for capture checks: solid colour over a known rectangle, clear elsewhere.
