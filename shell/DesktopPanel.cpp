@@ -14,7 +14,11 @@ namespace ambrel {
 
 DesktopPanel::DesktopPanel(const QString& title, QWidget* parent)
     : QWidget(parent, Qt::Window | Qt::FramelessWindowHint | Qt::NoDropShadowWindowHint |
-                          Qt::WindowStaysOnBottomHint) {
+                          Qt::WindowStaysOnBottomHint | Qt::WindowDoesNotAcceptFocus) {
+    // A panel on the desktop never takes the keyboard from the window the user works in: not
+    // when it appears, not when it is clicked or dragged. Its menu takes the keyboard while
+    // it is open, as every popup menu does.
+    setAttribute(Qt::WA_ShowWithoutActivating);
     // Both must be set before the native window exists: they choose its visual.
     setAttribute(Qt::WA_TranslucentBackground);
     setAttribute(Qt::WA_NoSystemBackground);

@@ -9,7 +9,7 @@ namespace ambrel {
 
 // The widget's window: frameless, transparent outside the card's own glass, no shadow, fixed at
 // 360 x 170, below application windows on every workspace and out of taskbars and pagers. It
-// takes keyboard focus for the card's controls. A left press anywhere on the card that no control
+// never takes keyboard focus (its menu does, while open). A left press anywhere on the card that no control
 // takes (gauges, texts, bare glass) moves the window, as the title's drag region does.
 class DesktopPanel final : public QWidget {
 public:

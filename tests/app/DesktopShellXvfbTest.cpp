@@ -172,9 +172,14 @@ TEST_F(DesktopShellXvfbTest, PanelCarriesTheDesktopPanelHints) {
     EXPECT_TRUE(std::stoul(match[1], nullptr, 16) & 0x2u) << motif;
     EXPECT_EQ(std::stoul(match[3], nullptr, 16), 0u) << motif;
 
-    // Takes keyboard focus: WM_HINTS input stays true.
+    // Never takes keyboard focus: WM_HINTS input is false, no WM_TAKE_FOCUS, and a user time of
+    // 0 when mapped tells the window manager not to activate it.
     const auto hints = property(server.display(), id, "WM_HINTS");
-    EXPECT_NE(hints.find("Client accepts input or input focus: True"), std::string::npos) << hints;
+    EXPECT_NE(hints.find("Client accepts input or input focus: False"), std::string::npos) << hints;
+    const auto protocols = property(server.display(), id, "WM_PROTOCOLS");
+    EXPECT_EQ(protocols.find("WM_TAKE_FOCUS"), std::string::npos) << protocols;
+    const auto userTime = property(server.display(), id, "_NET_WM_USER_TIME");
+    EXPECT_NE(userTime.find("= 0"), std::string::npos) << userTime;
     EXPECT_TRUE(widget->isRunning());
 }
 

@@ -274,6 +274,37 @@ TEST_F(WindowManagerXvfbTest, PanelStaysBelowALaterWindowAndAClickDoesNotRaiseIt
     EXPECT_LT(stackingIndex(*panel), stackingIndex(normal));
 }
 
+TEST_F(WindowManagerXvfbTest, TheFirstLaunchLeavesTheKeyboardWithTheWindowThatHasIt) {
+    const auto normal = openNormalWindow("Active window");
+    ASSERT_NE(normal, 0u);
+    ASSERT_TRUE(testing::eventually([&] { return activeWindow() == normal; }, testing::kPatience));
+    auto widget = launch();
+    ASSERT_TRUE(panel) << widget->errorOutput();
+    // The window manager decides on focus as it maps a window; the panel is mapped now.
+    EXPECT_EQ(activeWindow(), normal) << "the panel took the focus when it appeared";
+    EXPECT_TRUE(widget->isRunning());
+}
+
+TEST_F(WindowManagerXvfbTest, AFirstClickDragMovesThePanelAndLeavesTheFocusAlone) {
+    auto widget = launch();
+    ASSERT_TRUE(panel) << widget->errorOutput();
+    const auto normal = openNormalWindow("Active window");
+    ASSERT_NE(normal, 0u);
+    ASSERT_TRUE(testing::eventually([&] { return activeWindow() == normal; }, testing::kPatience));
+    const auto frame = panelGeometry();
+    ASSERT_TRUE(frame);
+    const QPoint glass = onPanel(*frame, kOnGlassBetweenGauges);
+    ASSERT_GT(glass.x(), 1100) << "the press must land on a part of the card in view";
+
+    // The very first press on the card, with another window active, drags it.
+    const auto after = drag(glass, QPoint(-200, 300));
+    ASSERT_TRUE(after) << "the first press did not move the panel";
+    EXPECT_NEAR(after->y - frame->y, 300, 30);
+    EXPECT_EQ(activeWindow(), normal) << "dragging the panel took the focus";
+
+    EXPECT_TRUE(widget->isRunning());
+}
+
 TEST_F(WindowManagerXvfbTest, PanelIsShownOnEveryWorkspace) {
     auto widget = launch();
     ASSERT_TRUE(panel) << widget->errorOutput();

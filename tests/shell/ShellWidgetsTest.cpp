@@ -303,7 +303,8 @@ TEST(DesktopPanelTest, FramelessTranslucentFixedSizeBelowOthers) {
     EXPECT_TRUE(panel.windowFlags() & Qt::FramelessWindowHint);
     EXPECT_TRUE(panel.windowFlags() & Qt::WindowStaysOnBottomHint);
     EXPECT_TRUE(panel.windowFlags() & Qt::NoDropShadowWindowHint);
-    EXPECT_FALSE(panel.windowFlags() & Qt::WindowDoesNotAcceptFocus);
+    EXPECT_TRUE(panel.windowFlags() & Qt::WindowDoesNotAcceptFocus);
+    EXPECT_TRUE(panel.testAttribute(Qt::WA_ShowWithoutActivating));
     EXPECT_TRUE(panel.testAttribute(Qt::WA_TranslucentBackground));
     EXPECT_EQ(panel.size(), QSize(360, 170));
     EXPECT_EQ(panel.minimumSize(), QSize(360, 170));
