@@ -66,18 +66,21 @@ std::string phoneName(const PhoneDetails& details) {
 }
 
 // What to do when the phone did not let this computer in.
-std::string trustAdvice(const std::string& error) {
+std::string trustAdvice(const std::string& error, CheckPlace place) {
     if (error == "PasswordProtected") {
         return "Unlock your iPhone and check again.";
     }
     if (error == "UserDeniedPairing") {
         return "Unplug and reconnect your iPhone, then choose Trust when it asks.";
     }
-    return "Click Trust in the connection window (or run idevicepair pair), then unlock your "
+    if (place == CheckPlace::connectionWindow) {
+        return "Click Trust above, then unlock your iPhone and choose Trust.";
+    }
+    return "Run idevicepair pair (or click Trust in the connection window), then unlock your "
            "iPhone and choose Trust.";
 }
 
-std::string lockdownAdvice(const LockdownError& error) {
+std::string lockdownAdvice(const LockdownError& error, CheckPlace place) {
     switch (error.kind) {
     case LockdownFailure::helperBroken:
         return "Reinstall Tovrin, since its phone settings helper did not work.";
@@ -88,19 +91,19 @@ std::string lockdownAdvice(const LockdownError& error) {
     case LockdownFailure::muxerUnavailable:
         return "Start usbmuxd by plugging your iPhone in, then check again.";
     case LockdownFailure::notTrusted:
-        return trustAdvice(error.name);
+        return trustAdvice(error.name, place);
     case LockdownFailure::lockdownError:
         break;
     }
     if (error.name == "PasswordProtected") {
-        return trustAdvice(error.name);
+        return trustAdvice(error.name, place);
     }
     return "Unlock your iPhone and check again (it answered " + error.name + ").";
 }
 
 class Run {
 public:
-    explicit Run(ConnectionProbe& probe) : m_probe(probe) {}
+    Run(ConnectionProbe& probe, CheckPlace place) : m_probe(probe), m_place(place) {}
 
     ConnectionReport report() {
         ConnectionReport result;
@@ -123,6 +126,9 @@ public:
             result.ok = result.ok && check.status == CheckStatus::passed;
             result.checks.push_back(std::move(check));
         }
+        result.readableOverUsb = m_status[trusted] == CheckStatus::passed;
+        result.readableOverWifi = m_status[battery] == CheckStatus::passed;
+        result.summary = summary(result);
         return result;
     }
 
@@ -135,15 +141,17 @@ private:
                 return {true, "idevice_id, ideviceinfo, idevicepair and tovrin-lockdown are "
                               "installed."};
             }
-            return {false, "Install libimobiledevice-utils and reinstall Tovrin, since " +
-                               joined(missing) + (missing.size() == 1 ? " is" : " are") +
-                               " missing."};
+            return {false, toolsAdvice(missing)};
         }
         case systemMuxer: {
             m_systemPhones = m_probe.systemMuxerPhones();
             if (!m_systemPhones) {
-                return {false, "Install usbmuxd (sudo apt install usbmuxd) and plug your iPhone "
-                               "in, which starts it."};
+                if (m_probe.usbmuxdInstalled()) {
+                    return {false, "Plug your iPhone in with a USB cable: Debian starts usbmuxd "
+                                   "only while an iPhone is plugged in."};
+                }
+                return {false, "Install usbmuxd (sudo apt-get install usbmuxd), then plug your "
+                               "iPhone in."};
             }
             return {true, "usbmuxd lists " + std::to_string(m_systemPhones->size()) +
                               (m_systemPhones->size() == 1 ? " device." : " devices.")};
@@ -162,11 +170,11 @@ private:
         case trusted: {
             const auto details = m_probe.details(m_usbUdid, false);
             if (!details) {
-                return {false, lockdownAdvice(details.error())};
+                return {false, lockdownAdvice(details.error(), m_place)};
             }
             m_usbDetails = details.value();
             if (!m_usbDetails->trusted) {
-                return {false, trustAdvice(m_usbDetails->trustError)};
+                return {false, trustAdvice(m_usbDetails->trustError, m_place)};
             }
             return {true, phoneName(*m_usbDetails) + " trusts this computer."};
         }
@@ -174,11 +182,20 @@ private:
             if (m_usbDetails->wifiConnections.value_or(false)) {
                 return {true, "\u201cShow this iPhone when on Wi-Fi\u201d is on."};
             }
-            return {false, "Select \u201cShow this iPhone when on Wi-Fi\u201d in the connection "
-                           "window and click Apply, or run tovrin --enable-wifi."};
+            if (m_place == CheckPlace::connectionWindow) {
+                return {false, "Select \u201cShow this iPhone when on Wi-Fi\u201d above and click "
+                               "Apply."};
+            }
+            return {false, "Run tovrin --enable-wifi while the iPhone is on the cable (or turn on "
+                           "\u201cShow this iPhone when on Wi-Fi\u201d in the connection "
+                           "window)."};
         case avahiDaemon:
             if (m_probe.avahiDaemonRuns()) {
                 return {true, "avahi-daemon answers on the system bus."};
+            }
+            if (!m_probe.avahiDaemonInstalled()) {
+                return {false, "Install avahi-daemon (sudo apt-get install avahi-daemon) so that "
+                               "Tovrin can find your iPhone on the network."};
             }
             return {false, "Start avahi-daemon (sudo systemctl enable --now avahi-daemon) so that "
                            "Tovrin can find your iPhone on the network."};
@@ -197,13 +214,13 @@ private:
             const auto details = m_probe.details(m_wifiUdid, true);
             if (!details) {
                 if (details.error().kind == LockdownFailure::notTrusted) {
-                    return {false, trustAdvice(details.error().name)};
+                    return {false, trustAdvice(details.error().name, m_place)};
                 }
                 return {false, "Make sure this network lets this computer reach your iPhone "
                                "(TCP port 62078), or plug it in and check again."};
             }
             if (!details.value().trusted) {
-                return {false, trustAdvice(details.value().trustError)};
+                return {false, trustAdvice(details.value().trustError, m_place)};
             }
             return {true, phoneName(details.value()) + " answers over Wi-Fi."};
         }
@@ -239,7 +256,62 @@ private:
                        "Wi-Fi address."};
     }
 
+    static std::string toolsAdvice(const std::vector<std::string>& missing) {
+        std::vector<std::string> tools;
+        bool helper = false;
+        for (const auto& name : missing) {
+            if (name == "tovrin-lockdown") {
+                helper = true;
+            } else {
+                tools.push_back(name);
+            }
+        }
+        std::string advice;
+        if (!tools.empty()) {
+            advice = "Install libimobiledevice-utils (sudo apt-get install "
+                     "libimobiledevice-utils), since " +
+                     joined(tools) + (tools.size() == 1 ? " is" : " are") + " missing.";
+        }
+        if (helper) {
+            advice += std::string(advice.empty() ? "" : " ") +
+                      "Reinstall Tovrin, since its helper tovrin-lockdown is missing.";
+        }
+        return advice;
+    }
+
+    // The first failed check's message, or nothing.
+    static std::string firstFailure(const ConnectionReport& report, std::size_t from,
+                                    std::size_t to) {
+        for (std::size_t step = from; step < to && step < report.checks.size(); ++step) {
+            if (report.checks[step].status == CheckStatus::failed) {
+                return report.checks[step].message;
+            }
+        }
+        return {};
+    }
+
+    std::string summary(const ConnectionReport& report) const {
+        if (report.ok) {
+            return "Every check passed: your iPhone can be read over USB and over Wi-Fi.";
+        }
+        if (report.readableOverUsb && !report.readableOverWifi) {
+            const auto next = firstFailure(report, wifiConnections, battery + 1);
+            return "Your iPhone can be read over USB." +
+                   (next.empty() ? std::string() : " To read it over Wi-Fi as well: " + next);
+        }
+        if (report.readableOverWifi) {
+            return "Your iPhone can be read over Wi-Fi.";
+        }
+        if (m_status[phoneOnUsb] == CheckStatus::failed &&
+            m_status[advertised] == CheckStatus::failed) {
+            return "No iPhone is on USB or on this network: plug yours in, or unlock it on the "
+                   "same Wi-Fi network as this computer.";
+        }
+        return "Your iPhone cannot be read yet: fix the first failed check and check again.";
+    }
+
     ConnectionProbe& m_probe;
+    CheckPlace m_place;
     std::array<CheckStatus, ConnectionCheck::kCheckCount> m_status{};
     std::optional<std::vector<PhoneOnMuxer>> m_systemPhones;
     std::string m_usbUdid;
@@ -250,12 +322,12 @@ private:
 
 } // namespace
 
-ConnectionReport ConnectionCheck::run(ConnectionProbe& probe) {
-    return Run(probe).report();
+ConnectionReport ConnectionCheck::run(ConnectionProbe& probe, CheckPlace place) {
+    return Run(probe, place).report();
 }
 
-std::string ConnectionCheck::adviceFor(const LockdownError& error) {
-    return lockdownAdvice(error);
+std::string ConnectionCheck::adviceFor(const LockdownError& error, CheckPlace place) {
+    return lockdownAdvice(error, place);
 }
 
 const char* ConnectionCheck::statusName(CheckStatus status) {
@@ -277,7 +349,15 @@ std::string ConnectionCheck::toJson(const ConnectionReport& report) {
                           {"status", statusName(check.status)},
                           {"message", check.message}});
     }
-    const nlohmann::json line = {{"checks", checks}, {"ok", report.ok}};
+    nlohmann::json over = nlohmann::json::array();
+    if (report.readableOverUsb) {
+        over.push_back("usb");
+    }
+    if (report.readableOverWifi) {
+        over.push_back("wifi");
+    }
+    const nlohmann::json line = {
+        {"checks", checks}, {"ok", report.ok}, {"readableOver", over}, {"summary", report.summary}};
     return line.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
 }
 
@@ -288,7 +368,7 @@ std::string ConnectionCheck::toText(const ConnectionReport& report) {
         status.resize(8, ' ');
         text += status + check.title + ": " + check.message + "\n";
     }
-    text += report.ok ? "Every check passed.\n" : "Fix the first failed check and check again.\n";
+    text += report.summary + "\n";
     return text;
 }
 

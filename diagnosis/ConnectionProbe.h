@@ -32,6 +32,10 @@ public:
                                                           bool networkOnly) = 0;
     // Whether avahi-daemon answers on the system bus.
     virtual bool avahiDaemonRuns() = 0;
+    // Whether usbmuxd and avahi-daemon are installed, for when they do not answer: Debian starts
+    // usbmuxd only while an iPhone is plugged in, and avahi-daemon can be turned off.
+    virtual bool usbmuxdInstalled() { return true; }
+    virtual bool avahiDaemonInstalled() { return true; }
     // The Wi-Fi MACs (lower case) named by the `_apple-mobdev2._tcp` adverts on this network.
     virtual std::vector<std::string> advertisedMacs() = 0;
     // The phones this computer has a pair record for.

@@ -132,6 +132,14 @@ Expected<PhoneDetails, LockdownError> SystemConnectionProbe::details(const std::
     return m_helper.details(udid, networkOnly);
 }
 
+bool SystemConnectionProbe::usbmuxdInstalled() {
+    return ::access(m_setup.usbmuxdProgram.c_str(), X_OK) == 0;
+}
+
+bool SystemConnectionProbe::avahiDaemonInstalled() {
+    return ::access(m_setup.avahiDaemonProgram.c_str(), X_OK) == 0;
+}
+
 bool SystemConnectionProbe::avahiDaemonRuns() {
     AvahiSimplePoll* poll = avahi_simple_poll_new();
     if (poll == nullptr) {

@@ -27,6 +27,9 @@ public:
         std::filesystem::path ownRecordsFolder;
         // Runs the helper and the tools: the program's own launcher, so that quitting stops them.
         std::shared_ptr<ProcessLauncher> launcher;
+        // Where Debian installs the two daemons, to tell "not installed" from "not running".
+        std::filesystem::path usbmuxdProgram = "/usr/sbin/usbmuxd";
+        std::filesystem::path avahiDaemonProgram = "/usr/sbin/avahi-daemon";
     };
 
     // How long the system muxer gets to answer, as libusbmuxd gives it.
@@ -42,6 +45,8 @@ public:
     Expected<PhoneDetails, LockdownError> details(const std::string& udid,
                                                   bool networkOnly) override;
     bool avahiDaemonRuns() override;
+    bool usbmuxdInstalled() override;
+    bool avahiDaemonInstalled() override;
     std::vector<std::string> advertisedMacs() override;
     std::vector<KnownWifiPhone> knownPhones() override;
     Expected<int, std::string> wifiBatteryLevel(const std::string& udid) override;

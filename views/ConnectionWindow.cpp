@@ -238,7 +238,8 @@ void ConnectionWindow::apply(const std::string& udid, bool showOnWifi) {
         [this](Outcome outcome) {
             QString note;
             if (outcome.error) {
-                note = windowText(ConnectionCheck::adviceFor(*outcome.error));
+                note = windowText(
+                    ConnectionCheck::adviceFor(*outcome.error, CheckPlace::connectionWindow));
             } else {
                 note = *outcome.enabled ? QStringLiteral("Wi-Fi connections are now on.")
                                         : QStringLiteral("Wi-Fi connections are now off.");
@@ -252,7 +253,7 @@ void ConnectionWindow::runCheck() {
     inBackground<ConnectionReport>(
         [setup] {
             SystemConnectionProbe probe(setup);
-            return ConnectionCheck::run(probe);
+            return ConnectionCheck::run(probe, CheckPlace::connectionWindow);
         },
         [this](ConnectionReport report) { showReport(report); });
 }
@@ -270,7 +271,8 @@ void ConnectionWindow::showListing(const Listing& listing, const QString& note) 
     clearRows();
     QString status = note;
     if (listing.error) {
-        status = windowText(ConnectionCheck::adviceFor(*listing.error));
+        status =
+            windowText(ConnectionCheck::adviceFor(*listing.error, CheckPlace::connectionWindow));
     } else if (listing.phones.empty() && status.isEmpty()) {
         status = QStringLiteral("No iPhone is connected: connect your iPhone with a USB cable "
                                 "and unlock it.");
@@ -297,7 +299,8 @@ void ConnectionWindow::showListing(const Listing& listing, const QString& note) 
         auto* trustLine = new QHBoxLayout();
         QString trustText;
         if (entry.error) {
-            trustText = windowText(ConnectionCheck::adviceFor(*entry.error));
+            trustText =
+                windowText(ConnectionCheck::adviceFor(*entry.error, CheckPlace::connectionWindow));
         } else {
             trustText = details->trusted ? QStringLiteral("This computer is trusted.")
                                          : QStringLiteral("This computer is not trusted.");

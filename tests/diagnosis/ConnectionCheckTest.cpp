@@ -45,6 +45,8 @@ public:
         return phone;
     }
     bool avahiDaemonRuns() override { return avahi; }
+    bool usbmuxdInstalled() override { return usbmuxdThere; }
+    bool avahiDaemonInstalled() override { return avahiThere; }
     std::vector<std::string> advertisedMacs() override { return adverts; }
     std::vector<KnownWifiPhone> knownPhones() override { return known; }
     Expected<int, std::string> wifiBatteryLevel(const std::string& udid) override {
@@ -63,6 +65,8 @@ public:
     std::optional<LockdownError> usbError;
     std::optional<LockdownError> wifiError;
     bool avahi = true;
+    bool usbmuxdThere = true;
+    bool avahiThere = true;
     std::vector<std::string> adverts{kMac};
     std::vector<KnownWifiPhone> known;
     std::optional<int> battery = 87;
@@ -98,6 +102,10 @@ TEST(ConnectionCheckTest, EveryCheckPassesForAPhoneReadOverWifi) {
         EXPECT_EQ(report.checks[i].status, CheckStatus::passed) << report.checks[i].message;
     }
     EXPECT_TRUE(report.ok);
+    EXPECT_TRUE(report.readableOverUsb);
+    EXPECT_TRUE(report.readableOverWifi);
+    EXPECT_EQ(report.summary,
+              "Every check passed: your iPhone can be read over USB and over Wi-Fi.");
     EXPECT_EQ(report.checks[9].message, "The battery is at 87%.");
     EXPECT_EQ(probe.asked,
               (std::vector<std::string>{kUdid + " usb", kUdid + " network", kUdid + " battery"}));
@@ -113,8 +121,11 @@ TEST(ConnectionCheckTest, MissingToolsFailAndSkipWhatNeedsThem) {
               (std::vector<std::string>{"failed", "passed", "passed", "skipped", "skipped",
                                         "passed", "passed", "passed", "skipped", "skipped"}));
     EXPECT_FALSE(report.ok);
-    EXPECT_EQ(report.checks[0].message, "Install libimobiledevice-utils and reinstall Tovrin, "
-                                        "since idevicepair, tovrin-lockdown are missing.");
+    EXPECT_EQ(report.checks[0].message,
+              "Install libimobiledevice-utils (sudo apt-get install libimobiledevice-utils), "
+              "since idevicepair is missing. Reinstall Tovrin, since its helper "
+              "tovrin-lockdown is missing.");
+    EXPECT_FALSE(report.readable());
     EXPECT_EQ(report.checks[3].message, "Waits for \u201cThe phone tools are there\u201d.");
     EXPECT_TRUE(probe.asked.empty());
 }
@@ -126,8 +137,9 @@ TEST(ConnectionCheckTest, ASilentSystemMuxerFailsAndSkipsTheUsbChecks) {
     EXPECT_EQ(statuses(report),
               (std::vector<std::string>{"passed", "failed", "skipped", "skipped", "skipped",
                                         "passed", "passed", "failed", "skipped", "skipped"}));
-    EXPECT_EQ(report.checks[1].message, "Install usbmuxd (sudo apt install usbmuxd) and plug "
-                                        "your iPhone in, which starts it.");
+    // Debian's usbmuxd is there but starts only for a plugged-in iPhone.
+    EXPECT_EQ(report.checks[1].message, "Plug your iPhone in with a USB cable: Debian starts "
+                                        "usbmuxd only while an iPhone is plugged in.");
     // Nothing this computer has a pair record for is advertised, and no phone on USB says
     // which advert it is.
     EXPECT_EQ(report.checks[7].message, "Plug your iPhone in and trust this computer, so that "
@@ -146,6 +158,77 @@ TEST(ConnectionCheckTest, NoPhoneOnUsbFails) {
               "Connect your iPhone to this computer with a USB cable and unlock it.");
     EXPECT_EQ(report.checks[4].message, "Waits for \u201cThe iPhone trusts this computer\u201d.");
     EXPECT_FALSE(report.ok);
+    // Read over Wi-Fi, unplugged: a working setup.
+    EXPECT_FALSE(report.readableOverUsb);
+    EXPECT_TRUE(report.readableOverWifi);
+    EXPECT_TRUE(report.readable());
+    EXPECT_EQ(report.summary, "Your iPhone can be read over Wi-Fi.");
+}
+
+TEST(ConnectionCheckTest, UsbmuxdMissingIsToBeInstalled) {
+    FakeProbe probe;
+    probe.muxerPhones.reset();
+    probe.usbmuxdThere = false;
+    const auto report = ConnectionCheck::run(probe);
+    expectCheck(report, 1, CheckStatus::failed,
+                "Install usbmuxd (sudo apt-get install usbmuxd), then plug your iPhone in.");
+}
+
+TEST(ConnectionCheckTest, NoPhoneOnUsbAndNoneOnTheNetworkSaysSo) {
+    FakeProbe probe;
+    probe.muxerPhones = std::vector<PhoneOnMuxer>{};
+    probe.adverts.clear();
+    const auto report = ConnectionCheck::run(probe);
+    EXPECT_EQ(report.checks[2].status, CheckStatus::failed);
+    EXPECT_EQ(report.checks[6].status, CheckStatus::failed);
+    EXPECT_FALSE(report.readable());
+    EXPECT_EQ(report.summary, "No iPhone is on USB or on this network: plug yours in, or unlock "
+                              "it on the same Wi-Fi network as this computer.");
+}
+
+TEST(ConnectionCheckTest, APhoneReadOverUsbWithWifiOffIsAWorkingSetup) {
+    FakeProbe probe;
+    probe.phone.wifiConnections = false;
+    probe.adverts.clear();
+    const auto report = ConnectionCheck::run(probe);
+    EXPECT_FALSE(report.ok);
+    EXPECT_TRUE(report.readableOverUsb);
+    EXPECT_FALSE(report.readableOverWifi);
+    EXPECT_TRUE(report.readable());
+    EXPECT_EQ(report.summary,
+              "Your iPhone can be read over USB. To read it over Wi-Fi as well: Run tovrin "
+              "--enable-wifi while the iPhone is on the cable (or turn on \u201cShow this iPhone "
+              "when on Wi-Fi\u201d in the connection window).");
+}
+
+TEST(ConnectionCheckTest, AdviceNeverSendsTheUserWhereTheyAre) {
+    FakeProbe probe;
+    probe.phone.wifiConnections = false;
+    const auto window = ConnectionCheck::run(probe, CheckPlace::connectionWindow);
+    EXPECT_EQ(window.checks[4].message,
+              "Select \u201cShow this iPhone when on Wi-Fi\u201d above and click Apply.");
+    FakeProbe untrusted;
+    untrusted.phone.trusted = false;
+    untrusted.phone.trustError = "MissingPairRecord";
+    const auto inWindow = ConnectionCheck::run(untrusted, CheckPlace::connectionWindow);
+    EXPECT_EQ(inWindow.checks[3].message,
+              "Click Trust above, then unlock your iPhone and choose Trust.");
+    for (const auto* report : {&window, &inWindow}) {
+        for (const auto& check : report->checks) {
+            EXPECT_EQ(check.message.find("connection window"), std::string::npos) << check.message;
+        }
+    }
+    EXPECT_EQ(ConnectionCheck::adviceFor({LockdownFailure::notTrusted, "InvalidHostID"},
+                                         CheckPlace::connectionWindow),
+              "Click Trust above, then unlock your iPhone and choose Trust.");
+}
+
+TEST(ConnectionCheckTest, HelperMissingAloneIsAReinstall) {
+    FakeProbe probe;
+    probe.missing = {"tovrin-lockdown"};
+    const auto report = ConnectionCheck::run(probe);
+    expectCheck(report, 0, CheckStatus::failed,
+                "Reinstall Tovrin, since its helper tovrin-lockdown is missing.");
 }
 
 TEST(ConnectionCheckTest, AnUntrustedComputerFailsWithTheWayToTrustIt) {
@@ -155,8 +238,8 @@ TEST(ConnectionCheckTest, AnUntrustedComputerFailsWithTheWayToTrustIt) {
     probe.phone.wifiConnections.reset();
     const auto report = ConnectionCheck::run(probe);
     expectCheck(report, 3, CheckStatus::failed,
-                "Click Trust in the connection window (or run idevicepair "
-                "pair), then unlock your iPhone and choose Trust.");
+                "Run idevicepair pair (or click Trust in the connection window), then unlock "
+                "your iPhone and choose Trust.");
     EXPECT_EQ(report.checks[4].status, CheckStatus::skipped);
 }
 
@@ -175,8 +258,8 @@ TEST(ConnectionCheckTest, WifiConnectionsOffFailWithWhereToTurnThemOn) {
               (std::vector<std::string>{"passed", "passed", "passed", "passed", "failed", "passed",
                                         "passed", "passed", "passed", "passed"}));
     EXPECT_EQ(report.checks[4].message,
-              "Select \u201cShow this iPhone when on Wi-Fi\u201d in the connection window and "
-              "click Apply, or run tovrin --enable-wifi.");
+              "Run tovrin --enable-wifi while the iPhone is on the cable (or turn on \u201cShow "
+              "this iPhone when on Wi-Fi\u201d in the connection window).");
 }
 
 TEST(ConnectionCheckTest, NoAvahiDaemonFailsAndSkipsTheNetworkChecks) {
@@ -189,6 +272,10 @@ TEST(ConnectionCheckTest, NoAvahiDaemonFailsAndSkipsTheNetworkChecks) {
     EXPECT_EQ(report.checks[5].message, "Start avahi-daemon (sudo systemctl enable --now "
                                         "avahi-daemon) so that Tovrin can find your iPhone on "
                                         "the network.");
+    probe.avahiThere = false;
+    expectCheck(ConnectionCheck::run(probe), 5, CheckStatus::failed,
+                "Install avahi-daemon (sudo apt-get install avahi-daemon) so that Tovrin can "
+                "find your iPhone on the network.");
 }
 
 TEST(ConnectionCheckTest, NoAdvertFails) {
@@ -255,6 +342,9 @@ TEST(ConnectionCheckTest, TheJsonLineHasNameStatusAndMessageOfEachCheck) {
                                           "avahi-daemon) so that Tovrin can find your iPhone on "
                                           "the network."}}));
     EXPECT_EQ(json["checks"][6]["status"], "skipped");
+    // Read over USB all the same.
+    EXPECT_EQ(json["readableOver"], nlohmann::json::array({"usb"}));
+    EXPECT_EQ(json["summary"].get<std::string>().rfind("Your iPhone can be read over USB.", 0), 0u);
 }
 
 TEST(ConnectionCheckTest, TheTextHasALinePerCheckAndAVerdict) {
@@ -264,7 +354,8 @@ TEST(ConnectionCheckTest, TheTextHasALinePerCheckAndAVerdict) {
     EXPECT_EQ(text.substr(0, text.find('\n')),
               "passed  The phone tools are there: idevice_id, ideviceinfo, idevicepair and "
               "tovrin-lockdown are installed.");
-    EXPECT_NE(text.find("\nEvery check passed.\n"), std::string::npos);
+    EXPECT_TRUE(
+        text.ends_with("\nEvery check passed: your iPhone can be read over USB and over Wi-Fi.\n"));
     probe.battery.reset();
     EXPECT_NE(ConnectionCheck::toText(ConnectionCheck::run(probe))
                   .find("failed  The battery can be read over Wi-Fi: Unlock"),

@@ -107,8 +107,7 @@ TEST_F(InstalledProgramTest, DiagnoseWithoutTheHelperNamesIt) {
     ASSERT_NO_FATAL_FAILURE(diagnoseTools(tools));
     EXPECT_EQ(tools.value("status", ""), "failed");
     EXPECT_EQ(tools.value("message", ""),
-              "Install libimobiledevice-utils and reinstall Tovrin, since tovrin-lockdown is "
-              "missing.");
+              "Reinstall Tovrin, since its helper tovrin-lockdown is missing.");
 }
 
 TEST_F(InstalledProgramTest, LoginStatusDescribesTheInstalledCopy) {
