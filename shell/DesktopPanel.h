@@ -9,8 +9,8 @@ namespace ambrel {
 
 // The widget's window: frameless, transparent outside the card's own glass, no shadow, fixed at
 // 360 x 170, below application windows on every workspace and out of taskbars and pagers. It
-// never takes keyboard focus (its menu does, while open). A left press anywhere on the card that no control
-// takes (gauges, texts, bare glass) moves the window, as the title's drag region does.
+// never takes keyboard focus (its menu does, while open). A left press anywhere on the card that no
+// control takes (gauges, texts, bare glass) moves the window, as the title's drag region does.
 class DesktopPanel final : public QWidget {
 public:
     explicit DesktopPanel(const QString& title, QWidget* parent = nullptr);

@@ -72,8 +72,9 @@ TEST_F(LowBatteryAlertsTest, FirstReadingBelowBothLevelsAlertsOnce) {
     m_alerts.update(BatteryDeviceKind::mac, mac(6), true);
     feedPhone(7);
     ASSERT_EQ(m_notifier.calls.size(), 2U);
-    EXPECT_EQ(m_notifier.calls[0], "show mac critical: This computer battery very low / Anna\u2019s "
-                                   "MacBook Pro is at 6%. Charge it now.");
+    EXPECT_EQ(m_notifier.calls[0],
+              "show mac critical: This computer battery very low / Anna\u2019s "
+              "MacBook Pro is at 6%. Charge it now.");
     EXPECT_EQ(m_notifier.calls[1].substr(0, 20), "show phone critical:");
 }
 
