@@ -136,6 +136,9 @@ void AmbrelDelegate::applicationDidFinishLaunching() {
     // apart from it.
     QCoreApplication::setApplicationName(m_displayName);
     m_statusMenu = std::make_unique<StatusMenu>(m_displayName, *m_loginItems, std::move(actions));
+    if (const auto identifier = m_bundle->infoString("CFBundleIdentifier")) {
+        m_statusMenu->setSymbolicIconName(QString::fromStdString(*identifier + "-symbolic"));
+    }
     m_statusMenu->setDark(appearance.look() == Look::dark);
     connect(&appearance, &Appearance::lookChanged, this,
             [this](Look look) { m_statusMenu->setDark(look == Look::dark); });

@@ -26,6 +26,16 @@ EnableWifiCommand::Outcome failure(const std::string& udid, const LockdownError&
     return {line(json), 1};
 }
 
+EnableWifiCommand::Outcome notPaired(const std::string& udid) {
+    const nlohmann::json json = {
+        {"error", "NotPaired"},
+        {"message", "This computer is not paired with that iPhone. Plug it in, unlock it and "
+                    "choose Trust (or run idevicepair pair), then try again."},
+        {"udid", udid},
+        {"wifiConnections", false}};
+    return {line(json), 1};
+}
+
 } // namespace
 
 EnableWifiCommand::EnableWifiCommand(std::function<SystemConnectionProbe::Setup()> setup,
@@ -56,6 +66,11 @@ int EnableWifiCommand::run(const Invocation& invocation) {
     }
     Outcome outcome;
     runWithSetup([&](const SystemConnectionProbe::Setup& setup) {
+        // A phone this computer never paired with is not asked anything.
+        if (!udid.empty() && SystemConnectionProbe(setup).isPaired(udid) == false) {
+            outcome = notPaired(udid);
+            return;
+        }
         outcome = enable(LockdownHelper(setup.toolDirectory, setup.launcher), udid);
     });
     invocation.out(outcome.output);

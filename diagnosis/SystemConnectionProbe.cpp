@@ -127,6 +127,46 @@ std::optional<std::vector<PhoneOnMuxer>> SystemConnectionProbe::systemMuxerPhone
     return phones;
 }
 
+std::optional<bool> SystemConnectionProbe::isPaired(const std::string& udid) {
+    if (!m_setup.ownRecordsFolder.empty()) {
+        const PairRecordStore records(m_setup.systemRecordsFolder, m_setup.ownRecordsFolder);
+        if (records.record(udid)) {
+            return true;
+        }
+    }
+    if (!m_setup.systemMuxerSocket) {
+        return std::nullopt;
+    }
+    const UniqueFd socket = connectUnixSocket(m_setup.systemMuxerSocket->string());
+    if (!socket.isValid()) {
+        return std::nullopt;
+    }
+    MuxRequest request;
+    request.type = MuxRequestType::readPairRecord;
+    request.messageType = "ReadPairRecord";
+    request.pairRecordId = udid;
+    const MuxChannel channel(socket.get(), -1);
+    MuxFrame frame;
+    if (channel.writeAll(encodeMuxMessage(1, muxRequestDictionary(request, "tovrin")),
+                         kMuxerLimit) != ChannelStatus::ok ||
+        channel.readFrame(frame, kMuxerLimit) != ChannelStatus::ok) {
+        return std::nullopt;
+    }
+    const auto reply = parseMuxReply(frame.payload);
+    if (!reply) {
+        return std::nullopt;
+    }
+    if (reply->kind == MuxReply::Kind::answer) {
+        return dataIn(reply->dictionary.get(), "PairRecordData").has_value();
+    }
+    // usbmuxd answers a record it does not have with "bad device".
+    if (reply->kind == MuxReply::Kind::result &&
+        reply->number == static_cast<std::uint32_t>(MuxResult::badDevice)) {
+        return false;
+    }
+    return std::nullopt;
+}
+
 Expected<PhoneDetails, LockdownError> SystemConnectionProbe::details(const std::string& udid,
                                                                      bool networkOnly) {
     return m_helper.details(udid, networkOnly);

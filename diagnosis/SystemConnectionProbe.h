@@ -49,6 +49,10 @@ public:
     bool avahiDaemonInstalled() override;
     std::vector<std::string> advertisedMacs() override;
     std::vector<KnownWifiPhone> knownPhones() override;
+    // Whether this computer has a pair record for `udid`: the program's own copy, else the
+    // system muxer's answer to ReadPairRecord. Absent when that cannot be told (no socket to
+    // ask, or no answer). Talks to no phone.
+    std::optional<bool> isPaired(const std::string& udid);
     Expected<int, std::string> wifiBatteryLevel(const std::string& udid) override;
 
 private:

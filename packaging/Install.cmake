@@ -49,8 +49,12 @@ foreach(size IN LISTS TOVRIN_ICON_SIZES)
 endforeach()
 
 set(tovrin_scalable_icon ${tovrin_build_data}/icons/hicolor/scalable/apps/${tovrin_app_id}.svg)
+# The tray mark, for panels that tint symbolic icons to suit themselves.
+set(tovrin_symbolic_icon
+    ${tovrin_build_data}/icons/hicolor/symbolic/apps/${tovrin_app_id}-symbolic.svg)
 set(tovrin_desktop_entry ${tovrin_build_data}/applications/${tovrin_app_id}.desktop)
 foreach(pair IN ITEMS "${tovrin_icon_svg}|${tovrin_scalable_icon}"
+                      "${tovrin_packaging_dir}/${tovrin_app_id}-symbolic.svg|${tovrin_symbolic_icon}"
                       "${tovrin_packaging_dir}/${tovrin_app_id}.desktop|${tovrin_desktop_entry}")
     string(REPLACE "|" ";" pair "${pair}")
     list(GET pair 0 from)
@@ -118,6 +122,7 @@ install(SCRIPT ${tovrin_packaging_dir}/InstallRuntimeLinks.cmake)
 install(FILES ${tovrin_desktop_entry} DESTINATION share/applications)
 install(FILES ${tovrin_metainfo} DESTINATION share/metainfo)
 install(FILES ${tovrin_scalable_icon} DESTINATION share/icons/hicolor/scalable/apps)
+install(FILES ${tovrin_symbolic_icon} DESTINATION share/icons/hicolor/symbolic/apps)
 foreach(size IN LISTS TOVRIN_ICON_SIZES)
     install(FILES ${tovrin_build_data}/icons/hicolor/${size}x${size}/apps/${tovrin_app_id}.png
             DESTINATION share/icons/hicolor/${size}x${size}/apps)

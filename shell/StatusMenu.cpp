@@ -2,6 +2,10 @@
 
 #include <QAction>
 #include <QCursor>
+#include <QDir>
+#include <QFileInfo>
+#include <QIcon>
+#include <QIconEngine>
 #include <QKeyEvent>
 #include <QKeySequence>
 #include <QMessageBox>
@@ -24,6 +28,57 @@ QString text(const std::string& utf8) {
 // the next letter as a mnemonic and not be shown.
 QString menuTitle(const std::string& utf8) {
     return text(utf8).replace(QLatin1Char('&'), QStringLiteral("&&"));
+}
+
+// The drawn mark under a theme icon's name: a StatusNotifier host is given the name (Qt passes
+// an icon's name on) and the drawn pixmaps both.
+class NamedMarkEngine final : public QIconEngine {
+public:
+    NamedMarkEngine(QIcon drawn, QString name)
+        : m_drawn(std::move(drawn)), m_name(std::move(name)) {}
+
+    void paint(QPainter* painter, const QRect& rect, QIcon::Mode mode,
+               QIcon::State state) override {
+        m_drawn.paint(painter, rect, Qt::AlignCenter, mode, state);
+    }
+    QPixmap pixmap(const QSize& size, QIcon::Mode mode, QIcon::State state) override {
+        return m_drawn.pixmap(size, mode, state);
+    }
+    QPixmap scaledPixmap(const QSize& size, QIcon::Mode mode, QIcon::State state,
+                         qreal scale) override {
+        return m_drawn.pixmap(size, scale, mode, state);
+    }
+    QSize actualSize(const QSize& size, QIcon::Mode mode, QIcon::State state) override {
+        return m_drawn.actualSize(size, mode, state);
+    }
+    QList<QSize> availableSizes(QIcon::Mode mode, QIcon::State state) override {
+        return m_drawn.availableSizes(mode, state);
+    }
+    QString iconName() override { return m_name; }
+    QString key() const override { return QStringLiteral("TovrinMark"); }
+    QIconEngine* clone() const override { return new NamedMarkEngine(m_drawn, m_name); }
+
+private:
+    QIcon m_drawn;
+    QString m_name;
+};
+
+// Whether the icon theme has `name` where tray hosts look for it: hicolor's symbolic folder in
+// the user's or the system's data folders (a copy run from its build folder has none there).
+bool symbolicIconInstalled(const QString& name) {
+    QStringList folders;
+    const QString dataHome = qEnvironmentVariable("XDG_DATA_HOME");
+    folders << (dataHome.isEmpty() ? QDir::homePath() + QStringLiteral("/.local/share") : dataHome);
+    const QString dataDirs = qEnvironmentVariable("XDG_DATA_DIRS");
+    folders << (dataDirs.isEmpty() ? QStringLiteral("/usr/local/share:/usr/share") : dataDirs)
+                   .split(QLatin1Char(':'), Qt::SkipEmptyParts);
+    for (const QString& folder : std::as_const(folders)) {
+        if (QFileInfo::exists(folder + QStringLiteral("/icons/hicolor/symbolic/apps/") + name +
+                              QStringLiteral(".svg"))) {
+            return true;
+        }
+    }
+    return false;
 }
 
 void showModalAlert(const QString& title, const QString& message, const QString& informative) {
@@ -118,8 +173,15 @@ StatusMenu::~StatusMenu() {
 QSystemTrayIcon& StatusMenu::tray() {
     if (!m_tray) {
         // The mark is drawn here, once there is a tray to show it, not at start.
-        m_tray = std::make_unique<QSystemTrayIcon>(
-            PairedCellIcon::icon(PairedCellIcon::labelColor(m_dark)));
+        QIcon mark = PairedCellIcon::icon(PairedCellIcon::labelColor(m_dark));
+        if (!m_symbolicIconName.isEmpty() && symbolicIconInstalled(m_symbolicIconName) &&
+            TrayHostWatcher::statusNotifierHostPresent()) {
+            // The host draws it from its theme in its panel's colour; the drawn mark goes along
+            // as the pixmap for hosts that take pixmaps.
+            mark = QIcon(new NamedMarkEngine(mark, m_symbolicIconName));
+            m_symbolic = true;
+        }
+        m_tray = std::make_unique<QSystemTrayIcon>(mark);
         m_tray->setToolTip(text(ShellTexts::toolTip(m_displayName.toStdString())));
         m_tray->setContextMenu(&m_menu);
         // A click on the item opens the menu, as the context click does.
@@ -134,7 +196,7 @@ QSystemTrayIcon& StatusMenu::tray() {
 }
 
 void StatusMenu::setDark(bool dark) {
-    if (m_tray && dark != m_dark) {
+    if (m_tray && !m_symbolic && dark != m_dark) {
         m_tray->setIcon(PairedCellIcon::icon(PairedCellIcon::labelColor(dark)));
     }
     m_dark = dark;

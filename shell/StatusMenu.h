@@ -45,6 +45,10 @@ public:
 
     // Redraws the tray mark for the look in force.
     void setDark(bool dark);
+    // The mark's symbolic icon in the icon theme ("com.quenby.Tovrin-symbolic"): given to
+    // StatusNotifier hosts, which tint it for their panel, when the theme has it. The drawn mark
+    // stays for trays that take pixmaps only.
+    void setSymbolicIconName(QString name) { m_symbolicIconName = std::move(name); }
     // Shows the tray item now when the desktop has a tray host, else once one shows up;
     // `hostChanged` hears whether there is one, at once and whenever that changes.
     void showTrayItem(std::function<void(bool present)> hostChanged = {});
@@ -87,6 +91,9 @@ private:
     QPointer<QAction> m_otherAlertsAction;
     std::function<void(bool)> m_alertsChanged;
     bool m_dark = false;
+    QString m_symbolicIconName;
+    // The tray shows the theme's symbolic icon, which needs no redrawing for a look.
+    bool m_symbolic = false;
     // Made only once a tray host is there: see TrayHostWatcher.
     std::unique_ptr<QSystemTrayIcon> m_tray;
     std::unique_ptr<TrayHostWatcher> m_hostWatcher;

@@ -48,6 +48,10 @@ TrayHostWatcher::~TrayHostWatcher() {
     }
 }
 
+bool TrayHostWatcher::statusNotifierHostPresent() {
+    return statusNotifierHostRegistered();
+}
+
 bool TrayHostWatcher::hostPresent() {
     return statusNotifierHostRegistered() || X11Connection::hasXEmbedTray();
 }

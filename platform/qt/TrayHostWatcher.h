@@ -22,6 +22,8 @@ public:
 
     // Whether a host is there now.
     static bool hostPresent();
+    // Whether that host is a StatusNotifier one (tray items over D-Bus, icons by theme name).
+    static bool statusNotifierHostPresent();
 
     // Calls `onHost` once, at once when a host is there, else when one shows up.
     void whenHostPresent(std::function<void()> onHost);

@@ -512,7 +512,8 @@ TEST_F(WindowManagerXvfbTest, WithoutATrayTheCardWorksAndTheItemComesWithTheHost
                        R"({"CFBundleDisplayName": "Bits & Bobs",
                            "CFBundleIdentifier": "com.quenby.Tovrin",
                            "CFBundleShortVersionString": "1.1"})");
-    auto widget = launch();
+    // As installed: the symbolic tray icon is in a data folder tray hosts search.
+    auto widget = launch({{"XDG_DATA_DIRS", std::string(TOVRIN_BINARY_DIR) + "/share:/usr/share"}});
     ASSERT_TRUE(panel) << widget->errorOutput();
     const auto frame = panelGeometry();
     ASSERT_TRUE(frame);
@@ -546,6 +547,16 @@ TEST_F(WindowManagerXvfbTest, WithoutATrayTheCardWorksAndTheItemComesWithTheHost
         gdbusCall(bus.address(), item, "/StatusNotifierItem",
                   {"org.freedesktop.DBus.Properties.Get", "org.kde.StatusNotifierItem", "ToolTip"});
     EXPECT_TRUE(contains(toolTip, "Bits & Bobs \u2014 Mac and iPhone batteries")) << toolTip;
+    // The mark by its symbolic theme name, which hosts tint for their panel (the drawn mark goes
+    // along as the item's pixmap).
+    const auto iconName = gdbusCall(
+        bus.address(), item, "/StatusNotifierItem",
+        {"org.freedesktop.DBus.Properties.Get", "org.kde.StatusNotifierItem", "IconName"});
+    EXPECT_TRUE(contains(iconName, "<'com.quenby.Tovrin-symbolic'>")) << iconName;
+    const auto pixmaps = gdbusCall(
+        bus.address(), item, "/StatusNotifierItem",
+        {"org.freedesktop.DBus.Properties.Get", "org.kde.StatusNotifierItem", "IconPixmap"});
+    EXPECT_TRUE(contains(pixmaps, "(18, 18,")) << pixmaps.substr(0, 200);
 
     gdbusCall(bus.address(), item, "/MenuBar", {"com.canonical.dbusmenu.AboutToShow", "0"});
     const auto layout = gdbusCall(bus.address(), item, "/MenuBar",

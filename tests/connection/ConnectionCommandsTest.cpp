@@ -112,6 +112,24 @@ TEST_F(ConnectionCommandsTest, EnableWifiTakesTheUdidItIsGiven) {
     EXPECT_TRUE(setValues.empty());
 }
 
+TEST_F(ConnectionCommandsTest, EnableWifiForAPhoneThisComputerNeverPairedWithAsksNothing) {
+    startPhone(json::array({phone("usb")}));
+    const std::string stranger = "00008110-00AABBCCDDEEFF00";
+    int code = -1;
+    EXPECT_EQ(jsonOf({"--enable-wifi", stranger}, code),
+              (json{{"error", "NotPaired"},
+                    {"message", "This computer is not paired with that iPhone. Plug it in, unlock "
+                                "it and choose Trust (or run idevicepair pair), then try again."},
+                    {"udid", stranger},
+                    {"wifiConnections", false}}));
+    EXPECT_EQ(code, 1);
+    // The paired phone beside it was not asked anything either.
+    EXPECT_FALSE(m_phone->stats()["devices"][kSerial].contains("requests") &&
+                 m_phone->stats()["devices"][kSerial]["requests"].contains("SetValue"))
+        << m_phone->stats().dump();
+    EXPECT_FALSE(phoneWifiOn());
+}
+
 TEST_F(ConnectionCommandsTest, EnableWifiWhenAlreadyOnStaysOnAndSucceeds) {
     startPhone(json::array({phone("usb", {{"wifiConnections", true}})}));
     int code = -1;

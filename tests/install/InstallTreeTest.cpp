@@ -12,6 +12,7 @@
 
 #include <QColor>
 #include <QImage>
+#include <QImageReader>
 #include <QString>
 
 #include <gtest/gtest.h>
@@ -169,6 +170,32 @@ TEST_F(InstallTreeTest, MetainfoPassesAppstreamValidation) {
     std::smatch match;
     ASSERT_TRUE(std::regex_search(text, match, launchable));
     EXPECT_TRUE(fs::is_regular_file(share() / "applications" / match[1].str()));
+}
+
+TEST_F(InstallTreeTest, TheTrayMarksSymbolicIconIsInstalledInOneColour) {
+    const auto symbolic = share() / "icons" / "hicolor" / "symbolic" / "apps" /
+                          (std::string(kAppId) + "-symbolic.svg");
+    ASSERT_TRUE(fs::is_regular_file(symbolic));
+    EXPECT_EQ(readText(symbolic), readText(fs::path(TOVRIN_SOURCE_DIR) / "packaging" /
+                                           (std::string(kAppId) + "-symbolic.svg")));
+    // Panels tint a symbolic icon by its one colour. Drawn large, the two cells show: the right
+    // one full, the left one an outline with an empty middle.
+    QImageReader reader(QString::fromStdString(symbolic.string()));
+    reader.setScaledSize(QSize(180, 180));
+    const QImage image = reader.read();
+    ASSERT_FALSE(image.isNull()) << reader.errorString().toStdString();
+    std::set<QRgb> colours;
+    for (int y = 0; y < image.height(); ++y) {
+        for (int x = 0; x < image.width(); ++x) {
+            if (qAlpha(image.pixel(x, y)) == 255) {
+                colours.insert(image.pixel(x, y) & 0xffffffu);
+            }
+        }
+    }
+    EXPECT_EQ(colours, (std::set<QRgb>{0x2e3436u}));
+    EXPECT_EQ(qAlpha(image.pixel(0, 0)), 0);
+    EXPECT_EQ(qAlpha(image.pixel(117, 106)), 255) << "the full cell";
+    EXPECT_EQ(qAlpha(image.pixel(63, 74)), 0) << "the outlined cell's middle";
 }
 
 TEST_F(InstallTreeTest, IconIsRenderedAtEveryThemeSize) {
