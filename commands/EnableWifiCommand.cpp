@@ -55,15 +55,29 @@ bool EnableWifiCommand::looksLikeUdid(std::string_view text) {
     return text.size() == 25 && text[8] == '-' && hex(text.substr(0, 8)) && hex(text.substr(9));
 }
 
+std::string EnableWifiCommand::canonicalUdid(std::string udid) {
+    // As the phone and usbmuxd name it, and its pair record with it: the 24-digit form with its
+    // dash and in capitals, the older 40-digit one in small letters.
+    if (udid.size() == 24) {
+        udid.insert(8, 1, '-');
+    }
+    const bool older = udid.size() == 40;
+    std::transform(udid.begin(), udid.end(), udid.begin(), [older](unsigned char c) {
+        return static_cast<char>(older ? std::tolower(c) : std::toupper(c));
+    });
+    return udid;
+}
+
 int EnableWifiCommand::run(const Invocation& invocation) {
-    const auto udid = udidArgument(invocation.arguments);
-    if (!udid.empty() && !looksLikeUdid(udid)) {
+    const auto given = udidArgument(invocation.arguments);
+    if (!given.empty() && !looksLikeUdid(given)) {
         invocation.err(usageError("--enable-wifi takes an iPhone's identifier (UDID), such as "
                                   "00008110-001A2B3C4D5E6F70, or nothing for the iPhone on USB; "
                                   "got '" +
-                                  udid + "'"));
+                                  given + "'"));
         return kUsageExitCode;
     }
+    const std::string udid = given.empty() ? given : canonicalUdid(given);
     Outcome outcome;
     runWithSetup([&](const SystemConnectionProbe::Setup& setup) {
         // A phone this computer never paired with is not asked anything.

@@ -32,6 +32,8 @@ public:
     static Outcome enable(const LockdownHelper& helper, const std::string& udid);
     // Whether `text` has the form of a phone's UDID.
     static bool looksLikeUdid(std::string_view text);
+    // A UDID of that form as the phone itself gives it.
+    static std::string canonicalUdid(std::string udid);
     // The UDID given after "--enable-wifi"; empty when none (or another switch follows).
     static std::string udidArgument(const std::vector<std::string>& arguments);
 };

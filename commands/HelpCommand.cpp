@@ -45,7 +45,7 @@ std::string HelpCommand::text(const std::string& name) {
            "                            print the result (one JSON line; exit 0: on)\n"
            "  --diagnose [--text]       check the connection to the iPhone link by link and\n"
            "                            print the result (one JSON line, or text with --text;\n"
-           "                            exit 0: every check passed)\n"
+           "                            exit 0: the iPhone can be read over USB or Wi-Fi)\n"
            "  -h, --help                print this help and exit\n"
            "  --version                 print the version and exit\n"
            "\n"

@@ -69,6 +69,24 @@ std::string trimmed(std::string text) {
     return text;
 }
 
+// One request to the system muxer at `socketPath` and its reply; nothing when it does not
+// answer within the muxer's limit.
+std::optional<MuxReply> askSystemMuxer(const std::filesystem::path& socketPath,
+                                       const MuxRequest& request) {
+    const UniqueFd socket = connectUnixSocket(socketPath.string());
+    if (!socket.isValid()) {
+        return std::nullopt;
+    }
+    const MuxChannel channel(socket.get(), -1);
+    MuxFrame frame;
+    if (channel.writeAll(encodeMuxMessage(1, muxRequestDictionary(request, "tovrin")),
+                         SystemConnectionProbe::kMuxerLimit) != ChannelStatus::ok ||
+        channel.readFrame(frame, SystemConnectionProbe::kMuxerLimit) != ChannelStatus::ok) {
+        return std::nullopt;
+    }
+    return parseMuxReply(frame.payload);
+}
+
 } // namespace
 
 SystemConnectionProbe::SystemConnectionProbe(Setup setup)
@@ -94,23 +112,10 @@ std::optional<std::vector<PhoneOnMuxer>> SystemConnectionProbe::systemMuxerPhone
         }
         return std::move(listed).value();
     }
-    const UniqueFd socket = connectUnixSocket(m_setup.systemMuxerSocket->string());
-    if (!socket.isValid()) {
-        return std::nullopt;
-    }
     MuxRequest request;
     request.type = MuxRequestType::listDevices;
     request.messageType = "ListDevices";
-    const MuxChannel channel(socket.get(), -1);
-    if (channel.writeAll(encodeMuxMessage(1, muxRequestDictionary(request, "tovrin")),
-                         kMuxerLimit) != ChannelStatus::ok) {
-        return std::nullopt;
-    }
-    MuxFrame frame;
-    if (channel.readFrame(frame, kMuxerLimit) != ChannelStatus::ok) {
-        return std::nullopt;
-    }
-    const auto reply = parseMuxReply(frame.payload);
+    const auto reply = askSystemMuxer(*m_setup.systemMuxerSocket, request);
     if (!reply) {
         return std::nullopt;
     }
@@ -137,22 +142,11 @@ std::optional<bool> SystemConnectionProbe::isPaired(const std::string& udid) {
     if (!m_setup.systemMuxerSocket) {
         return std::nullopt;
     }
-    const UniqueFd socket = connectUnixSocket(m_setup.systemMuxerSocket->string());
-    if (!socket.isValid()) {
-        return std::nullopt;
-    }
     MuxRequest request;
     request.type = MuxRequestType::readPairRecord;
     request.messageType = "ReadPairRecord";
     request.pairRecordId = udid;
-    const MuxChannel channel(socket.get(), -1);
-    MuxFrame frame;
-    if (channel.writeAll(encodeMuxMessage(1, muxRequestDictionary(request, "tovrin")),
-                         kMuxerLimit) != ChannelStatus::ok ||
-        channel.readFrame(frame, kMuxerLimit) != ChannelStatus::ok) {
-        return std::nullopt;
-    }
-    const auto reply = parseMuxReply(frame.payload);
+    const auto reply = askSystemMuxer(*m_setup.systemMuxerSocket, request);
     if (!reply) {
         return std::nullopt;
     }

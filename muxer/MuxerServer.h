@@ -87,7 +87,6 @@ private:
     std::string m_failure;
     UniqueFd m_listenFd;
     UniqueFd m_stopFd;
-    // Made readable by each worker that ends, so that the accepting thread joins it then.
     std::thread m_acceptThread;
     std::unique_ptr<SystemDeviceWatch> m_usbWatch;
     // Guards the workers, the clients waiting for one, and the idle count.

@@ -27,7 +27,7 @@ std::string hiddenNoteSummary(const std::string& name) {
 }
 
 std::string hiddenNoteBody(const std::string& name) {
-    return "To show the card again, start " + name + " from the applications menu.";
+    return "To bring the card back, open " + name + " once more (or run tovrin).";
 }
 
 std::string toolTip(const std::string& name) {

@@ -196,8 +196,10 @@ QSystemTrayIcon& StatusMenu::tray() {
 }
 
 void StatusMenu::setDark(bool dark) {
-    if (m_tray && !m_symbolic && dark != m_dark) {
-        m_tray->setIcon(PairedCellIcon::icon(PairedCellIcon::labelColor(dark)));
+    if (m_tray && dark != m_dark) {
+        const QIcon drawn = PairedCellIcon::icon(PairedCellIcon::labelColor(dark));
+        // A host that takes the pixmap rather than the theme's icon gets the new look too.
+        m_tray->setIcon(m_symbolic ? QIcon(new NamedMarkEngine(drawn, m_symbolicIconName)) : drawn);
     }
     m_dark = dark;
 }

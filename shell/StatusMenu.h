@@ -92,7 +92,7 @@ private:
     std::function<void(bool)> m_alertsChanged;
     bool m_dark = false;
     QString m_symbolicIconName;
-    // The tray shows the theme's symbolic icon, which needs no redrawing for a look.
+    // The tray item carries the theme's symbolic icon's name beside the drawn mark.
     bool m_symbolic = false;
     // Made only once a tray host is there: see TrayHostWatcher.
     std::unique_ptr<QSystemTrayIcon> m_tray;

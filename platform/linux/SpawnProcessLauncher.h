@@ -13,11 +13,11 @@ namespace ambrel {
 // Starts children with posix_spawn. A child gets every signal at its default disposition, an
 // empty signal mask, standard input on /dev/null, and no open descriptor besides 0, 1 and 2; it
 // inherits the environment and the working directory. The launching thread alone waits for
-// the child: it polls both pipes and the child's pidfd (Linux 5.3 or later) together, drains
-// the pipes past the cap, so the child never blocks on a full pipe, and reaps the child exactly
-// once, through its pidfd, so a signal can never reach a later process with the same pid. Only
-// a child that outlives SIGKILL gets a thread, which reaps it when it finally ends. The
-// launcher only ever reads from the pipes, so it cannot raise SIGPIPE in this program. A
+// the child: it polls both pipes and the child's pidfd (a pidfd and waitid on it: Linux 5.4 or
+// later) together, drains the pipes past the cap, so the child never blocks on a full pipe, and
+// reaps the child exactly once, through its pidfd, so a signal can never reach a later process with
+// the same pid. Only a child that outlives SIGKILL gets a thread, which reaps it when it finally
+// ends. The launcher only ever reads from the pipes, so it cannot raise SIGPIPE in this program. A
 // signalled child's status is reported by its signal number.
 //
 // One object serves the whole program, which owns it and shuts it down when it quits.

@@ -333,7 +333,7 @@ TEST_F(AmbrelDelegateTest, HidingWithoutATraySaysHowToShowTheCardAgain) {
     ASSERT_EQ(server.shown.size(), 1u);
     EXPECT_EQ(server.shown[0].summary, QStringLiteral("Tovrin is hidden"));
     EXPECT_EQ(server.shown[0].body,
-              QStringLiteral("To show the card again, start Tovrin from the applications menu."));
+              QStringLiteral("To bring the card back, open Tovrin once more (or run tovrin)."));
     EXPECT_EQ(server.shown[0].icon, QStringLiteral("com.quenby.Tovrin"));
     EXPECT_EQ(server.shown[0].hints.value(QStringLiteral("desktop-entry")).toString(),
               QStringLiteral("com.quenby.Tovrin"));

@@ -114,6 +114,15 @@ TEST(ShellTextsTest, AboutTextIsExact) {
         "inside the app\u2019s Resources folder.");
 }
 
+TEST(EnableWifiCommandTest, AUdidIsTakenAsThePhoneGivesIt) {
+    EXPECT_EQ(EnableWifiCommand::canonicalUdid("00008110001a2b3c4d5e6f70"),
+              "00008110-001A2B3C4D5E6F70");
+    EXPECT_EQ(EnableWifiCommand::canonicalUdid("00008110-001a2B3c4D5E6F70"),
+              "00008110-001A2B3C4D5E6F70");
+    EXPECT_EQ(EnableWifiCommand::canonicalUdid("0123456789ABCDEF0123456789abcdef01234567"),
+              "0123456789abcdef0123456789abcdef01234567");
+}
+
 TEST(EnableWifiCommandTest, TellsAUdidByItsForm) {
     for (const char* udid :
          {"00008110-001A2B3C4D5E6F70", "00008110001A2B3C4D5E6F70", "00008110-001a2b3c4d5e6f70",

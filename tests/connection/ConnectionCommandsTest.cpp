@@ -112,6 +112,15 @@ TEST_F(ConnectionCommandsTest, EnableWifiTakesTheUdidItIsGiven) {
     EXPECT_TRUE(setValues.empty());
 }
 
+TEST_F(ConnectionCommandsTest, EnableWifiTakesTheUdidWithoutItsDashOrInSmallLetters) {
+    startPhone(json::array({phone("usb")}));
+    int code = -1;
+    EXPECT_EQ(jsonOf({"--enable-wifi", "00008110001a2b3c4d5e6f70"}, code),
+              (json{{"udid", kUdid}, {"wifiConnections", true}}));
+    EXPECT_EQ(code, 0);
+    EXPECT_TRUE(phoneWifiOn());
+}
+
 TEST_F(ConnectionCommandsTest, EnableWifiForAPhoneThisComputerNeverPairedWithAsksNothing) {
     startPhone(json::array({phone("usb")}));
     const std::string stranger = "00008110-00AABBCCDDEEFF00";
