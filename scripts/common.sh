@@ -28,21 +28,37 @@ as_root() {
 
 # Installs the packages of TOVRIN_PACKAGES (and any given as arguments) that are missing.
 install_packages() {
-    local wanted=("${TOVRIN_PACKAGES[@]}" "$@") missing=() package
-    for package in "${wanted[@]}"; do
+    install_missing "" "${TOVRIN_PACKAGES[@]}" "$@"
+}
+
+# Installs the given packages that are missing, without what they only recommend: for the
+# desktops the tests run under (mutter alone recommends a good part of GNOME).
+install_packages_alone() {
+    install_missing --no-install-recommends "$@"
+}
+
+# Installs the packages after the first argument (apt-get's option, or "") that are missing.
+install_missing() {
+    local option=$1 missing=() package
+    shift
+    for package in "$@"; do
         if ! dpkg-query -W -f='${Status}' "$package" 2>/dev/null | grep -q 'install ok installed'; then
             missing+=("$package")
         fi
     done
     if [ ${#missing[@]} -eq 0 ]; then
-        say "All ${#wanted[@]} Debian packages are installed"
+        say "All $# Debian packages are installed"
         return
     fi
     say "Installing ${#missing[@]} missing Debian packages: ${missing[*]}"
-    # Waits for another package manager that holds the lock rather than failing at once.
-    as_root apt-get -o DPkg::Lock::Timeout=600 update -qq
+    # Waits for another package manager that holds the lock rather than failing at once. The
+    # package lists are read once a run.
+    if [ -z "${lists_updated:-}" ]; then
+        as_root apt-get -o DPkg::Lock::Timeout=600 update -qq
+        lists_updated=1
+    fi
     as_root env DEBIAN_FRONTEND=noninteractive apt-get -o DPkg::Lock::Timeout=600 install -y -qq \
-        "${missing[@]}" >/dev/null
+        ${option:+"$option"} "${missing[@]}" >/dev/null
 }
 
 # Configures (once) and builds one preset: default, asan or tsan; with target names after the

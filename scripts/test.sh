@@ -16,6 +16,8 @@
 source "$(dirname "$0")/common.sh"
 
 install_packages clang clang-format libclang-rt-14-dev desktop-file-utils appstream dpkg-dev
+# GNOME's window manager with its X server, for the tests that must hold on GNOME too.
+install_packages_alone mutter xwayland
 
 jobs=${TOVRIN_TEST_JOBS:-3}
 fuzz_seconds=${TOVRIN_FUZZ_SECONDS:-15}
