@@ -175,7 +175,7 @@ QSystemTrayIcon& StatusMenu::tray() {
         // The mark is drawn here, once there is a tray to show it, not at start.
         QIcon mark = PairedCellIcon::icon(PairedCellIcon::labelColor(m_dark));
         if (!m_symbolicIconName.isEmpty() && symbolicIconInstalled(m_symbolicIconName) &&
-            TrayHostWatcher::statusNotifierHostPresent()) {
+            m_hostWatcher && m_hostWatcher->statusNotifierHost()) {
             // The host draws it from its theme in its panel's colour; the drawn mark goes along
             // as the pixmap for hosts that take pixmaps.
             mark = QIcon(new NamedMarkEngine(mark, m_symbolicIconName));

@@ -2,8 +2,11 @@
 
 #include <QDBusConnection>
 #include <QDBusMessage>
+#include <QDBusPendingCallWatcher>
+#include <QDBusPendingReply>
 #include <QDBusServiceWatcher>
 #include <QDBusVariant>
+#include <QTimer>
 
 #include "platform/qt/X11Connection.h"
 
@@ -15,24 +18,8 @@ const QString kWatcherService = QStringLiteral("org.kde.StatusNotifierWatcher");
 const QString kWatcherPath = QStringLiteral("/StatusNotifierWatcher");
 const QString kHostRegistered = QStringLiteral("StatusNotifierHostRegistered");
 const QString kHostUnregistered = QStringLiteral("StatusNotifierHostUnregistered");
-// A watcher that does not answer within this is taken as no host; the check runs on the main
-// thread at start and when a watcher appears.
+// A watcher that does not answer within this is taken as no host.
 constexpr int kAnswerMilliseconds = 2000;
-
-bool statusNotifierHostRegistered() {
-    const auto bus = QDBusConnection::sessionBus();
-    if (!bus.isConnected()) {
-        return false;
-    }
-    auto call = QDBusMessage::createMethodCall(kWatcherService, kWatcherPath,
-                                               QStringLiteral("org.freedesktop.DBus.Properties"),
-                                               QStringLiteral("Get"));
-    call << kWatcherService << QStringLiteral("IsStatusNotifierHostRegistered");
-    call.setAutoStartService(false);
-    const auto reply = bus.call(call, QDBus::Block, kAnswerMilliseconds);
-    return reply.type() == QDBusMessage::ReplyMessage &&
-           reply.arguments().value(0).value<QDBusVariant>().variant().toBool();
-}
 
 } // namespace
 
@@ -48,41 +35,24 @@ TrayHostWatcher::~TrayHostWatcher() {
     }
 }
 
-bool TrayHostWatcher::statusNotifierHostPresent() {
-    return statusNotifierHostRegistered();
-}
-
-bool TrayHostWatcher::hostPresent() {
-    return statusNotifierHostRegistered() || X11Connection::hasXEmbedTray();
-}
-
-void TrayHostWatcher::whenHostPresent(std::function<void()> onHost) {
-    m_onHost = std::move(onHost);
-    listen(QDBusServiceWatcher::WatchForRegistration);
-    check();
-}
-
 void TrayHostWatcher::watchHost(std::function<void(bool present)> changed) {
-    m_onHost = nullptr;
     m_changed = std::move(changed);
-    listen(QDBusServiceWatcher::WatchForRegistration | QDBusServiceWatcher::WatchForUnregistration);
-    check();
-}
-
-void TrayHostWatcher::listen(QDBusServiceWatcher::WatchMode mode) {
     auto bus = QDBusConnection::sessionBus();
-    if (!bus.isConnected() || m_serviceWatcher) {
-        return;
+    if (bus.isConnected() && !m_serviceWatcher) {
+        m_serviceWatcher =
+            std::make_unique<QDBusServiceWatcher>(kWatcherService, bus,
+                                                  QDBusServiceWatcher::WatchForRegistration |
+                                                      QDBusServiceWatcher::WatchForUnregistration);
+        connect(m_serviceWatcher.get(), &QDBusServiceWatcher::serviceRegistered, this,
+                [this] { check(); });
+        connect(m_serviceWatcher.get(), &QDBusServiceWatcher::serviceUnregistered, this,
+                [this] { check(); });
+        m_listening = bus.connect(kWatcherService, kWatcherPath, kWatcherService, kHostRegistered,
+                                  this, SLOT(hostRegistered()));
+        bus.connect(kWatcherService, kWatcherPath, kWatcherService, kHostUnregistered, this,
+                    SLOT(hostRegistered()));
     }
-    m_serviceWatcher = std::make_unique<QDBusServiceWatcher>(kWatcherService, bus, mode);
-    connect(m_serviceWatcher.get(), &QDBusServiceWatcher::serviceRegistered, this,
-            [this] { check(); });
-    connect(m_serviceWatcher.get(), &QDBusServiceWatcher::serviceUnregistered, this,
-            [this] { check(); });
-    m_listening = bus.connect(kWatcherService, kWatcherPath, kWatcherService, kHostRegistered, this,
-                              SLOT(hostRegistered()));
-    bus.connect(kWatcherService, kWatcherPath, kWatcherService, kHostUnregistered, this,
-                SLOT(hostRegistered()));
+    check();
 }
 
 void TrayHostWatcher::hostRegistered() {
@@ -90,24 +60,43 @@ void TrayHostWatcher::hostRegistered() {
 }
 
 void TrayHostWatcher::check() {
-    if (m_changed) {
-        const bool present = hostPresent();
-        if (present != m_present) {
-            m_present = present;
+    const quint64 question = ++m_question;
+    const auto bus = QDBusConnection::sessionBus();
+    if (!bus.isConnected()) {
+        // Answered from the event loop, as the bus would be: the caller's set-up comes first.
+        QTimer::singleShot(0, this, [this, question] {
+            if (question == m_question) {
+                answered(false);
+            }
+        });
+        return;
+    }
+    auto call = QDBusMessage::createMethodCall(kWatcherService, kWatcherPath,
+                                               QStringLiteral("org.freedesktop.DBus.Properties"),
+                                               QStringLiteral("Get"));
+    call << kWatcherService << QStringLiteral("IsStatusNotifierHostRegistered");
+    call.setAutoStartService(false);
+    auto* pending = new QDBusPendingCallWatcher(bus.asyncCall(call, kAnswerMilliseconds), this);
+    connect(pending, &QDBusPendingCallWatcher::finished, this,
+            [this, question](QDBusPendingCallWatcher* done) {
+                done->deleteLater();
+                if (question != m_question) {
+                    return;
+                }
+                const QDBusPendingReply<QDBusVariant> reply = *done;
+                answered(reply.isValid() && reply.value().variant().toBool());
+            });
+}
+
+void TrayHostWatcher::answered(bool statusNotifier) {
+    m_statusNotifier = statusNotifier;
+    const bool present = statusNotifier || X11Connection::hasXEmbedTray();
+    if (present != m_present) {
+        m_present = present;
+        if (m_changed) {
             m_changed(present);
         }
-        return;
     }
-    if (!m_onHost || !hostPresent()) {
-        return;
-    }
-    auto onHost = std::move(m_onHost);
-    m_onHost = nullptr;
-    // This may run inside the service watcher's own signal.
-    if (m_serviceWatcher) {
-        m_serviceWatcher.release()->deleteLater();
-    }
-    onHost();
 }
 
 } // namespace ambrel

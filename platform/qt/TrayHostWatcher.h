@@ -13,34 +13,35 @@ namespace ambrel {
 // (KDE, GNOME with its AppIndicator extension, and most others) or an XEmbed tray. Qt decides
 // once, when the first tray item is made, which of the two it talks to, so the item is made only
 // once a host is there; on a desktop without one the program runs on with its card alone and
-// the item comes when a host does. Main thread only.
+// the item comes when a host does. The bus is asked without waiting for its answer. Main thread
+// only.
 class TrayHostWatcher final : public QObject {
     Q_OBJECT
 public:
     explicit TrayHostWatcher(QObject* parent = nullptr);
     ~TrayHostWatcher() override;
 
-    // Whether a host is there now.
-    static bool hostPresent();
-    // Whether that host is a StatusNotifier one (tray items over D-Bus, icons by theme name).
-    static bool statusNotifierHostPresent();
-
-    // Calls `onHost` once, at once when a host is there, else when one shows up.
-    void whenHostPresent(std::function<void()> onHost);
-    // Calls `changed` at once with whether a host is there, then whenever that changes: a
-    // StatusNotifier watcher or host that comes or goes. Replaces whenHostPresent's call.
+    // Calls `changed` with whether a host is there, once known (soon after this call), then
+    // whenever that changes: a StatusNotifier watcher or host that comes or goes.
     void watchHost(std::function<void(bool present)> changed);
+
+    // Whether the host last seen is a StatusNotifier one (tray items over D-Bus, icons by theme
+    // name); false until the first answer.
+    bool statusNotifierHost() const { return m_statusNotifier; }
 
 private Q_SLOTS:
     void hostRegistered();
 
 private:
     void check();
-    void listen(QDBusServiceWatcher::WatchMode mode);
+    void answered(bool statusNotifier);
 
-    std::function<void()> m_onHost;
     std::function<void(bool)> m_changed;
     std::optional<bool> m_present;
+    bool m_statusNotifier = false;
+    // Only the answer to the latest question counts: a host that comes and goes at once may
+    // have its answers overtake each other.
+    quint64 m_question = 0;
     std::unique_ptr<QDBusServiceWatcher> m_serviceWatcher;
     bool m_listening = false;
 };

@@ -101,13 +101,32 @@ private:
 };
 
 // A tray host on the test's session bus, for as long as it lives.
-std::unique_ptr<testing::ChildProcess> startTrayHost(const std::filesystem::path& folder) {
+std::unique_ptr<testing::ChildProcess>
+startTrayHost(const std::filesystem::path& folder, const testing::EnvironmentChanges& extra = {}) {
     return std::make_unique<testing::ChildProcess>(
         std::vector<std::string>{
             (std::filesystem::path(TOVRIN_BINARY_DIR) / "tests" / "tovrin_test_tray_watcher")
                 .string(),
             (folder / "tray-items").string()},
-        testing::EnvironmentChanges{});
+        extra);
+}
+
+// The card's menu as it always is, and with the tray menu's settings when there is no tray.
+const std::vector<std::string> kCardsEntries{"Refresh batteries",
+                                             "iPhone setup && connection",
+                                             "Battery History\u2026",
+                                             "-",
+                                             "By Quenby",
+                                             "-",
+                                             "Hide widget",
+                                             "Quit Tovrin"};
+
+std::vector<std::string> cardsEntriesWithSettings() {
+    auto entries = kCardsEntries;
+    for (const char* entry : {"-", "Start at Login", "Low Battery Alerts", "About Tovrin"}) {
+        entries.emplace_back(entry);
+    }
+    return entries;
 }
 
 // A whole normal run in this process, offscreen, with every per-user folder in a temporary one
@@ -263,18 +282,8 @@ TEST_F(AmbrelDelegateTest, WithoutATrayTheCardsMenuAlsoHoldsTheTrayMenusSettings
     auto* card = dynamic_cast<AmbrelView*>(delegate->panel()->content());
     ASSERT_NE(card, nullptr);
     QMenu& menu = *card->optionsMenu();
-    const std::vector<std::string> theCards{"Refresh batteries",
-                                            "iPhone setup && connection",
-                                            "Battery History\u2026",
-                                            "-",
-                                            "By Quenby",
-                                            "-",
-                                            "Hide widget",
-                                            "Quit Tovrin"};
-    auto withSettings = theCards;
-    for (const char* entry : {"-", "Start at Login", "Low Battery Alerts", "About Tovrin"}) {
-        withSettings.emplace_back(entry);
-    }
+    const auto& theCards = kCardsEntries;
+    const auto withSettings = cardsEntriesWithSettings();
     EXPECT_EQ(shownEntries(menu), withSettings);
 
     // The entries work as the tray menu's: the alerts' mark goes both ways.
@@ -310,6 +319,38 @@ TEST_F(AmbrelDelegateTest, WithoutATrayTheCardsMenuAlsoHoldsTheTrayMenusSettings
             return shownEntries(menu) == withSettings;
         },
         testing::kPatience));
+    delegate.reset();
+}
+
+TEST_F(AmbrelDelegateTest, ATrayThatIsSlowToAnswerDoesNotHoldUpTheStart) {
+    testing::PrivateBus bus(folder.path() / "session-bus", "session");
+    ASSERT_TRUE(bus.isReady());
+    qputenv("DBUS_SESSION_BUS_ADDRESS", QByteArray::fromStdString(bus.address()));
+    const auto answer = folder.path() / "answer-now";
+    auto host = startTrayHost(folder.path(), {{"TOVRIN_TEST_TRAY_HOLD", answer.string()}});
+    ASSERT_TRUE(testing::eventually(
+        [&] { return std::filesystem::exists(folder.path() / "tray-items.ready"); },
+        testing::kPatience))
+        << host->errorOutput();
+
+    auto delegate = makeDelegate();
+    delegate->applicationDidFinishLaunching();
+    auto* card = dynamic_cast<AmbrelView*>(delegate->panel()->content());
+    ASSERT_NE(card, nullptr);
+    // The tray is asked and has not answered: the card is up and works as without a tray.
+    EXPECT_TRUE(delegate->panel()->isVisible());
+    EXPECT_EQ(shownEntries(*card->optionsMenu()), cardsEntriesWithSettings());
+
+    // Its answer, whenever it comes, is taken: a program that had waited for it and given up
+    // would keep the settings in the card's menu.
+    testing::writeText(answer, "");
+    EXPECT_TRUE(testing::eventually(
+        [&] {
+            QApplication::processEvents();
+            return shownEntries(*card->optionsMenu()) == kCardsEntries;
+        },
+        testing::kPatience))
+        << host->errorOutput();
     delegate.reset();
 }
 

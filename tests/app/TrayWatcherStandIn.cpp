@@ -1,6 +1,8 @@
 // Stands in for a desktop's tray on a test's own session bus: owns
 // org.kde.StatusNotifierWatcher, says a tray host is there, and appends each item that
-// registers to the file named by its argument, one line each ("<item> <sender>").
+// registers to the file named by its argument, one line each ("<item> <sender>"). Creates
+// "<file>.ready" once it owns the name. With TOVRIN_TEST_TRAY_HOLD set to a path it is a slow
+// tray: it answers no property question until that file exists.
 
 #include <QCoreApplication>
 #include <QDBusConnection>
@@ -9,7 +11,10 @@
 #include <QDBusVirtualObject>
 #include <QFile>
 #include <QStringList>
+#include <QTimer>
 #include <QVariantMap>
+
+#include <utility>
 
 namespace {
 
@@ -57,6 +62,13 @@ public:
             connection.send(message.createReply());
             return true;
         }
+        if (message.interface() == kProperties && message.member() == QStringLiteral("Get") &&
+            !m_holdPath.isEmpty() && !QFile::exists(m_holdPath)) {
+            message.setDelayedReply(true);
+            m_held.append(message);
+            m_heldConnection = connection;
+            return true;
+        }
         if (message.interface() == kProperties && message.member() == QStringLiteral("Get")) {
             const auto value = properties().value(message.arguments().value(1).toString());
             connection.send(value.isValid()
@@ -72,6 +84,19 @@ public:
         return false;
     }
 
+    // Answers the held questions once the hold is lifted.
+    void answerHeld() {
+        if (m_held.isEmpty() || !QFile::exists(m_holdPath)) {
+            return;
+        }
+        const auto held = std::exchange(m_held, {});
+        for (const QDBusMessage& message : held) {
+            handleMessage(message, m_heldConnection);
+        }
+    }
+
+    void holdUntil(QString path) { m_holdPath = std::move(path); }
+
 private:
     QVariantMap properties() const {
         return {{QStringLiteral("RegisteredStatusNotifierItems"), m_items},
@@ -81,6 +106,9 @@ private:
 
     QString m_logPath;
     QStringList m_items;
+    QString m_holdPath;
+    QList<QDBusMessage> m_held;
+    QDBusConnection m_heldConnection{QString()};
 };
 
 } // namespace
@@ -97,5 +125,17 @@ int main(int argc, char** argv) {
         !bus.registerService(kWatcher)) {
         return 1;
     }
+    const QString hold = qEnvironmentVariable("TOVRIN_TEST_TRAY_HOLD");
+    QTimer lift;
+    if (!hold.isEmpty()) {
+        watcher.holdUntil(hold);
+        QObject::connect(&lift, &QTimer::timeout, [&watcher] { watcher.answerHeld(); });
+        lift.start(50);
+    }
+    QFile ready(QString::fromLocal8Bit(argv[1]) + QStringLiteral(".ready"));
+    if (!ready.open(QIODevice::WriteOnly)) {
+        return 1;
+    }
+    ready.close();
     return QCoreApplication::exec();
 }
