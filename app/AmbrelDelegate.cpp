@@ -224,16 +224,29 @@ void AmbrelDelegate::configurePanel() {
     m_panel->move(PanelPlacement::withPanelSize(frame).topLeft());
     constrainPanelToScreen();
     m_frameSaveTimer = std::make_unique<DeadlineTimer>([this] { savePanelFrame(); });
-    m_panel->setMovedHandler([this](bool settled) {
-        if (settled) {
-            // The move is over: written now, so that a kill or a log-out just after keeps it.
-            m_frameSaveTimer->stop();
-            savePanelFrame();
-            m_frameStore->flush();
-        } else {
-            m_frameSaveTimer->start(kFrameSaveDelay, TimerRepeat::once);
+    m_settledWriteTimer = std::make_unique<DeadlineTimer>([this] {
+        if (m_settledWritePending) {
+            writeSettledFrame();
         }
     });
+    m_panel->setMovedHandler([this](bool settled) {
+        if (!settled) {
+            m_frameSaveTimer->start(kFrameSaveDelay, TimerRepeat::once);
+        } else if (m_settledWriteTimer->isActive()) {
+            m_settledWritePending = true;
+        } else {
+            // The move is over: written now, so that a kill or a log-out just after keeps it.
+            writeSettledFrame();
+        }
+    });
+}
+
+void AmbrelDelegate::writeSettledFrame() {
+    m_frameSaveTimer->stop();
+    m_settledWritePending = false;
+    savePanelFrame();
+    m_frameStore->flush();
+    m_settledWriteTimer->start(kSettledWriteGap, TimerRepeat::once);
 }
 
 void AmbrelDelegate::constrainPanelToScreen() {
@@ -448,6 +461,7 @@ void AmbrelDelegate::applicationWillTerminate() {
     m_terminated = true;
     if (m_frameSaveTimer) {
         m_frameSaveTimer->stop();
+        m_settledWriteTimer->stop();
     }
     if (m_panel && m_frameStore) {
         savePanelFrame();

@@ -61,6 +61,10 @@ public:
     // seen are written this long after the last one, so that a drag does not wait for the disk
     // at every step. Quitting writes the frame at once.
     static constexpr std::chrono::milliseconds kFrameSaveDelay{1000};
+    // A window manager moving the panel by itself (from the keyboard, or by Alt and a drag)
+    // ends a move at every step: the first is written at once, the ones after it at most this
+    // often, the last one this long after the one before it at the latest.
+    static constexpr std::chrono::milliseconds kSettledWriteGap{500};
 
     // The system's parts a run uses, made by the entry.
     struct Setup {
@@ -103,6 +107,8 @@ private:
     void watchScreens();
     void watchScreen(QScreen* screen);
     void savePanelFrame();
+    // Writes the frame to disk now, at the end of a move.
+    void writeSettledFrame();
     void hidePanel();
     void trayHostChanged(bool present);
     void startHistory();
@@ -150,6 +156,9 @@ private:
     std::unique_ptr<ColorSchemeWatcher> m_colorSchemeWatcher;
     std::unique_ptr<DeadlineTimer> m_captureTimer;
     std::unique_ptr<DeadlineTimer> m_frameSaveTimer;
+    // Runs for kSettledWriteGap after each written end of a move; an end within it waits for it.
+    std::unique_ptr<DeadlineTimer> m_settledWriteTimer;
+    bool m_settledWritePending = false;
     // Captures asked for by later launches, each on its own timer.
     std::vector<std::unique_ptr<DeadlineTimer>> m_requestedCaptures;
     QList<QMetaObject::Connection> m_screenConnections;

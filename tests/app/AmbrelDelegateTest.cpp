@@ -15,6 +15,9 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
+#include <thread>
+
 #include <unistd.h>
 
 #include "monitor/BarState.h"
@@ -191,6 +194,10 @@ TEST_F(AmbrelDelegateTest, AMoveThatIsOverIsWrittenToDiskAtOnce) {
     ASSERT_NE(panel, nullptr);
     const auto file = folder.path() / "config" / SettingsFile::kOrganization /
                       (std::string(SettingsFile::kApplication) + ".conf");
+    // The panel's placement at start was written; a move after the gap that follows is a new
+    // one.
+    std::this_thread::sleep_for(AmbrelDelegate::kSettledWriteGap);
+    QApplication::processEvents();
     // Moved with no button held, as the window manager's last configure of a drag: on disk
     // when the move has been handled, before the one-second write of a drag's steps could come.
     panel->move(200, 300);
@@ -198,6 +205,41 @@ TEST_F(AmbrelDelegateTest, AMoveThatIsOverIsWrittenToDiskAtOnce) {
     EXPECT_NE(testing::readText(file).find("AmbrelPosition=@Rect(200 300 360 170)"),
               std::string::npos)
         << testing::readText(file);
+    delegate.reset();
+}
+
+TEST_F(AmbrelDelegateTest, AWindowManagersMoveStepByStepIsNotWrittenAtEveryStep) {
+    auto delegate = makeDelegate();
+    delegate->applicationDidFinishLaunching();
+    QApplication::processEvents();
+    DesktopPanel* panel = delegate->panel();
+    ASSERT_NE(panel, nullptr);
+    const auto file = folder.path() / "config" / SettingsFile::kOrganization /
+                      (std::string(SettingsFile::kApplication) + ".conf");
+    const auto written = [&](const char* rect) {
+        return testing::readText(file).find(std::string("AmbrelPosition=@Rect(") + rect) !=
+               std::string::npos;
+    };
+    std::this_thread::sleep_for(AmbrelDelegate::kSettledWriteGap);
+    QApplication::processEvents();
+    // Moves with no button held, one after another, as a window manager moving the panel from
+    // the keyboard makes them: each one ends a move.
+    panel->move(200, 300);
+    QApplication::processEvents();
+    ASSERT_TRUE(written("200 300 360 170)")) << testing::readText(file);
+    const auto first = std::chrono::steady_clock::now();
+    panel->move(210, 310);
+    panel->move(220, 320);
+    QApplication::processEvents();
+    // The last step is on disk once the gap after the first write is over, not before.
+    ASSERT_TRUE(testing::eventually(
+        [&] {
+            QApplication::processEvents();
+            return written("220 320 360 170)");
+        },
+        testing::kPatience))
+        << testing::readText(file);
+    EXPECT_GE(std::chrono::steady_clock::now() - first, AmbrelDelegate::kSettledWriteGap);
     delegate.reset();
 }
 
