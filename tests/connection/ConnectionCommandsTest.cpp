@@ -132,10 +132,14 @@ TEST_F(ConnectionCommandsTest, EnableWifiForAPhoneThisComputerNeverPairedWithAsk
                     {"udid", stranger},
                     {"wifiConnections", false}}));
     EXPECT_EQ(code, 1);
-    // The paired phone beside it was not asked anything either.
-    EXPECT_FALSE(m_phone->stats()["devices"][kSerial].contains("requests") &&
-                 m_phone->stats()["devices"][kSerial]["requests"].contains("SetValue"))
-        << m_phone->stats().dump();
+    // No phone was reached: the paired one beside it had no connection at all, and only the
+    // system's muxer was asked (for the pair record).
+    const auto stats = m_phone->stats();
+    ASSERT_TRUE(stats["devices"].contains(kSerial)) << stats.dump();
+    EXPECT_EQ(stats["devices"][kSerial]["connections"], 0) << stats.dump();
+    EXPECT_EQ(stats["devices"].size(), 1u) << stats.dump();
+    EXPECT_FALSE(stats["usbmuxd"]["requests"].contains("Connect")) << stats.dump();
+    EXPECT_TRUE(stats["usbmuxd"]["requests"].contains("ReadPairRecord")) << stats.dump();
     EXPECT_FALSE(phoneWifiOn());
 }
 
