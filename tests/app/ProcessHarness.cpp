@@ -57,12 +57,17 @@ PrivateBus::PrivateBus(const std::filesystem::path& folder, const std::string& t
             "    <allow receive_sender=\"*\"/>\n"
             "  </policy>\n"
             "</busconfig>\n");
-    m_daemon = std::make_unique<ChildProcess>(
-        std::vector<std::string>{"/usr/bin/dbus-daemon", "--nofork", "--nopidfile",
-                                 "--config-file=" + config.string()},
-        EnvironmentChanges{});
-    m_ready = testing::eventually([this] { return std::filesystem::exists(m_socket); },
-                                  testing::kPatience);
+    // The daemon tells its address once it listens. Its socket file is there a moment before
+    // (between bind and listen): a client that connects then is turned away, and Qt keeps a
+    // session bus it could not reach for the rest of the process.
+    ProcessOptions options;
+    options.arguments = {"/usr/bin/dbus-daemon", "--nofork", "--nopidfile", "--print-address=1",
+                         "--config-file=" + config.string()};
+    options.output = OutputTo::pipe;
+    options.error = OutputTo::file;
+    m_daemon = std::make_unique<ChildProcess>(std::move(options));
+    const auto address = m_daemon->readLine(testing::kPatience);
+    m_ready = address && address->rfind("unix:", 0) == 0;
 }
 
 } // namespace ambrel::testing

@@ -83,10 +83,12 @@ cat >"$work/system-bus.conf" <<'CONF'
   <includedir>/usr/share/dbus-1/system.d</includedir>
 </busconfig>
 CONF
-dbus-daemon --config-file="$work/system-bus.conf" --nofork --nopidfile 2>"$work/bus.log" &
+# The daemon writes its address once it listens; its socket file shows up a moment before.
+dbus-daemon --config-file="$work/system-bus.conf" --nofork --nopidfile --print-address=3 \
+    2>"$work/bus.log" 3>"$work/bus.address" &
 export DBUS_SYSTEM_BUS_ADDRESS=unix:path=/run/dbus/system_bus_socket
 for _ in $(seq 100); do
-    [ -S /run/dbus/system_bus_socket ] && break
+    [ -s "$work/bus.address" ] && break
     sleep 0.1
 done
 
