@@ -149,6 +149,24 @@ PathProblem ConnectionPath::problemOf(const CheckResult& failed) {
     return checkAgain(failed.message, "Check again.");
 }
 
+std::string ConnectionPath::phoneLine(const std::string& model, const std::string& osVersion,
+                                      bool onUsb, bool onWifi) {
+    std::string line;
+    const auto add = [&line](const std::string& part) {
+        line += (line.empty() ? "" : " \u00b7 ") + part;
+    };
+    if (!model.empty()) {
+        add(model);
+    }
+    if (!osVersion.empty()) {
+        add("iOS " + osVersion);
+    }
+    if (onUsb || onWifi) {
+        add(onUsb && onWifi ? "on USB and Wi-Fi" : onUsb ? "on USB" : "on Wi-Fi");
+    }
+    return line;
+}
+
 ConnectionPath ConnectionPath::of(const ConnectionReport& report) {
     ConnectionPath path;
     if (report.readableOverWifi && !report.ok) {

@@ -54,6 +54,10 @@ struct ConnectionPath {
     static std::string titleOf(const std::string& checkName);
     // The problem of a failed check, by its name and cause.
     static PathProblem problemOf(const CheckResult& failed);
+    // A phone's line under its name: "iPhone 13 Pro · iOS 17.4 · on USB". `model` is the name
+    // people know it by; an empty model or version is left out.
+    static std::string phoneLine(const std::string& model, const std::string& osVersion, bool onUsb,
+                                 bool onWifi);
 };
 
 } // namespace ambrel

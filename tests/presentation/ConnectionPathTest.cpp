@@ -173,5 +173,15 @@ TEST(ConnectionPathTest, EveryProblemSaysWhatIsWrongAndWhatToDoInTwoSentences) {
     EXPECT_EQ(ConnectionPath::titleOf("somethingNew"), "somethingNew");
 }
 
+TEST(ConnectionPathTest, APhonesLineHasItsModelVersionAndLink) {
+    EXPECT_EQ(ConnectionPath::phoneLine("iPhone 13 Pro", "17.4", true, false),
+              "iPhone 13 Pro \u00b7 iOS 17.4 \u00b7 on USB");
+    EXPECT_EQ(ConnectionPath::phoneLine("iPhone 13 Pro", "", false, true),
+              "iPhone 13 Pro \u00b7 on Wi-Fi");
+    EXPECT_EQ(ConnectionPath::phoneLine("", "17.4", true, true),
+              "iOS 17.4 \u00b7 on USB and Wi-Fi");
+    EXPECT_EQ(ConnectionPath::phoneLine("", "", false, false), "");
+}
+
 } // namespace
 } // namespace ambrel
