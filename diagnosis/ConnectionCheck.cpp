@@ -74,7 +74,7 @@ std::string trustAdvice(const std::string& error, CheckPlace place) {
         return "Unplug and reconnect your iPhone, then choose Trust when it asks.";
     }
     if (place == CheckPlace::connectionWindow) {
-        return "Click Trust above, then unlock your iPhone and choose Trust.";
+        return "Click Pair above, then unlock your iPhone and tap Trust.";
     }
     return "Run idevicepair pair (or click Trust in the connection window), then unlock your "
            "iPhone and choose Trust.";
@@ -234,8 +234,7 @@ private:
                 return passedWith("\u201cShow this iPhone when on Wi-Fi\u201d is on.");
             }
             if (m_place == CheckPlace::connectionWindow) {
-                return failedWith("Select \u201cShow this iPhone when on Wi-Fi\u201d above and "
-                                  "click Apply.",
+                return failedWith("Turn on \u201cShow this iPhone when on Wi-Fi\u201d above.",
                                   "off");
             }
             return failedWith("Run tovrin --enable-wifi while the iPhone is on the cable (or turn "

@@ -17,6 +17,7 @@
 #include <QPushButton>
 #include <QVBoxLayout>
 
+#include "phone/ProductNames.h"
 #include "presentation/ConnectionPath.h"
 #include "views/ActivitySpinner.h"
 #include "views/Appearance.h"
@@ -426,10 +427,11 @@ void ConnectionWindow::addPhoneRow(const PhoneEntry& entry) {
     const QString name =
         details && !details->name.empty() ? windowText(details->name) : QStringLiteral("iPhone");
     row.name = wrappedLabel(name, m_style.fonts.system(14, QFont::DemiBold), box);
-    row.detail = wrappedLabel(
-        windowText(ConnectionPath::phoneLine(details ? details->model : std::string(),
-                                             std::string(), entry.onUsb, entry.onWifi)),
-        m_style.fonts.system(12), box);
+    row.detail =
+        wrappedLabel(windowText(ConnectionPath::phoneLine(
+                         details ? ProductNames::marketingName(details->model) : std::string(),
+                         details ? details->osVersion : std::string(), entry.onUsb, entry.onWifi)),
+                     m_style.fonts.system(12), box);
     secondary(row.detail);
     rows->addWidget(row.name);
     rows->addWidget(row.detail);

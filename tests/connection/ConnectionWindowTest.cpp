@@ -47,8 +47,8 @@ const std::string kUdid = "00008110-001A2B3C4D5E6F70";
 // A phone exchange takes well under a second here; the limit only keeps a broken run short.
 constexpr int kWaitMs = 30000;
 // The simulated phone's line under its name.
-constexpr const char* kDetailOnUsb = "iPhone14,2 \u00b7 on USB";
-constexpr const char* kDetailOnWifi = "iPhone14,2 \u00b7 on Wi-Fi";
+constexpr const char* kDetailOnUsb = "iPhone 13 Pro \u00b7 iOS 17.5.1 \u00b7 on USB";
+constexpr const char* kDetailOnWifi = "iPhone 13 Pro \u00b7 iOS 17.5.1 \u00b7 on Wi-Fi";
 
 json usbPhone(const json& extra = json::object()) {
     json device = {{"udid", kSerial}, {"connection", "usb"}, {"DeviceName", "Ada’s iPhone"}};

@@ -152,13 +152,13 @@ TEST(ConnectionCheckTest, AdviceNeverSendsTheUserWhereTheyAre) {
     probe.phone.wifiConnections = false;
     const auto window = ConnectionCheck::run(probe, CheckPlace::connectionWindow);
     EXPECT_EQ(window.checks[4].message,
-              "Select \u201cShow this iPhone when on Wi-Fi\u201d above and click Apply.");
+              "Turn on \u201cShow this iPhone when on Wi-Fi\u201d above.");
     FakeProbe untrusted;
     untrusted.phone.trusted = false;
     untrusted.phone.trustError = "MissingPairRecord";
     const auto inWindow = ConnectionCheck::run(untrusted, CheckPlace::connectionWindow);
     EXPECT_EQ(inWindow.checks[3].message,
-              "Click Trust above, then unlock your iPhone and choose Trust.");
+              "Click Pair above, then unlock your iPhone and tap Trust.");
     for (const auto* report : {&window, &inWindow}) {
         for (const auto& check : report->checks) {
             EXPECT_EQ(check.message.find("connection window"), std::string::npos) << check.message;
@@ -166,7 +166,7 @@ TEST(ConnectionCheckTest, AdviceNeverSendsTheUserWhereTheyAre) {
     }
     EXPECT_EQ(ConnectionCheck::adviceFor({LockdownFailure::notTrusted, "InvalidHostID"},
                                          CheckPlace::connectionWindow),
-              "Click Trust above, then unlock your iPhone and choose Trust.");
+              "Click Pair above, then unlock your iPhone and tap Trust.");
 }
 
 TEST(ConnectionCheckTest, HelperMissingAloneIsAReinstall) {

@@ -56,8 +56,8 @@ namespace fs = std::filesystem;
 
 const std::string kUdid = "00008110-001A2B3C4D5E6F70";
 // The simulated phone's line under its name in the connection window.
-constexpr const char* kDetailOnUsb = "iPhone14,2 \u00b7 on USB";
-constexpr const char* kDetailOnWifi = "iPhone14,2 \u00b7 on Wi-Fi";
+constexpr const char* kDetailOnUsb = "iPhone 13 Pro \u00b7 iOS 17.5.1 \u00b7 on USB";
+constexpr const char* kDetailOnWifi = "iPhone 13 Pro \u00b7 iOS 17.5.1 \u00b7 on Wi-Fi";
 // One exchange with the phone takes well under a second; the limit only keeps a broken run
 // short.
 constexpr int kWaitMs = 30000;
