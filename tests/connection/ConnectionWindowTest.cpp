@@ -3,9 +3,11 @@
 #include "views/ConnectionWindow.h"
 
 #include <algorithm>
+#include <cmath>
 #include <cstdlib>
 #include <filesystem>
 #include <functional>
+#include <initializer_list>
 #include <memory>
 #include <string>
 #include <vector>
@@ -297,6 +299,73 @@ TEST_F(ConnectionWindowTest, TheCheckIsAShortPathToTheFirstThingToDo) {
     // Checked again by itself: the Wi-Fi step is done and the next one is the problem.
     EXPECT_EQ(m_window->stepLines()[4].mark->symbol(), QStringLiteral("check-circle-fill"));
     EXPECT_EQ(stepTitles(*m_window).back(), "Network discovery on");
+}
+
+// Whether most of the strongly coloured pixels `widget` draws are close to `colour`.
+bool drawnIn(QWidget* widget, const QColor& colour) {
+    const QImage image = widget->grab().toImage();
+    int coloured = 0;
+    int matching = 0;
+    for (int y = 0; y < image.height(); ++y) {
+        for (int x = 0; x < image.width(); ++x) {
+            const QColor pixel = image.pixelColor(x, y);
+            if (pixel.saturation() < 80 || pixel.alpha() < 200) {
+                continue;
+            }
+            ++coloured;
+            matching += std::abs(pixel.hue() - colour.hue()) <= 12 ? 1 : 0;
+        }
+    }
+    return coloured > 10 && matching * 10 >= coloured * 8;
+}
+
+TEST_F(ConnectionWindowTest, StepSymbolsAreDrawnInTheGaugesColoursInBothLooks) {
+    startPhone(json::array({usbPhone()}));
+    noSystemBus();
+    openWindow();
+    andWaitForCheck([this] { m_window->runCheck(); });
+    ASSERT_EQ(m_window->stepLines().size(), 5u);
+    for (const auto look : {Look::light, Look::dark}) {
+        m_appearance.setForcedLook(look);
+        EXPECT_TRUE(
+            drawnIn(m_window->stepLines().front().mark, Appearance::color(ColorRole::green, look)));
+        EXPECT_TRUE(
+            drawnIn(m_window->stepLines().back().mark, Appearance::color(ColorRole::orange, look)));
+    }
+    m_appearance.setForcedLook(std::nullopt);
+}
+
+TEST_F(ConnectionWindowTest, TheKeyboardGoesThroughTheSwitchAndTheButtons) {
+    startPhone(json::array({usbPhone()}));
+    noSystemBus();
+    openWindow();
+    andWaitForPhones([this] { m_window->refresh(); });
+    andWaitForCheck([this] { m_window->runCheck(); });
+    m_window->activateWindow();
+    ASSERT_TRUE(QTest::qWaitForWindowActive(m_window.get()));
+    std::vector<QWidget*> reached;
+    for (int press = 0; press < 8; ++press) {
+        QWidget* focused = QApplication::focusWidget();
+        if (focused != nullptr &&
+            std::find(reached.begin(), reached.end(), focused) == reached.end()) {
+            reached.push_back(focused);
+        }
+        QTest::keyClick(QApplication::focusWidget() ? QApplication::focusWidget()
+                                                    : static_cast<QWidget*>(m_window.get()),
+                        Qt::Key_Tab);
+    }
+    for (QWidget* widget :
+         std::initializer_list<QWidget*>{onlyRow().showOnWifi, m_window->actionButton(),
+                                         m_window->refreshButton(), m_window->checkButton()}) {
+        EXPECT_NE(std::find(reached.begin(), reached.end(), widget), reached.end())
+            << widget->metaObject()->className();
+    }
+    // Space on the switch flips it, as a click does.
+    onlyRow().showOnWifi->setFocus();
+    ToggleSwitch* toggle = onlyRow().showOnWifi;
+    andWaitForPhones([toggle] { QTest::keyClick(toggle, Qt::Key_Space); });
+    EXPECT_TRUE(onlyRow().showOnWifi->isChecked());
+    EXPECT_TRUE(phoneWifiOn());
 }
 
 TEST_F(ConnectionWindowTest, ACommandToTypeCanBeCopied) {
