@@ -181,16 +181,20 @@ void ConnectionWindow::fitHeight() {
 
 ConnectionWindowOpener connectionWindowOpener(const ViewStyle& style,
                                               SystemConnectionProbe::Setup setup,
-                                              ConnectionWindow::Background background) {
+                                              ConnectionWindow::Background background,
+                                              std::function<std::string()> cardPhone) {
     auto opened = std::make_shared<QPointer<ConnectionWindow>>();
     return [&style, setup = std::move(setup), background = std::move(background),
-            opened](QWidget* parent) {
+            cardPhone = std::move(cardPhone), opened](QWidget* parent) {
         const bool fresh = opened->isNull();
         if (fresh) {
             *opened = new ConnectionWindow(style, setup, background, parent);
             (*opened)->setAttribute(Qt::WA_DeleteOnClose);
         }
         ConnectionWindow* window = *opened;
+        if (cardPhone) {
+            window->setCardPhone(cardPhone());
+        }
         window->show();
         window->raise();
         window->activateWindow();

@@ -181,10 +181,11 @@ private:
 using ConnectionWindowOpener = std::function<void(QWidget* parent)>;
 
 // An opener whose window looks where `setup` says, runs the tools on its launcher in
-// `background` and draws with `style` (which must outlive every window it opens). Copies share
-// one window.
+// `background` and draws with `style` (which must outlive every window it opens); `cardPhone`,
+// when given, tells the udid of the phone the card shows, listed first. Copies share one window.
 ConnectionWindowOpener connectionWindowOpener(const ViewStyle& style,
                                               SystemConnectionProbe::Setup setup,
-                                              ConnectionWindow::Background background);
+                                              ConnectionWindow::Background background,
+                                              std::function<std::string()> cardPhone = {});
 
 } // namespace ambrel

@@ -444,6 +444,34 @@ TEST_F(ConnectionWindowTest, OpenFinderOnTheSetupSheetOpensTheWindowWithThePhone
     sheet.reject();
 }
 
+TEST_F(ConnectionWindowTest, TheOpenerListsThePhoneTheCardShowsFirstAndChecksAtOnce) {
+    const std::string other = "00008110000A0B0C0D0E0F11";
+    startPhone(
+        json::array({usbPhone(), usbPhone({{"udid", other}, {"DeviceName", "Bo’s iPhone"}})}));
+    ::setenv("USBMUXD_SOCKET_ADDRESS", m_phone->socketAddress().c_str(), 1);
+    noSystemBus();
+    SystemConnectionProbe::Setup setup;
+    setup.toolDirectory = fs::path(TOVRIN_BINARY_DIR) / "share/tovrin/Runtime/bin";
+    setup.systemMuxerSocket = m_phone->socketAddress().substr(5);
+    setup.launcher = m_launcher;
+    QWidget parent;
+    const auto open = connectionWindowOpener(
+        m_style, setup, m_background, [] { return std::string("00008110-000A0B0C0D0E0F11"); });
+    open(&parent);
+    const auto windows = parent.findChildren<ConnectionWindow*>();
+    ASSERT_EQ(windows.size(), 1);
+    ConnectionWindow* window = windows.front();
+    QSignalSpy phones(window, &ConnectionWindow::phonesShown);
+    QSignalSpy checked(window, &ConnectionWindow::checkShown);
+    ASSERT_TRUE(phones.wait(kWaitMs));
+    ASSERT_EQ(window->phoneRows().size(), 2u);
+    EXPECT_EQ(window->phoneRows()[0].name->text(), QString::fromUtf8("Bo’s iPhone"));
+    // The check runs as the window opens, without a click.
+    ASSERT_TRUE(checked.count() > 0 || checked.wait(kWaitMs));
+    EXPECT_FALSE(window->stepLines().empty());
+    window->close();
+}
+
 // Not a check: writes the window in four states and both looks when TOVRIN_CAPTURE_DIR names
 // a folder. The check's reports come from the real check against a probe set for each state (the
 // network's steps need an avahi-daemon this test does not run).
