@@ -296,6 +296,10 @@ void AmbrelDelegate::showPanel() {
     if (m_panel) {
         m_panel->bringToFront();
     }
+    // The note that said how to bring the card back has done its work.
+    if (m_notes) {
+        m_notes->closeNote();
+    }
 }
 
 void AmbrelDelegate::laterLaunch(const std::vector<std::string>& arguments) {
