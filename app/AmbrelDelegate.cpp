@@ -83,7 +83,9 @@ AmbrelDelegate::AmbrelDelegate(std::vector<std::string> arguments, std::shared_p
     m_scheduler = std::make_shared<QtMainScheduler>();
     m_openConnectionWindow = connectionWindowOpener(
         m_style, std::move(setup.connection),
-        ConnectionWindow::Background{std::make_shared<ThreadWorker>(), m_scheduler});
+        ConnectionWindow::Background{std::make_shared<ThreadWorker>(), m_scheduler}, [this] {
+            return m_monitor ? m_monitor->phoneID().value_or(std::string()) : std::string();
+        });
 }
 
 AmbrelDelegate::~AmbrelDelegate() {
@@ -293,6 +295,10 @@ void AmbrelDelegate::watchScreen(QScreen* screen) {
 void AmbrelDelegate::showPanel() {
     if (m_panel) {
         m_panel->bringToFront();
+    }
+    // The note that said how to bring the card back has done its work.
+    if (m_notes) {
+        m_notes->closeNote();
     }
 }
 

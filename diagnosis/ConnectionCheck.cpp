@@ -74,7 +74,7 @@ std::string trustAdvice(const std::string& error, CheckPlace place) {
         return "Unplug and reconnect your iPhone, then choose Trust when it asks.";
     }
     if (place == CheckPlace::connectionWindow) {
-        return "Click Trust above, then unlock your iPhone and choose Trust.";
+        return "Click Pair above, then unlock your iPhone and tap Trust.";
     }
     return "Run idevicepair pair (or click Trust in the connection window), then unlock your "
            "iPhone and choose Trust.";
@@ -101,6 +101,50 @@ std::string lockdownAdvice(const LockdownError& error, CheckPlace place) {
     return "Unlock your iPhone and check again (it answered " + error.name + ").";
 }
 
+// Why the phone did not let this computer in, in the report's words.
+std::string trustCause(const std::string& error) {
+    if (error == "PasswordProtected") {
+        return "locked";
+    }
+    if (error == "UserDeniedPairing") {
+        return "denied";
+    }
+    return "notPaired";
+}
+
+std::string lockdownCause(const LockdownError& error) {
+    switch (error.kind) {
+    case LockdownFailure::helperBroken:
+        return "helperBroken";
+    case LockdownFailure::timedOut:
+        return "timedOut";
+    case LockdownFailure::noDevice:
+        return "noPhone";
+    case LockdownFailure::muxerUnavailable:
+        return "notRunning";
+    case LockdownFailure::notTrusted:
+        return trustCause(error.name);
+    case LockdownFailure::lockdownError:
+        break;
+    }
+    return error.name == "PasswordProtected" ? "locked" : "refused";
+}
+
+// One check's outcome.
+struct Outcome {
+    bool passed = false;
+    std::string message;
+    std::string cause;
+};
+
+Outcome passedWith(std::string message) {
+    return {true, std::move(message), {}};
+}
+
+Outcome failedWith(std::string message, std::string cause) {
+    return {false, std::move(message), std::move(cause)};
+}
+
 class Run {
 public:
     Run(ConnectionProbe& probe, CheckPlace place) : m_probe(probe), m_place(place) {}
@@ -110,7 +154,7 @@ public:
         result.ok = true;
         for (std::size_t step = 0; step < definitions().size(); ++step) {
             const Definition& definition = definitions()[step];
-            CheckResult check{definition.name, definition.title, CheckStatus::skipped, {}};
+            CheckResult check{definition.name, definition.title, CheckStatus::skipped, {}, {}};
             const auto blocker =
                 std::find_if(definition.needs.begin(), definition.needs.end(),
                              [this](Step need) { return m_status[need] != CheckStatus::passed; });
@@ -118,9 +162,10 @@ public:
                 check.message =
                     std::string("Waits for \u201c") + definitions()[*blocker].title + "\u201d.";
             } else {
-                auto [passed, message] = perform(static_cast<Step>(step));
-                check.status = passed ? CheckStatus::passed : CheckStatus::failed;
-                check.message = std::move(message);
+                Outcome outcome = perform(static_cast<Step>(step));
+                check.status = outcome.passed ? CheckStatus::passed : CheckStatus::failed;
+                check.message = std::move(outcome.message);
+                check.cause = std::move(outcome.cause);
             }
             m_status[step] = check.status;
             result.ok = result.ok && check.status == CheckStatus::passed;
@@ -133,110 +178,124 @@ public:
     }
 
 private:
-    std::pair<bool, std::string> perform(Step step) {
+    Outcome perform(Step step) {
         switch (step) {
         case tools: {
             const auto missing = m_probe.missingTools();
             if (missing.empty()) {
-                return {true, "idevice_id, ideviceinfo, idevicepair and tovrin-lockdown are "
-                              "installed."};
+                return passedWith("idevice_id, ideviceinfo, idevicepair and tovrin-lockdown are "
+                                  "installed.");
             }
-            return {false, toolsAdvice(missing)};
+            const bool onlyHelper = missing.size() == 1 && missing.front() == "tovrin-lockdown";
+            return failedWith(toolsAdvice(missing), onlyHelper ? "helperMissing" : "missing");
         }
         case systemMuxer: {
             m_systemPhones = m_probe.systemMuxerPhones();
             if (!m_systemPhones) {
                 if (m_probe.usbmuxdInstalled()) {
-                    return {false, "Plug your iPhone in with a USB cable: Debian starts usbmuxd "
-                                   "only while an iPhone is plugged in."};
+                    return failedWith("Plug your iPhone in with a USB cable: Debian starts "
+                                      "usbmuxd only while an iPhone is plugged in.",
+                                      "notRunning");
                 }
-                return {false, "Install usbmuxd (sudo apt-get install usbmuxd), then plug your "
-                               "iPhone in."};
+                return failedWith("Install usbmuxd (sudo apt-get install usbmuxd), then plug "
+                                  "your iPhone in.",
+                                  "notInstalled");
             }
-            return {true, "usbmuxd lists " + std::to_string(m_systemPhones->size()) +
-                              (m_systemPhones->size() == 1 ? " device." : " devices.")};
+            return passedWith("usbmuxd lists " + std::to_string(m_systemPhones->size()) +
+                              (m_systemPhones->size() == 1 ? " device." : " devices."));
         }
         case phoneOnUsb: {
             const auto found = std::find_if(
                 m_systemPhones->begin(), m_systemPhones->end(),
                 [](const PhoneOnMuxer& phone) { return phone.link == PhoneLink::usb; });
             if (found == m_systemPhones->end()) {
-                return {false, "Connect your iPhone to this computer with a USB cable and unlock "
-                               "it."};
+                return failedWith("Connect your iPhone to this computer with a USB cable and "
+                                  "unlock it.",
+                                  "noPhone");
             }
             m_usbUdid = found->udid;
-            return {true, found->udid + " is on USB."};
+            return passedWith(found->udid + " is on USB.");
         }
         case trusted: {
             const auto details = m_probe.details(m_usbUdid, false);
             if (!details) {
-                return {false, lockdownAdvice(details.error(), m_place)};
+                return failedWith(lockdownAdvice(details.error(), m_place),
+                                  lockdownCause(details.error()));
             }
             m_usbDetails = details.value();
             if (!m_usbDetails->trusted) {
-                return {false, trustAdvice(m_usbDetails->trustError, m_place)};
+                return failedWith(trustAdvice(m_usbDetails->trustError, m_place),
+                                  trustCause(m_usbDetails->trustError));
             }
-            return {true, phoneName(*m_usbDetails) + " trusts this computer."};
+            return passedWith(phoneName(*m_usbDetails) + " trusts this computer.");
         }
         case wifiConnections:
             if (m_usbDetails->wifiConnections.value_or(false)) {
-                return {true, "\u201cShow this iPhone when on Wi-Fi\u201d is on."};
+                return passedWith("\u201cShow this iPhone when on Wi-Fi\u201d is on.");
             }
             if (m_place == CheckPlace::connectionWindow) {
-                return {false, "Select \u201cShow this iPhone when on Wi-Fi\u201d above and click "
-                               "Apply."};
+                return failedWith("Turn on \u201cShow this iPhone when on Wi-Fi\u201d above.",
+                                  "off");
             }
-            return {false, "Run tovrin --enable-wifi while the iPhone is on the cable (or turn on "
-                           "\u201cShow this iPhone when on Wi-Fi\u201d in the connection "
-                           "window)."};
+            return failedWith("Run tovrin --enable-wifi while the iPhone is on the cable (or turn "
+                              "on \u201cShow this iPhone when on Wi-Fi\u201d in the connection "
+                              "window).",
+                              "off");
         case avahiDaemon:
             if (m_probe.avahiDaemonRuns()) {
-                return {true, "avahi-daemon answers on the system bus."};
+                return passedWith("avahi-daemon answers on the system bus.");
             }
             if (!m_probe.avahiDaemonInstalled()) {
-                return {false, "Install avahi-daemon (sudo apt-get install avahi-daemon) so that "
-                               "Tovrin can find your iPhone on the network."};
+                return failedWith("Install avahi-daemon (sudo apt-get install avahi-daemon) so "
+                                  "that Tovrin can find your iPhone on the network.",
+                                  "notInstalled");
             }
-            return {false, "Start avahi-daemon (sudo systemctl enable --now avahi-daemon) so that "
-                           "Tovrin can find your iPhone on the network."};
+            return failedWith("Start avahi-daemon (sudo systemctl enable --now avahi-daemon) so "
+                              "that Tovrin can find your iPhone on the network.",
+                              "notRunning");
         case advertised:
             m_adverts = m_probe.advertisedMacs();
             if (m_adverts.empty()) {
-                return {false, "Put your iPhone on the same Wi-Fi network as this computer, "
-                               "unlock it and check again."};
+                return failedWith("Put your iPhone on the same Wi-Fi network as this computer, "
+                                  "unlock it and check again.",
+                                  "notSeen");
             }
-            return {true, std::to_string(m_adverts.size()) +
+            return passedWith(std::to_string(m_adverts.size()) +
                               (m_adverts.size() == 1 ? " iPhone is" : " iPhones are") +
-                              " advertised."};
+                              " advertised.");
         case advertMatches:
             return matchAdvert();
         case lockdownOverWifi: {
             const auto details = m_probe.details(m_wifiUdid, true);
             if (!details) {
                 if (details.error().kind == LockdownFailure::notTrusted) {
-                    return {false, trustAdvice(details.error().name, m_place)};
+                    return failedWith(trustAdvice(details.error().name, m_place),
+                                      trustCause(details.error().name));
                 }
-                return {false, "Make sure this network lets this computer reach your iPhone "
-                               "(TCP port 62078), or plug it in and check again."};
+                return failedWith("Make sure this network lets this computer reach your iPhone "
+                                  "(TCP port 62078), or plug it in and check again.",
+                                  "unreachable");
             }
             if (!details.value().trusted) {
-                return {false, trustAdvice(details.value().trustError, m_place)};
+                return failedWith(trustAdvice(details.value().trustError, m_place),
+                                  trustCause(details.value().trustError));
             }
-            return {true, phoneName(details.value()) + " answers over Wi-Fi."};
+            return passedWith(phoneName(details.value()) + " answers over Wi-Fi.");
         }
         case battery: {
             const auto level = m_probe.wifiBatteryLevel(m_wifiUdid);
             if (!level) {
-                return {false, "Unlock your iPhone and check again, since it did not give its "
-                               "battery level over Wi-Fi."};
+                return failedWith("Unlock your iPhone and check again, since it did not give its "
+                                  "battery level over Wi-Fi.",
+                                  "noLevel");
             }
-            return {true, "The battery is at " + std::to_string(level.value()) + "%."};
+            return passedWith("The battery is at " + std::to_string(level.value()) + "%.");
         }
         }
-        return {false, "Check again."};
+        return failedWith("Check again.", "refused");
     }
 
-    std::pair<bool, std::string> matchAdvert() {
+    Outcome matchAdvert() {
         std::vector<KnownWifiPhone> known = m_probe.knownPhones();
         if (m_usbDetails && !m_usbDetails->wifiAddress.empty()) {
             known.insert(known.begin(), {m_usbDetails->udid, lowerCase(m_usbDetails->wifiAddress)});
@@ -245,15 +304,17 @@ private:
             if (!phone.wifiMac.empty() &&
                 std::find(m_adverts.begin(), m_adverts.end(), phone.wifiMac) != m_adverts.end()) {
                 m_wifiUdid = phone.udid;
-                return {true, phone.udid + " is advertised as " + phone.wifiMac + "."};
+                return passedWith(phone.udid + " is advertised as " + phone.wifiMac + ".");
             }
         }
         if (known.empty()) {
-            return {false, "Plug your iPhone in and trust this computer, so that Tovrin knows "
-                           "which phone on the network is yours."};
+            return failedWith("Plug your iPhone in and trust this computer, so that Tovrin knows "
+                              "which phone on the network is yours.",
+                              "neverPaired");
         }
-        return {false, "Plug your iPhone in once and check again, so that Tovrin learns its "
-                       "Wi-Fi address."};
+        return failedWith("Plug your iPhone in once and check again, so that Tovrin learns its "
+                          "Wi-Fi address.",
+                          "unknownAddress");
     }
 
     static std::string toolsAdvice(const std::vector<std::string>& missing) {

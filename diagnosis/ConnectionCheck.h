@@ -18,6 +18,12 @@ struct CheckResult {
     // Passed: what was found. Failed: one sentence saying what to do next. Skipped: which
     // earlier check it waits for.
     std::string message;
+    // Failed: why, in one word a window can pick its own texts by: "missing" (the phone tools),
+    // "helperMissing", "notInstalled", "notRunning", "noPhone", "locked", "denied",
+    // "notPaired", "timedOut", "helperBroken", "refused" (the phone answered with an error),
+    // "off", "notSeen", "neverPaired", "unknownAddress", "unreachable", "noLevel". Empty
+    // otherwise.
+    std::string cause;
 };
 
 struct ConnectionReport {

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Makes the README's pictures of the card, light and dark, with the program's own
 # --capture-preview on a virtual display (needs a build in build/, xvfb and python3), and of the
-# connection window.
+# connection window in four states.
 #
 # The pictures show what a laptop user sees: the computer's battery at 76 % on battery power
 # (a made-up power-supply folder mounted over /sys/class/power_supply, and the host name
@@ -66,17 +66,19 @@ for look in light dark; do
     echo "docs/card-$look.png"
 done
 
-# The connection window, drawn by its own test (on an X server it starts) against the simulated
-# iPhone (on the cable, before Apply; no avahi-daemon is asked for, so the network checks wait
-# for it).
-rm -f docs/connection-light.png docs/connection-dark.png
+# The connection window in four states (all well, the phone locked, Wi-Fi connections off,
+# avahi-daemon stopped), drawn by its own test (on an X server it starts): its phone row from the
+# simulated iPhone, its check from the real check against answers set for each state.
+rm -f docs/connection-*.png
 TOVRIN_CAPTURE_DIR="$PWD/docs" DBUS_SYSTEM_BUS_ADDRESS="unix:path=$work/no-bus" \
     LC_ALL=en_US.UTF-8 build/tests/ambrel_connection_window_tests \
-    --gtest_filter='*CaptureLightAndDark' >/dev/null
-for look in light dark; do
-    if [ ! -s "docs/connection-$look.png" ]; then
-        echo "make-screenshots: no picture of the connection window in the $look look" >&2
-        exit 1
-    fi
-    echo "docs/connection-$look.png"
+    --gtest_filter='*CaptureFourStatesLightAndDark' >/dev/null
+for state in well locked wifi-off avahi-stopped; do
+    for look in light dark; do
+        if [ ! -s "docs/connection-$state-$look.png" ]; then
+            echo "make-screenshots: no picture of the connection window ($state, $look)" >&2
+            exit 1
+        fi
+        echo "docs/connection-$state-$look.png"
+    done
 done

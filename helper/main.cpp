@@ -200,12 +200,15 @@ int phoneInfo(const std::string& udid, bool networkOnly) {
         overNetwork ? protocol::kNetworkConnection : protocol::kUsbConnection;
     const auto name = publicValue(connection.client, "DeviceName");
     const auto model = publicValue(connection.client, "ProductType");
+    // Public like the model, so an untrusted phone gives it too.
+    const auto osVersion = publicValue(connection.client, "ProductVersion");
     const auto wifiAddress = publicValue(connection.client, "WiFiAddress");
     if (!name && !model) {
         return failure(line, protocol::kInvalidResponseError, protocol::kExitLockdownError);
     }
     line[protocol::kNameKey] = name.value_or("");
     line[protocol::kModelKey] = model.value_or("");
+    line[protocol::kOsVersionKey] = osVersion.value_or("");
     line[protocol::kWifiAddressKey] = wifiAddress.value_or("");
     const lockdownd_error_t session = startSession(connection, udid);
     line[protocol::kTrustedKey] = session == LOCKDOWN_E_SUCCESS;

@@ -160,6 +160,7 @@ Expected<PhoneDetails, LockdownError> LockdownHelper::parseDetails(const Command
         details.link = linkOf(line.value(protocol::kConnectionKey, ""));
         details.name = line.value(protocol::kNameKey, std::string());
         details.model = line.value(protocol::kModelKey, std::string());
+        details.osVersion = line.value(protocol::kOsVersionKey, std::string());
         details.wifiAddress = line.value(protocol::kWifiAddressKey, std::string());
         details.trusted = line.at(protocol::kTrustedKey).get<bool>();
         details.trustError = line.value(protocol::kTrustErrorKey, std::string());

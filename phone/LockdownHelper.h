@@ -28,6 +28,8 @@ struct PhoneDetails {
     PhoneLink link = PhoneLink::usb;
     std::string name;
     std::string model;
+    // The iOS (iPadOS) version as the phone gives it ("17.5.1"); empty when it gives none.
+    std::string osVersion;
     // The phone's Wi-Fi MAC as it gives it ("f0:99:bf:10:20:30"); empty when it gives none.
     std::string wifiAddress;
     bool trusted = false;

@@ -4,7 +4,8 @@ namespace ambrel::LockdownHelperProtocol {
 
 // The phone settings helper, a program of ours beside the phone tools. Usage:
 //   tovrin-lockdown list                   the phones the muxer knows
-//   tovrin-lockdown info UDID [--network]  name, model, connection, trust, Wi-Fi setting
+//   tovrin-lockdown info UDID [--network]  name, model, iOS version, connection, trust,
+//                                          Wi-Fi setting
 //   tovrin-lockdown wifi UDID [on|off]     reads, or sets, "EnableWifiConnections" over USB
 // It prints one line of JSON and exits with one of the codes below. A failure's line carries
 // "error": the lockdown error's name ("InvalidHostID", "SetProhibited", …) or one of the
@@ -39,6 +40,9 @@ inline constexpr const char* kUdidKey = "udid";
 inline constexpr const char* kConnectionKey = "connection";
 inline constexpr const char* kNameKey = "name";
 inline constexpr const char* kModelKey = "model";
+// The phone's "ProductVersion" ("17.5.1"), empty when it gives none; an older helper's line
+// has no such key.
+inline constexpr const char* kOsVersionKey = "osVersion";
 inline constexpr const char* kWifiAddressKey = "wifiAddress";
 inline constexpr const char* kTrustedKey = "trusted";
 inline constexpr const char* kTrustErrorKey = "trustError";

@@ -32,8 +32,9 @@ ALLOWED = {
     # The battery history file (SQLite); it knows readings only as rows.
     "history": {"platform", "model"},
     "monitor": {"mac", "phone", "platform", "model"},
-    # What is shown and said, decided without Qt; the card, the bars and the alerts share it.
-    "presentation": {"history", "monitor", "mac", "phone", "platform", "model"},
+    # What is shown and said, decided without Qt; the card, the bars, the alerts and the
+    # connection window share it.
+    "presentation": {"history", "monitor", "diagnosis", "mac", "phone", "platform", "model"},
     # The widgets only draw what the presentation decided; the connection window shows the
     # connection check and the phone settings.
     "views": {"presentation", "history", "monitor", "diagnosis", "mac", "phone", "platform/qt",

@@ -93,15 +93,33 @@ void DesktopNotifications::showNote(const QString& summary, const QString& body)
     // The desktop entry's name is also the program's icon in the theme.
     call << m_applicationName << m_noteId << m_desktopEntry << summary << body << QStringList()
          << hints << -1;
+    m_notePending = true;
+    m_noteCloseQueued = false;
     auto* watcher = new QDBusPendingCallWatcher(m_bus.asyncCall(call), this);
     connect(watcher, &QDBusPendingCallWatcher::finished, this,
             [this](QDBusPendingCallWatcher* finished) {
                 const QDBusPendingReply<uint> reply = *finished;
+                m_notePending = false;
                 if (!reply.isError()) {
                     m_noteId = reply.value();
                 }
+                if (m_noteCloseQueued) {
+                    closeNote();
+                }
                 finished->deleteLater();
             });
+}
+
+void DesktopNotifications::closeNote() {
+    if (m_notePending) {
+        m_noteCloseQueued = true;
+        return;
+    }
+    m_noteCloseQueued = false;
+    if (m_noteId != 0 && m_bus.isConnected()) {
+        sendClose(m_noteId);
+        m_noteId = 0;
+    }
 }
 
 void DesktopNotifications::notify(BatteryDeviceKind device, const LowBatteryNotice& notice) {

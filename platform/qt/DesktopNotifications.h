@@ -44,6 +44,8 @@ public:
     // A plain word to the user, with the program's icon and no actions. A later one replaces
     // the earlier while the desktop still shows it.
     void showNote(const QString& summary, const QString& body);
+    // Takes the last note away, if it is still shown (once the desktop has answered for it).
+    void closeNote();
 
 private Q_SLOTS:
     void actionInvoked(uint id, const QString& actionKey);
@@ -71,6 +73,9 @@ private:
     Handlers m_handlers;
     std::array<Entry, 2> m_entries;
     uint m_noteId = 0;
+    // A note asked for and not answered yet; closeNote() meanwhile closes it once it is.
+    bool m_notePending = false;
+    bool m_noteCloseQueued = false;
 };
 
 } // namespace ambrel

@@ -73,6 +73,11 @@ public:
             connection.send(message.createReply(QVariant::fromValue(uint(shown.size()))));
             return true;
         }
+        if (message.member() == QStringLiteral("CloseNotification")) {
+            closed.push_back(message.arguments().value(0).toUInt());
+            connection.send(message.createReply());
+            return true;
+        }
         if (message.member() == QStringLiteral("GetCapabilities")) {
             connection.send(message.createReply(QStringList{QStringLiteral("body")}));
             return true;
@@ -97,6 +102,7 @@ public:
     }
 
     std::vector<Shown> shown;
+    std::vector<uint> closed;
 
 private:
     QDBusConnection m_connection;
@@ -421,8 +427,13 @@ TEST_F(AmbrelDelegateTest, HidingWithoutATraySaysHowToShowTheCardAgain) {
     EXPECT_EQ(server.shown[0].hints.value(QStringLiteral("desktop-entry")).toString(),
               QStringLiteral("com.quenby.Tovrin"));
 
-    // With a tray, its menu shows the card again, and hiding says nothing.
+    // Shown again, the card takes its note away.
+    EXPECT_TRUE(server.closed.empty());
     delegate->showPanel();
+    ASSERT_TRUE(server.caughtUp());
+    EXPECT_EQ(server.closed, std::vector<uint>{1u});
+
+    // With a tray, its menu shows the card again, and hiding says nothing.
     auto host = startTrayHost(folder.path());
     auto* login = card->optionsMenu()->findChild<QAction*>(QStringLiteral("startAtLoginAction"));
     ASSERT_NE(login, nullptr);

@@ -2,76 +2,22 @@
 // test sets: one test per check that fails, and the case where all pass.
 #include "diagnosis/ConnectionCheck.h"
 
+#include <functional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
+#include "tests/diagnosis/FakeConnectionProbe.h"
+
 namespace ambrel {
 namespace {
 
-const std::string kUdid = "00008110-001A2B3C4D5E6F70";
-const std::string kMac = "f0:99:bf:10:20:30";
-
-// Every answer is that of a phone read over Wi-Fi without a fault; a test spoils one.
-class FakeProbe final : public ConnectionProbe {
-public:
-    FakeProbe() {
-        phone.udid = kUdid;
-        phone.name = "Sim iPhone";
-        phone.model = "iPhone14,2";
-        phone.wifiAddress = "F0:99:BF:10:20:30";
-        phone.trusted = true;
-        phone.wifiConnections = true;
-        wifiPhone = phone;
-        wifiPhone.link = PhoneLink::wifi;
-    }
-
-    std::vector<std::string> missingTools() override { return missing; }
-    std::optional<std::vector<PhoneOnMuxer>> systemMuxerPhones() override { return muxerPhones; }
-    Expected<PhoneDetails, LockdownError> details(const std::string& udid,
-                                                  bool networkOnly) override {
-        asked.push_back(udid + (networkOnly ? " network" : " usb"));
-        if (networkOnly) {
-            if (wifiError) {
-                return unexpected(*wifiError);
-            }
-            return wifiPhone;
-        }
-        if (usbError) {
-            return unexpected(*usbError);
-        }
-        return phone;
-    }
-    bool avahiDaemonRuns() override { return avahi; }
-    bool usbmuxdInstalled() override { return usbmuxdThere; }
-    bool avahiDaemonInstalled() override { return avahiThere; }
-    std::vector<std::string> advertisedMacs() override { return adverts; }
-    std::vector<KnownWifiPhone> knownPhones() override { return known; }
-    Expected<int, std::string> wifiBatteryLevel(const std::string& udid) override {
-        asked.push_back(udid + " battery");
-        if (!battery) {
-            return unexpected(std::string("ERROR: Could not connect to lockdownd"));
-        }
-        return *battery;
-    }
-
-    std::vector<std::string> missing;
-    std::optional<std::vector<PhoneOnMuxer>> muxerPhones =
-        std::vector<PhoneOnMuxer>{{kUdid, PhoneLink::usb}};
-    PhoneDetails phone;
-    PhoneDetails wifiPhone;
-    std::optional<LockdownError> usbError;
-    std::optional<LockdownError> wifiError;
-    bool avahi = true;
-    bool usbmuxdThere = true;
-    bool avahiThere = true;
-    std::vector<std::string> adverts{kMac};
-    std::vector<KnownWifiPhone> known;
-    std::optional<int> battery = 87;
-    std::vector<std::string> asked;
-};
+const std::string kUdid = testing::kProbeUdid;
+const std::string kMac = testing::kProbeMac;
+using FakeProbe = testing::FakeConnectionProbe;
 
 std::vector<std::string> statuses(const ConnectionReport& report) {
     std::vector<std::string> names;
@@ -206,13 +152,13 @@ TEST(ConnectionCheckTest, AdviceNeverSendsTheUserWhereTheyAre) {
     probe.phone.wifiConnections = false;
     const auto window = ConnectionCheck::run(probe, CheckPlace::connectionWindow);
     EXPECT_EQ(window.checks[4].message,
-              "Select \u201cShow this iPhone when on Wi-Fi\u201d above and click Apply.");
+              "Turn on \u201cShow this iPhone when on Wi-Fi\u201d above.");
     FakeProbe untrusted;
     untrusted.phone.trusted = false;
     untrusted.phone.trustError = "MissingPairRecord";
     const auto inWindow = ConnectionCheck::run(untrusted, CheckPlace::connectionWindow);
     EXPECT_EQ(inWindow.checks[3].message,
-              "Click Trust above, then unlock your iPhone and choose Trust.");
+              "Click Pair above, then unlock your iPhone and tap Trust.");
     for (const auto* report : {&window, &inWindow}) {
         for (const auto& check : report->checks) {
             EXPECT_EQ(check.message.find("connection window"), std::string::npos) << check.message;
@@ -220,7 +166,7 @@ TEST(ConnectionCheckTest, AdviceNeverSendsTheUserWhereTheyAre) {
     }
     EXPECT_EQ(ConnectionCheck::adviceFor({LockdownFailure::notTrusted, "InvalidHostID"},
                                          CheckPlace::connectionWindow),
-              "Click Trust above, then unlock your iPhone and choose Trust.");
+              "Click Pair above, then unlock your iPhone and tap Trust.");
 }
 
 TEST(ConnectionCheckTest, HelperMissingAloneIsAReinstall) {
@@ -325,6 +271,118 @@ TEST(ConnectionCheckTest, AnUnreadableBatteryFails) {
                 "Unlock your iPhone and check again, since it did not "
                 "give its battery level over Wi-Fi.");
     EXPECT_FALSE(report.ok);
+}
+
+// The first failed check of the report: its name and cause.
+std::pair<std::string, std::string> firstFailure(const ConnectionReport& report) {
+    for (const auto& check : report.checks) {
+        if (check.status == CheckStatus::failed) {
+            return {check.name, check.cause};
+        }
+    }
+    return {};
+}
+
+TEST(ConnectionCheckTest, EveryFailureNamesItsCause) {
+    struct Case {
+        const char* what;
+        std::function<void(FakeProbe&)> spoil;
+        std::pair<std::string, std::string> failure;
+    };
+    const std::vector<Case> cases{
+        {"tools", [](FakeProbe& p) { p.missing = {"idevice_id"}; }, {"tools", "missing"}},
+        {"helper",
+         [](FakeProbe& p) { p.missing = {"tovrin-lockdown"}; },
+         {"tools", "helperMissing"}},
+        {"muxer stopped",
+         [](FakeProbe& p) { p.muxerPhones.reset(); },
+         {"systemMuxer", "notRunning"}},
+        {"muxer missing",
+         [](FakeProbe& p) {
+             p.muxerPhones.reset();
+             p.usbmuxdThere = false;
+         },
+         {"systemMuxer", "notInstalled"}},
+        {"no phone",
+         [](FakeProbe& p) { p.muxerPhones = std::vector<PhoneOnMuxer>{}; },
+         {"phoneOnUsb", "noPhone"}},
+        {"locked",
+         [](FakeProbe& p) {
+             p.usbError = LockdownError{LockdownFailure::lockdownError, "PasswordProtected"};
+         },
+         {"trusted", "locked"}},
+        {"denied",
+         [](FakeProbe& p) {
+             p.phone.trusted = false;
+             p.phone.trustError = "UserDeniedPairing";
+         },
+         {"trusted", "denied"}},
+        {"not paired",
+         [](FakeProbe& p) {
+             p.phone.trusted = false;
+             p.phone.trustError = "InvalidHostID";
+         },
+         {"trusted", "notPaired"}},
+        {"timed out",
+         [](FakeProbe& p) {
+             p.usbError = LockdownError{LockdownFailure::timedOut, "timedOut"};
+         },
+         {"trusted", "timedOut"}},
+        {"helper broken",
+         [](FakeProbe& p) {
+             p.usbError = LockdownError{LockdownFailure::helperBroken, "helperBroken"};
+         },
+         {"trusted", "helperBroken"}},
+        {"refused",
+         [](FakeProbe& p) {
+             p.usbError = LockdownError{LockdownFailure::lockdownError, "SetProhibited"};
+         },
+         {"trusted", "refused"}},
+        {"wifi off",
+         [](FakeProbe& p) { p.phone.wifiConnections = false; },
+         {"wifiConnections", "off"}},
+        {"avahi stopped", [](FakeProbe& p) { p.avahi = false; }, {"avahiDaemon", "notRunning"}},
+        {"avahi missing",
+         [](FakeProbe& p) {
+             p.avahi = false;
+             p.avahiThere = false;
+         },
+         {"avahiDaemon", "notInstalled"}},
+        {"no advert", [](FakeProbe& p) { p.adverts.clear(); }, {"advertised", "notSeen"}},
+        {"another phone's advert",
+         [](FakeProbe& p) { p.adverts = {"aa:bb:cc:dd:ee:ff"}; },
+         {"advertMatches", "unknownAddress"}},
+        {"unreachable",
+         [](FakeProbe& p) {
+             p.wifiError = LockdownError{LockdownFailure::noDevice, "NoDevice"};
+         },
+         {"lockdownOverWifi", "unreachable"}},
+        {"no level", [](FakeProbe& p) { p.battery.reset(); }, {"battery", "noLevel"}},
+    };
+    for (const auto& test : cases) {
+        FakeProbe probe;
+        test.spoil(probe);
+        const auto report = ConnectionCheck::run(probe, CheckPlace::connectionWindow);
+        EXPECT_EQ(firstFailure(report), test.failure) << test.what;
+    }
+    // Passed and skipped checks name no cause.
+    FakeProbe probe;
+    probe.avahi = false;
+    for (const auto& check : ConnectionCheck::run(probe).checks) {
+        if (check.status != CheckStatus::failed) {
+            EXPECT_EQ(check.cause, "") << check.name;
+        }
+    }
+}
+
+TEST(ConnectionCheckTest, APhoneNeverPairedIsUnknownOnTheNetwork) {
+    FakeProbe probe;
+    probe.muxerPhones = std::vector<PhoneOnMuxer>{};
+    probe.adverts = {kMac};
+    const auto report = ConnectionCheck::run(probe);
+    ASSERT_EQ(report.checks[7].name, "advertMatches");
+    EXPECT_EQ(report.checks[7].status, CheckStatus::failed);
+    EXPECT_EQ(report.checks[7].cause, "neverPaired");
 }
 
 TEST(ConnectionCheckTest, TheJsonLineHasNameStatusAndMessageOfEachCheck) {

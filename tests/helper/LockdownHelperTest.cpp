@@ -145,8 +145,10 @@ TEST_F(LockdownHelperTest, ListsThePhonesWithTheirConnections) {
                             {{"udid", kUdid}, {"connection", "network"}}}}}));
 }
 
-TEST_F(LockdownHelperTest, InfoTellsNameModelTrustAndTheWifiSetting) {
-    startPhone(phone("usb", {{"DeviceName", "Ada’s iPhone"}, {"ProductType", "iPhone15,3"}}));
+TEST_F(LockdownHelperTest, InfoTellsNameModelVersionTrustAndTheWifiSetting) {
+    startPhone(phone("usb", {{"DeviceName", "Ada’s iPhone"},
+                             {"ProductType", "iPhone15,3"},
+                             {"ProductVersion", "18.1"}}));
     int code = -1;
     const auto line = helper({"info", kUdid}, code);
     EXPECT_EQ(code, protocol::kExitOk);
@@ -154,6 +156,7 @@ TEST_F(LockdownHelperTest, InfoTellsNameModelTrustAndTheWifiSetting) {
                           {"connection", "usb"},
                           {"name", "Ada’s iPhone"},
                           {"model", "iPhone15,3"},
+                          {"osVersion", "18.1"},
                           {"wifiAddress", "f0:99:bf:10:20:30"},
                           {"trusted", true},
                           {"wifiConnections", false}}));
@@ -167,6 +170,20 @@ TEST_F(LockdownHelperTest, InfoOfAnUntrustedPhoneSaysWhy) {
     EXPECT_EQ(line["trusted"], false);
     EXPECT_EQ(line["trustError"], "MissingPairRecord");
     EXPECT_TRUE(line["wifiConnections"].is_null());
+    // The version is read before any session, as the model is.
+    EXPECT_EQ(line["model"], "iPhone14,2");
+    EXPECT_EQ(line["osVersion"], "17.5.1");
+}
+
+TEST_F(LockdownHelperTest, InfoOfAPhoneThatGivesNoVersionHasAnEmptyOne) {
+    startPhone(phone("usb", {{"values", {{"ProductVersion", nullptr}}}}));
+    int code = -1;
+    const auto line = helper({"info", kUdid}, code);
+    EXPECT_EQ(code, protocol::kExitOk);
+    EXPECT_EQ(line["osVersion"], "");
+    EXPECT_EQ(line["model"], "iPhone14,2");
+    EXPECT_EQ(line["trusted"], true);
+    EXPECT_EQ(line["wifiConnections"], false);
 }
 
 TEST_F(LockdownHelperTest, InfoOverTheNetworkReachesTheWifiPhoneDirectly) {
@@ -175,6 +192,7 @@ TEST_F(LockdownHelperTest, InfoOverTheNetworkReachesTheWifiPhoneDirectly) {
     const auto line = helper({"info", kUdid, "--network"}, code);
     EXPECT_EQ(code, protocol::kExitOk);
     EXPECT_EQ(line["connection"], "network");
+    EXPECT_EQ(line["osVersion"], "17.5.1");
     EXPECT_EQ(m_phone->stats()["devices"][kSerial]["networkConnections"], 1);
 }
 

@@ -32,24 +32,39 @@ TEST(LockdownHelperTest, ReadsTheListWithEachConnection) {
 
 TEST(LockdownHelperTest, ReadsDetailsOfATrustedAndOfAnUntrustedPhone) {
     const auto trusted = LockdownHelper::parseDetails(
-        output(0, R"({"connection":"usb","model":"iPhone14,2","name":"Sim","trusted":true,)"
-                  R"("udid":"A","wifiAddress":"f0:99:bf:10:20:30","wifiConnections":true})"));
+        output(0, R"({"connection":"usb","model":"iPhone14,2","name":"Sim","osVersion":"17.5.1",)"
+                  R"("trusted":true,"udid":"A","wifiAddress":"f0:99:bf:10:20:30",)"
+                  R"("wifiConnections":true})"));
     ASSERT_TRUE(trusted);
     EXPECT_EQ(trusted.value().name, "Sim");
     EXPECT_EQ(trusted.value().model, "iPhone14,2");
+    EXPECT_EQ(trusted.value().osVersion, "17.5.1");
     EXPECT_EQ(trusted.value().wifiAddress, "f0:99:bf:10:20:30");
     EXPECT_EQ(trusted.value().link, PhoneLink::usb);
     EXPECT_TRUE(trusted.value().trusted);
     EXPECT_EQ(trusted.value().wifiConnections, true);
 
     const auto untrusted = LockdownHelper::parseDetails(
-        output(0, R"({"connection":"network","model":"","name":"Sim","trustError":"InvalidHostID",)"
-                  R"("trusted":false,"udid":"A","wifiAddress":"","wifiConnections":null})"));
+        output(0, R"({"connection":"network","model":"","name":"Sim","osVersion":"",)"
+                  R"("trustError":"InvalidHostID","trusted":false,"udid":"A","wifiAddress":"",)"
+                  R"("wifiConnections":null})"));
     ASSERT_TRUE(untrusted);
     EXPECT_FALSE(untrusted.value().trusted);
+    EXPECT_EQ(untrusted.value().osVersion, "");
     EXPECT_EQ(untrusted.value().trustError, "InvalidHostID");
     EXPECT_EQ(untrusted.value().link, PhoneLink::wifi);
     EXPECT_FALSE(untrusted.value().wifiConnections.has_value());
+}
+
+TEST(LockdownHelperTest, AnOlderHelpersLineWithoutTheVersionStillReads) {
+    const auto details = LockdownHelper::parseDetails(
+        output(0, R"({"connection":"usb","model":"iPhone14,2","name":"Sim","trusted":true,)"
+                  R"("udid":"A","wifiAddress":"f0:99:bf:10:20:30","wifiConnections":false})"));
+    ASSERT_TRUE(details);
+    EXPECT_EQ(details.value().osVersion, "");
+    EXPECT_EQ(details.value().model, "iPhone14,2");
+    EXPECT_TRUE(details.value().trusted);
+    EXPECT_EQ(details.value().wifiConnections, false);
 }
 
 TEST(LockdownHelperTest, ReadsTheWifiSetting) {
@@ -96,6 +111,8 @@ TEST(LockdownHelperTest, AnythingElseIsABrokenHelper) {
     }
     EXPECT_FALSE(LockdownHelper::parseList(output(0, R"({"devices":[{"connection":"usb"}]})")));
     EXPECT_FALSE(LockdownHelper::parseDetails(output(0, R"({"udid":"A"})")));
+    EXPECT_FALSE(
+        LockdownHelper::parseDetails(output(0, R"({"osVersion":17,"trusted":false,"udid":"A"})")));
 }
 
 TEST(LockdownHelperTest, AHelperThatDidNotEndInTimeTimedOut) {

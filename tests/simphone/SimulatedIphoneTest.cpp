@@ -410,6 +410,24 @@ TEST_F(SimulatedIphoneTest, MissingOrProhibitedValuesPrintNothingAndSucceed) {
         "unknown domain");
 }
 
+TEST_F(SimulatedIphoneTest, TheVersionIsGivenWithoutASession) {
+    startPhone(withDevices(json::array({phone("usb")})));
+    expectOutcome(ideviceinfo({"-s", "-u", kUdid, "-k", "ProductVersion"}), {0, "17.5.1\n", ""},
+                  "version");
+    const auto device = m_phone->stats()["devices"][kSerial];
+    EXPECT_EQ(device["getValue"]["ProductVersion"], 1);
+    EXPECT_FALSE(device["requests"].contains("StartSession"));
+}
+
+TEST_F(SimulatedIphoneTest, ANullValueIsAKeyThePhoneDoesNotGive) {
+    startPhone(
+        withDevices(json::array({phone("usb", {{"values", {{"ProductVersion", nullptr}}}})})));
+    expectOutcome(ideviceinfo({"-s", "-u", kUdid, "-k", "ProductVersion"}), {0, "", ""},
+                  "no version");
+    expectOutcome(ideviceinfo({"-s", "-u", kUdid, "-k", "ProductType"}), {0, "iPhone14,2\n", ""},
+                  "the model still");
+}
+
 // The lockdown hangs cost the tools 30 to 90 s each; they run only when asked for with
 // TOVRIN_LONG_E2E=1 (all four together, about 90 s).
 TEST_F(SimulatedIphoneTest, SilentPhoneAndSilentQueryHitTheToolsOwnTimeouts) {

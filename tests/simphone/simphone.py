@@ -42,7 +42,8 @@ Scenario file:
       "DeviceName": "Sim iPhone", "ProductType": "iPhone14,2", "ProductVersion": "17.5.1",
       "battery": {"BatteryCurrentCapacity": 87, "BatteryIsCharging": false,
                   "ExternalConnected": false},
-      "values": {…},                         # more root values (override the defaults)
+      "values": {…},                         # more root values (override the defaults; a
+                                             # null one leaves that key out)
       "domains": {"com.apple.x": {…}},       # more domains
       "fault": "locked"                      # optional shorthand, see FAULTS
       # or the settings themselves: locked, hostPairRecord (valid|none|without_host_id),
@@ -462,6 +463,8 @@ class Device:
             if key in config:
                 self.values[key] = config[key]
         self.values.update(plist_value(config.get("values", {})))
+        # A phone that does not give one of the usual keys.
+        self.values = {k: v for k, v in self.values.items() if v is not None}
         battery = config.get("battery", {
             "BatteryCurrentCapacity": 87, "BatteryIsCharging": False,
             "ExternalConnected": False})

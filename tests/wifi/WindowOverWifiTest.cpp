@@ -17,7 +17,6 @@
 #include <string>
 
 #include <QApplication>
-#include <QCheckBox>
 #include <QLabel>
 #include <QPushButton>
 #include <QSignalSpy>
@@ -43,6 +42,7 @@
 #include "views/IPhoneSetupView.h"
 #include "views/IconButton.h"
 #include "views/TextLine.h"
+#include "views/ToggleSwitch.h"
 
 // Failure messages show the texts rather than their bytes.
 void PrintTo(const QString& text, std::ostream* stream) {
@@ -55,6 +55,9 @@ namespace {
 namespace fs = std::filesystem;
 
 const std::string kUdid = "00008110-001A2B3C4D5E6F70";
+// The simulated phone's line under its name in the connection window.
+constexpr const char* kDetailOnUsb = "iPhone 13 Pro \u00b7 iOS 17.5.1 \u00b7 on USB";
+constexpr const char* kDetailOnWifi = "iPhone 13 Pro \u00b7 iOS 17.5.1 \u00b7 on Wi-Fi";
 // One exchange with the phone takes well under a second; the limit only keeps a broken run
 // short.
 constexpr int kWaitMs = 30000;
@@ -134,7 +137,8 @@ protected:
         QSignalSpy shown(window, &ConnectionWindow::phonesShown);
         action();
         ASSERT_TRUE(shown.wait(kWaitMs));
-        EXPECT_EQ(window->pendingWork(), 0);
+        // A change is checked again once the phones are listed; that too ends.
+        EXPECT_TRUE(QTest::qWaitFor([window] { return window->pendingWork() == 0; }, kWaitMs));
     }
 
     static const ConnectionWindow::PhoneRow* rowOf(const ConnectionWindow* window) {
@@ -172,46 +176,42 @@ TEST_F(WindowOverWifiTest, TrustTurnOnWifiUnplugAndReadOverWifi) {
         ASSERT_TRUE(shown.wait(kWaitMs));
     }
 
-    // Trust, while the phone's dialog waits for an answer: the window says what to do.
+    // Pair, while the phone's dialog waits for an answer: the window says what to do.
     const auto* row = rowOf(window);
     ASSERT_NE(row, nullptr);
-    EXPECT_EQ(row->detail->text(), q("iPhone14,2 \u00b7 USB"));
-    EXPECT_EQ(row->trust->text(), q("This computer is not trusted."));
-    ASSERT_NE(row->trustButton, nullptr);
+    EXPECT_EQ(row->detail->text(), q(kDetailOnUsb));
+    EXPECT_EQ(row->trust->text(), q("Doesn\u2019t trust this computer yet"));
+    ASSERT_NE(row->pairButton, nullptr);
     EXPECT_FALSE(row->showOnWifi->isEnabled());
-    QPushButton* trust = row->trustButton;
-    andWaitForPhones(window, [trust] { QTest::mouseClick(trust, Qt::LeftButton); });
+    QPushButton* pair = row->pairButton;
+    andWaitForPhones(window, [pair] { QTest::mouseClick(pair, Qt::LeftButton); });
     EXPECT_EQ(window->statusLabel()->text(),
-              q("Unlock your iPhone, click Trust again and choose Trust on the iPhone."));
+              q("Unlock your iPhone, click Pair again and tap Trust on the iPhone."));
     row = rowOf(window);
     ASSERT_NE(row, nullptr);
-    EXPECT_EQ(row->trust->text(), q("This computer is not trusted."));
-    ASSERT_NE(row->trustButton, nullptr);
+    EXPECT_EQ(row->trust->text(), q("Doesn\u2019t trust this computer yet"));
+    ASSERT_NE(row->pairButton, nullptr);
 
-    // The person chooses Trust on the phone, then clicks Trust again.
+    // The person chooses Trust on the phone, then clicks Pair again.
     std::ofstream(m_handshake / "trust-dialog") << "trust\n";
-    trust = row->trustButton;
-    andWaitForPhones(window, [trust] { QTest::mouseClick(trust, Qt::LeftButton); });
+    pair = row->pairButton;
+    andWaitForPhones(window, [pair] { QTest::mouseClick(pair, Qt::LeftButton); });
     EXPECT_EQ(window->statusLabel()->text(), q("This computer is now trusted."));
     row = rowOf(window);
     ASSERT_NE(row, nullptr);
-    EXPECT_EQ(row->trust->text(), q("This computer is trusted."));
-    EXPECT_EQ(row->trustButton, nullptr);
+    EXPECT_EQ(row->trust->text(), q("Trusts this computer"));
+    EXPECT_EQ(row->pairButton, nullptr);
 
-    // "Show this iPhone when on Wi-Fi", then Apply.
+    // "Show this iPhone when on Wi-Fi": one click on its switch, applied at once.
     ASSERT_TRUE(row->showOnWifi->isEnabled());
-    EXPECT_EQ(row->showOnWifi->text(), q("Show this iPhone when on Wi-Fi"));
+    EXPECT_EQ(row->showOnWifi->accessibleName(), q("Show this iPhone when on Wi-Fi"));
     EXPECT_FALSE(row->showOnWifi->isChecked());
-    QTest::mouseClick(row->showOnWifi, Qt::LeftButton);
-    ASSERT_TRUE(row->showOnWifi->isChecked());
-    ASSERT_TRUE(row->apply->isEnabled());
-    QPushButton* apply = row->apply;
-    andWaitForPhones(window, [apply] { QTest::mouseClick(apply, Qt::LeftButton); });
-    EXPECT_EQ(window->statusLabel()->text(), q("Wi-Fi connections are now on."));
+    ToggleSwitch* toggle = row->showOnWifi;
+    andWaitForPhones(window, [toggle] { QTest::mouseClick(toggle, Qt::LeftButton); });
     row = rowOf(window);
     ASSERT_NE(row, nullptr);
+    EXPECT_EQ(row->wifiNote->text(), q("Wi-Fi connections are now on."));
     EXPECT_TRUE(row->showOnWifi->isChecked());
-    EXPECT_FALSE(row->apply->isEnabled());
 
     // Trusted now, the card reads the phone over the cable.
     ASSERT_NO_FATAL_FAILURE(checkBatteries(sheet));
@@ -247,8 +247,8 @@ TEST_F(WindowOverWifiTest, TrustTurnOnWifiUnplugAndReadOverWifi) {
     }
     row = rowOf(window);
     ASSERT_NE(row, nullptr);
-    EXPECT_EQ(row->detail->text(), q("iPhone14,2 \u00b7 Wi-Fi"));
-    EXPECT_EQ(row->trust->text(), q("This computer is trusted."));
+    EXPECT_EQ(row->detail->text(), q(kDetailOnWifi));
+    EXPECT_EQ(row->trust->text(), q("Trusts this computer"));
     EXPECT_FALSE(row->showOnWifi->isEnabled());
     window->close();
 }
