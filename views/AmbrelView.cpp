@@ -122,6 +122,12 @@ AmbrelView::AmbrelView(const ViewStyle& style, BatteryMonitor& monitor, const Us
     m_observer = m_monitor.addObserver([this](MonitorProperty, ChangePhase phase) {
         if (phase == ChangePhase::didChange) {
             syncFromMonitor();
+            // Just brought up to date: the clock's next tick is due 30 s from now. Every
+            // other tick would otherwise come a moment after the minute's computer reading
+            // and wake the program a second time for nothing.
+            if (m_clock.isActive()) {
+                m_clock.start(kClockInterval, TimerRepeat::repeating);
+            }
         }
     });
     applyLook();

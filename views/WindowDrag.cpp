@@ -6,6 +6,8 @@
 #include <QWidget>
 #include <QWindow>
 
+#include "platform/qt/X11Connection.h"
+
 namespace ambrel {
 
 WindowDrag::WindowDrag(QWidget* widget, std::function<void()> started)
@@ -26,7 +28,8 @@ bool WindowDrag::eventFilter(QObject* watched, QEvent* event) {
         m_pressOffset.reset();
         QWidget* window = m_widget->window();
         QWindow* handle = window->windowHandle();
-        if (handle == nullptr || !handle->startSystemMove()) {
+        m_handedOver = handle != nullptr && handle->startSystemMove();
+        if (!m_handedOver) {
             m_pressOffset = press->globalPosition().toPoint() - window->frameGeometry().topLeft();
         }
         press->accept();
@@ -47,6 +50,12 @@ bool WindowDrag::eventFilter(QObject* watched, QEvent* event) {
     case QEvent::MouseButtonRelease:
         if (static_cast<QMouseEvent*>(event)->button() == Qt::LeftButton) {
             m_pressOffset.reset();
+            if (std::exchange(m_handedOver, false)) {
+                // Once the window manager holds the pointer the release goes to it; this one
+                // came first, and the window manager would wait for another.
+                X11Connection::cancelMoveResize(
+                    static_cast<xcb_window_t>(m_widget->window()->winId()));
+            }
         }
         return false;
     default:

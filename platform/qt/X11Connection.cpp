@@ -27,6 +27,31 @@ xcb_atom_t atom(xcb_connection_t* connection, const char* name) {
     return reply->atom;
 }
 
+void cancelMoveResize(xcb_window_t window) {
+    xcb_connection_t* connection = current();
+    if (connection == nullptr) {
+        return;
+    }
+    const xcb_screen_t* screen = xcb_setup_roots_iterator(xcb_get_setup(connection)).data;
+    const xcb_atom_t moveResize = atom(connection, "_NET_WM_MOVERESIZE");
+    if (screen == nullptr || moveResize == XCB_ATOM_NONE) {
+        return;
+    }
+    constexpr std::uint32_t kCancel = 11;
+    constexpr std::uint32_t kFromAnApplication = 1;
+    xcb_client_message_event_t message{};
+    message.response_type = XCB_CLIENT_MESSAGE;
+    message.format = 32;
+    message.window = window;
+    message.type = moveResize;
+    message.data.data32[2] = kCancel;
+    message.data.data32[4] = kFromAnApplication;
+    xcb_send_event(connection, 0, screen->root,
+                   XCB_EVENT_MASK_SUBSTRUCTURE_REDIRECT | XCB_EVENT_MASK_SUBSTRUCTURE_NOTIFY,
+                   reinterpret_cast<const char*>(&message));
+    xcb_flush(connection);
+}
+
 bool hasXEmbedTray() {
     xcb_connection_t* connection = current();
     if (connection == nullptr) {

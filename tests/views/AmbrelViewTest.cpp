@@ -10,8 +10,10 @@
 #include <QSignalSpy>
 #include <QTest>
 #include <QWindow>
+#include <chrono>
 #include <cmath>
 #include <map>
+#include <thread>
 
 #include <QPainter>
 
@@ -327,6 +329,26 @@ TEST_F(AmbrelViewTest, IdleCardRunsOnlyItsThirtySecondClock) {
     EXPECT_FALSE(view->refreshButton()->spinner()->isAnimating());
     EXPECT_FALSE(view->helpButton()->spinner()->isAnimating());
     EXPECT_FALSE(view->menuButton()->spinner()->isAnimating());
+}
+
+TEST_F(AmbrelViewTest, AnUpdateFromTheMonitorSetsTheClocksNextTickThirtySecondsLater) {
+    auto view = makeView();
+    testing::showAndSettle(*view);
+    ASSERT_TRUE(view->clock().isActive());
+    const auto shownTick = view->clock().deadline();
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    const auto updated = std::chrono::steady_clock::now();
+    ASSERT_LT(shownTick, updated + std::chrono::seconds(30));
+    m_harness.readMacBattery(64);
+    m_harness.monitor().refreshMac();
+    EXPECT_TRUE(view->clock().isActive());
+    EXPECT_GE(view->clock().deadline(), updated + std::chrono::seconds(30));
+    EXPECT_EQ(view->clock().interval(), std::chrono::seconds(30));
+    EXPECT_EQ(view->clock().repeat(), TimerRepeat::repeating);
+    // Hidden, an update starts no clock.
+    view->hide();
+    m_harness.monitor().refreshMac();
+    EXPECT_FALSE(view->clock().isActive());
 }
 
 TEST_F(AmbrelViewTest, HiddenCardStopsItsClockAndCatchesUpWhenShownAgain) {
