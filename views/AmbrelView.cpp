@@ -18,6 +18,7 @@
 #include "views/DeviceBatteryGauge.h"
 #include "views/IPhoneSetupView.h"
 #include "views/IconButton.h"
+#include "views/MenuCheckStyle.h"
 #include "views/PixelRatio.h"
 #include "views/SymbolIcons.h"
 #include "views/TextLine.h"
@@ -168,6 +169,9 @@ void AmbrelView::updateClock() {
 void AmbrelView::buildMenu() {
     m_menu = new QMenu(this);
     m_menu->setObjectName(QStringLiteral("optionsMenu"));
+    auto* style = new MenuCheckStyle;
+    style->setParent(m_menu);
+    m_menu->setStyle(style);
     const std::string& name = m_style.brandName;
 
     QAction* refresh = m_menu->addAction(menuTitle(cardText(CardTexts::kMenuRefresh)));

@@ -182,8 +182,9 @@ def hide_card(env):
     y = int(values["Y"]) + 20
     subprocess.run(["xdotool", "mousemove", str(x), str(y), "click", "1"], env=env, check=True)
     time.sleep(1)
-    # Refresh, set up, (the byline is not selectable), Hide.
-    subprocess.run(["xdotool", "key", "Down", "Down", "Down", "Return"], env=env, check=True)
+    # Refresh, set up, Battery History, (the byline is not selectable), Hide.
+    subprocess.run(["xdotool", "key", "Down", "Down", "Down", "Down", "Return"], env=env,
+                   check=True)
     while visible_cards(env) and time.monotonic() < deadline:
         time.sleep(0.2)
     if visible_cards(env):

@@ -612,6 +612,42 @@ TEST_F(AmbrelViewTest, MenuIconsAreRedrawnInANewLook) {
     EXPECT_NE(light, dark);
 }
 
+// The strongest contrast, against the row's own background, of any pixel in the left part of
+// `action`'s row, where a box that can be ticked is drawn.
+double boxContrast(QMenu& menu, QAction* action) {
+    menu.popup(QPoint(0, 0));
+    const QImage shown = menu.grab().toImage();
+    const QRect row = menu.actionGeometry(action);
+    menu.hide();
+    const QColor background = shown.pixelColor(row.right() - 4, row.center().y());
+    double strongest = 1.0;
+    for (int y = row.top(); y <= row.bottom(); ++y) {
+        for (int x = row.left(); x < row.left() + 32; ++x) {
+            strongest = std::max(strongest, contrast(shown.pixelColor(x, y), background));
+        }
+    }
+    return strongest;
+}
+
+TEST_F(AmbrelViewTest, AnEntryThatCanBeTickedShowsItsBoxInBothLooks) {
+    auto view = makeView();
+    QMenu* menu = view->optionsMenu();
+    // A blank title: whatever stands out in the row is the box.
+    QAction* unticked = menu->addAction(QStringLiteral(" "));
+    unticked->setCheckable(true);
+    QAction* ticked = menu->addAction(QStringLiteral(" "));
+    ticked->setCheckable(true);
+    ticked->setChecked(true);
+    for (const Look look : {Look::light, Look::dark}) {
+        SCOPED_TRACE(look == Look::light ? "light" : "dark");
+        m_style->appearance().setForcedLook(look);
+        // At least 3:1, as the edge of a control should be.
+        EXPECT_GE(boxContrast(*menu, unticked), 3.0);
+        EXPECT_GE(boxContrast(*menu, ticked), 3.0);
+    }
+    m_style->appearance().setForcedLook(std::nullopt);
+}
+
 TEST_F(AmbrelViewTest, LookChangeRestylesTheMenuAndTheSheet) {
     m_style->appearance().setForcedLook(Look::light);
     auto view = makeView();
