@@ -340,7 +340,14 @@ protected:
         }
         // Refresh, set up, Battery History, (the byline is not selectable), Hide.
         pointer({"key", "Down", "Down", "Down", "Down", "Return"});
-        return testing::eventually([&] { return !isViewable(*panel); }, testing::kPatience);
+        if (!testing::eventually([&] { return !isViewable(*panel); }, testing::kPatience)) {
+            ADD_FAILURE() << "after the keys the program showed " << visibleProgramWindows()
+                          << " windows and " << (keyboardIsHeld() ? "held" : "did not hold")
+                          << " the keyboard\n"
+                          << screenReport();
+            return false;
+        }
+        return true;
     }
 
     // Hides the panel from the card's menu and opens another window, which takes the focus:
